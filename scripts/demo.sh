@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# The demo: sets up and builds, then starts the PPS broker, the simulated
+# modem and radio_tavora, switches the modem channels on the way the
+# field-test screen does, and shows the reports as they change.
+#
+#   scripts/demo.sh [--capture FILE] [--rounds N] [--interval SEC]
+#
+#   --capture FILE  modemsim streams the log packets of this DIAG capture
+#                   (.qmdl/.mi2log) instead of its own scenario
+#   --rounds N      rounds of reports to show (default 10; 0 = until Ctrl-C)
+#   --interval SEC  seconds between rounds (default 2)
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+capture=""
+rounds=10
+interval=2
+while (($#)); do
+    case "$1" in
+        --capture) capture=$(realpath "$2"); shift 2 ;;
+        --rounds) rounds=$2; shift 2 ;;
+        --interval) interval=$2; shift 2 ;;
+        -h|--help) sed -n '2,12p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+        *) echo "demo: unknown option $1 (see --help)" >&2; exit 2 ;;
+    esac
+done
+
+"$root/scripts/setup.sh" "$root/build"
+bin=$root/build/bin
+
+run=$(mktemp -d "${TMPDIR:-/tmp}/radio_tavora-demo.XXXXXX")
+pids=()
+stop_all() {
+    for ((i = ${#pids[@]} - 1; i >= 0; i--)); do kill "${pids[i]}" 2>/dev/null || true; done
+    wait 2>/dev/null || true
+    echo "demo: stopped; logs kept in $run"
+}
+trap stop_all EXIT
+trap 'exit 130' INT TERM
+
+wait_for() {  # wait_for FILE TEXT: until TEXT shows in FILE (10 s at most)
+    for _ in $(seq 1 100); do
+        grep -q -- "$2" "$1" 2>/dev/null && return 0
+        sleep 0.1
+    done
+    echo "demo: '$2' did not show in $1:" >&2
+    tail -n 20 "$1" >&2
+    exit 1
+}
+
+export PPS_SOCKET=$run/ppsd.sock
+mkdir -p "$run/store"
+echo "demo: broker on $PPS_SOCKET"
+"$bin/ppsd" --socket "$PPS_SOCKET" --store "$run/store" 2>"$run/ppsd.log" &
+pids+=($!)
+for _ in $(seq 1 100); do [ -S "$PPS_SOCKET" ] && break; sleep 0.05; done
+
+# What the rest of the phone would have published: the device's hardware ID
+# (a WCDMA and LTE device), the screen's settings object and the modem's
+# persistent status.
+"$bin/ppsctl" write /pps/system/nvram/deviceinfo HardwareID::0x52c0f9e4
+"$bin/ppsctl" write /pps/services/radioctrl/modem0/diag/config diaglogmask::0
+"$bin/ppsctl" write /pps/services/radioctrl/modem0/status_persistent \
+    'configure_rats_state:json:{"enabled_technologies":18}'
+
+modemsim_args=(--qmi "unix:$run/qmi.sock" --diag "unix:$run/diag.sock")
+[ -n "$capture" ] && modemsim_args+=(--capture "$capture")
+echo "demo: modemsim ${modemsim_args[*]}"
+"$bin/modemsim" "${modemsim_args[@]}" 2>"$run/modemsim.log" &
+pids+=($!)
+for _ in $(seq 1 100); do [ -S "$run/qmi.sock" ] && break; sleep 0.05; done
+
+echo "demo: radio_tavora (log: $run/radio_tavora.log)"
+QMI_DEVICE="unix:$run/qmi.sock" DIAG_DEVICE="unix:$run/diag.sock" SLOGF_STDERR=1 \
+    "$bin/radio_tavora" 2>"$run/radio_tavora.log" &
+pids+=($!)
+wait_for "$run/radio_tavora.log" "tavora_pps started successfully."
+
+echo
+echo "== before any setting: the modem channels are closed =="
+"$bin/fieldtest" radiostats 3gpp2info
+
+echo
+echo "== the screen turns the log mask on and sets ENS =="
+"$bin/fieldtest" set diaglogmask=1 ens_value=1
+wait_for "$run/radio_tavora.log" "LTE Log Config"
+echo "-- what modemsim received:"
+grep -E 'rx' "$run/modemsim.log" | tail -n 5 || true
+
+echo
+echo "== live reports (Ctrl-C to stop) =="
+watch_args=(--interval "$interval")
+((rounds > 0)) && watch_args+=(--count "$rounds")
+"$bin/fieldtest" watch "${watch_args[@]}" radiostats 3gpp2info

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs the whole test suite.
+#   scripts/test.sh              normal build in build/
+#   scripts/test.sh --sanitize   AddressSanitizer + UBSan build in build-asan/
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+build_dir=$root/build
+cmake_args=()
+if [ "${1:-}" = "--sanitize" ]; then
+    build_dir=$root/build-asan
+    cmake_args=(-DRT_SANITIZE=ON -DRT_BENCHMARKS=OFF -DCMAKE_BUILD_TYPE=Debug)
+    export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0}
+    export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+fi
+
+"$root/scripts/setup.sh" "$build_dir" "${cmake_args[@]}"
+cd "$build_dir"
+ctest --output-on-failure -j "$(nproc 2>/dev/null || echo 2)" --timeout 300
