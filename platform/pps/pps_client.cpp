@@ -1,0 +1,165 @@
+// Client side of the broker protocol (see pps_wire.h): one connection per
+// open object, one short request/answer exchange for stat, unlink and list.
+#include "platform/pps/pps_client.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "platform/pps/pps_wire.h"
+
+namespace {
+
+// Connects to the broker; -1 with errno on failure.
+int ConnectBroker(bool cloexec) {
+    std::string path = pps_socket_path();
+    sockaddr_un addr{};
+    if (path.size() >= sizeof addr.sun_path) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | (cloexec ? SOCK_CLOEXEC : 0), 0);
+    if (fd < 0) return -1;
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+    int rc;
+    do {
+        rc = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+    } while (rc < 0 && errno == EINTR);
+    if (rc < 0) {
+        int saved = errno;
+        ::close(fd);
+        errno = saved;
+        return -1;
+    }
+    return fd;
+}
+
+// Sends `request` and reads the answer into `answer`; returns the errno the
+// broker answered (0 success), or our own errno when the exchange failed.
+int Exchange(int fd, const std::string& request, std::string* answer) {
+    if (::send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size()))
+        return errno != 0 ? errno : EIO;
+    std::string buffer(pps_wire::kMaxMessage, '\0');
+    ssize_t n;
+    do {
+        n = ::recv(fd, buffer.data(), buffer.size(), 0);
+    } while (n < 0 && errno == EINTR);
+    if (n < 0) return errno;
+    if (n == 0) return ECONNRESET;
+    buffer.resize(static_cast<size_t>(n));
+    char* end = nullptr;
+    long code = std::strtol(buffer.c_str(), &end, 10);
+    if (end == buffer.c_str() || code < 0) return EPROTO;
+    if (answer != nullptr) {
+        size_t newline = buffer.find('\n');
+        *answer = newline == std::string::npos ? std::string() : buffer.substr(newline + 1);
+    }
+    return static_cast<int>(code);
+}
+
+// One request on a connection of its own (stat, unlink, list).
+int OneShot(const char* verb, const char* path, std::string* answer) {
+    if (path == nullptr) {
+        errno = EFAULT;
+        return -1;
+    }
+    int fd = ConnectBroker(true);
+    if (fd < 0) return -1;
+    int code = Exchange(fd, std::string(verb) + "\n" + path, answer);
+    ::close(fd);
+    if (code != 0) {
+        errno = code;
+        return -1;
+    }
+    return 0;
+}
+
+bool HasOption(std::string_view path, std::string_view option) {
+    size_t q = path.find('?');
+    if (q == std::string_view::npos) return false;
+    std::string_view options = path.substr(q + 1);
+    while (!options.empty()) {
+        size_t comma = options.find(',');
+        if (options.substr(0, comma) == option) return true;
+        if (comma == std::string_view::npos) break;
+        options.remove_prefix(comma + 1);
+    }
+    return false;
+}
+
+int OpenWithExtras(const char* path, int flags, mode_t mode, int extras) {
+    if (path == nullptr) {
+        errno = EFAULT;
+        return -1;
+    }
+    int fd = ConnectBroker((flags & O_CLOEXEC) != 0);
+    if (fd < 0) return -1;
+    int wire_flags = flags & (O_ACCMODE | O_CREAT | O_EXCL | O_TRUNC);
+    char head[96];
+    std::snprintf(head, sizeof head, "%s %d %o %d\n", pps_wire::kOpenVerb, wire_flags,
+                  static_cast<unsigned>(mode & 07777), extras);
+    int code = Exchange(fd, std::string(head) + path, nullptr);
+    if (code != 0) {
+        ::close(fd);
+        errno = code;
+        return -1;
+    }
+    // Without "wait" a read must never block: it fails with EAGAIN when
+    // nothing is pending, as the daemon's server read expects.
+    if (!HasOption(path, "wait") || (flags & O_NONBLOCK) != 0) {
+        int fl = ::fcntl(fd, F_GETFL);
+        if (fl < 0 || ::fcntl(fd, F_SETFL, fl | O_NONBLOCK) < 0) {
+            int saved = errno;
+            ::close(fd);
+            errno = saved;
+            return -1;
+        }
+    }
+    return fd;
+}
+
+}  // namespace
+
+std::string pps_socket_path() {
+    const char* env = std::getenv("PPS_SOCKET");
+    return env != nullptr && *env != '\0' ? std::string(env) : std::string(kPpsDefaultSocket);
+}
+
+int pps_open(const char* path, int flags, mode_t mode) { return OpenWithExtras(path, flags, mode, 0); }
+
+int pps_open_client(const char* path, int flags) {
+    return OpenWithExtras(path, flags, 0, pps_wire::kOpenExtraRequireServer);
+}
+
+int pps_unlink(const char* path) { return OneShot(pps_wire::kUnlinkVerb, path, nullptr); }
+
+bool pps_exists(const char* path) {
+    int saved = errno;
+    bool exists = OneShot(pps_wire::kStatVerb, path, nullptr) == 0;
+    errno = saved;
+    return exists;
+}
+
+int pps_list(const char* dir, std::vector<std::string>* entries) {
+    std::string answer;
+    if (OneShot(pps_wire::kListVerb, dir, &answer) != 0) return -1;
+    if (entries != nullptr) {
+        entries->clear();
+        size_t start = 0;
+        while (start < answer.size()) {
+            size_t end = answer.find('\n', start);
+            if (end == std::string::npos) end = answer.size();
+            if (end > start) entries->push_back(answer.substr(start, end - start));
+            start = end + 1;
+        }
+    }
+    return 0;
+}

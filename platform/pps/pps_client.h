@@ -1,0 +1,39 @@
+// Opening PPS objects. Every /pps path goes through the PPS broker (ppsd):
+// pps_open returns a real descriptor (one connected SOCK_SEQPACKET unix
+// socket, one write = one message) that read, write, poll and close work
+// on, as if the object were a file.
+//
+//   int fd = pps_open("/pps/services/x/status?delta,wait", O_RDWR | O_CREAT, 0640);
+//
+// Options after '?', comma-separated: delta, wait, server, nopersist,
+// critical. Flags: O_RDONLY/O_WRONLY/O_RDWR, O_CREAT (with mode), O_TRUNC,
+// O_CLOEXEC, O_NONBLOCK. Errors come back as -1 with errno as a file open
+// would set it: ENOENT (missing without O_CREAT), EACCES (mode forbids),
+// ENOTDIR, EINVAL (bad option), ECONNREFUSED/ENOENT when no broker runs.
+//
+// The broker's socket: $PPS_SOCKET, else kPpsDefaultSocket.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+inline constexpr const char* kPpsDefaultSocket = "/tmp/ppsd.sock";
+
+std::string pps_socket_path();
+
+int pps_open(const char* path, int flags, mode_t mode = 0);
+// Removes an object (and its persisted copy). 0, or -1 with errno.
+int pps_unlink(const char* path);
+// True if the object (or directory) exists.
+bool pps_exists(const char* path);
+
+#include <vector>
+
+// The entries of a directory, sorted; directories end in '/'. 0, or -1 with
+// errno (ENOENT for a missing directory, ENOTDIR for an object).
+int pps_list(const char* dir, std::vector<std::string>* entries);
+// Opens a server object as one of its clients, and only if its server has it
+// open now (ENXIO otherwise): a request then never lands in the attributes
+// of a plain object. Used by `ppsctl call`.
+int pps_open_client(const char* path, int flags);

@@ -1,0 +1,147 @@
+#include "platform/pps/ppsparse.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+// One parsed line, copied out of the text for comparison.
+struct Line {
+    pps_status_t kind;
+    std::string obj, attr, enc, value;
+    bool operator==(const Line&) const = default;
+};
+
+std::string Str(const char* s) {
+    return s != nullptr ? s : "<null>";
+}
+
+std::vector<Line> ParseAll(std::string text, const char* const* objnames = nullptr,
+                           const char* const* attrnames = nullptr) {
+    std::vector<Line> lines;
+    char* cursor = text.data();
+    pps_attrib_t info{};
+    for (;;) {
+        pps_status_t kind = ppsparse(&cursor, objnames, attrnames, &info, 0);
+        if (kind == PPS_END) break;
+        lines.push_back(Line{kind, Str(info.obj_name), Str(info.attr_name), Str(info.encoding),
+                             Str(info.value)});
+        if (kind == PPS_ERROR) break;
+    }
+    return lines;
+}
+
+void PrintTo(const Line& l, std::ostream* os) {
+    *os << "{" << l.kind << " obj=" << l.obj << " attr=" << l.attr << " enc=" << l.enc
+        << " value=" << l.value << "}";
+}
+
+struct KindCase {
+    const char* name;
+    const char* text;
+    Line expected;
+};
+
+class PpsParseKind : public ::testing::TestWithParam<KindCase> {};
+
+TEST_P(PpsParseKind, SingleLine) {
+    std::vector<Line> lines = ParseAll(GetParam().text);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0], GetParam().expected);
+}
+
+const char* N = "<null>";
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, PpsParseKind,
+    ::testing::Values(
+        KindCase{"object",
+                 "@/pps/services/radioctrl/modem0/diag/control.5\n",
+                 {PPS_OBJECT, "/pps/services/radioctrl/modem0/diag/control.5", N, N, N}},
+        KindCase{"object_created",
+                 "+@control.7.n0.p1234.u1000.g1000.g20\n",
+                 {PPS_OBJECT_CREATED, "control.7.n0.p1234.u1000.g1000.g20", N, N, N}},
+        KindCase{"object_deleted", "-@control.7\n", {PPS_OBJECT_DELETED, "control.7", N, N, N}},
+        KindCase{"object_truncated", "#@status\n", {PPS_OBJECT_TRUNCATED, "status", N, N, N}},
+        KindCase{
+            "string_attribute", "msg::radiostats\n", {PPS_ATTRIBUTE, N, "msg", "", "radiostats"}},
+        KindCase{"number_attribute", "err:n:22\n", {PPS_ATTRIBUTE, N, "err", "n", "22"}},
+        KindCase{"json_attribute",
+                 "dat:json:{\"a\":1,\"b\":\"x:y\"}\n",
+                 {PPS_ATTRIBUTE, N, "dat", "json", "{\"a\":1,\"b\":\"x:y\"}"}},
+        KindCase{"value_with_colons", "t::12:30:00\n", {PPS_ATTRIBUTE, N, "t", "", "12:30:00"}},
+        KindCase{"empty_value", "msg::\n", {PPS_ATTRIBUTE, N, "msg", "", ""}},
+        KindCase{
+            "attribute_deleted", "-ens_value\n", {PPS_ATTRIBUTE_DELETED, N, "ens_value", N, N}},
+        KindCase{"last_line_without_newline", "id::17", {PPS_ATTRIBUTE, N, "id", "", "17"}},
+        KindCase{"no_colon", "justtext\n", {PPS_ERROR, N, N, N, N}},
+        KindCase{"one_colon", "name:value\n", {PPS_ERROR, N, N, N, N}},
+        KindCase{"empty_name", ":n:5\n", {PPS_ERROR, N, N, N, N}},
+        KindCase{"object_without_name", "@\n", {PPS_ERROR, N, N, N, N}},
+        KindCase{"created_without_name", "+@\n", {PPS_ERROR, N, N, N, N}},
+        KindCase{"deletion_without_name", "-\n", {PPS_ERROR, N, N, N, N}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(PpsParse, ObjectNameKeptAcrossAttributeLinesAndEmptyLinesSkipped) {
+    std::vector<Line> lines =
+        ParseAll("\n@control.5\nmsg::radiostats\n\n\nid::17\n@control.9\n-dat\n");
+    std::vector<Line> expected = {
+        {PPS_OBJECT, "control.5", N, N, N},
+        {PPS_ATTRIBUTE, "control.5", "msg", "", "radiostats"},
+        {PPS_ATTRIBUTE, "control.5", "id", "", "17"},
+        {PPS_OBJECT, "control.9", N, N, N},
+        {PPS_ATTRIBUTE_DELETED, "control.9", "dat", N, N},
+    };
+    EXPECT_EQ(lines, expected);
+}
+
+TEST(PpsParse, ParsingStopsAtTheFirstMalformedLine) {
+    std::vector<Line> lines = ParseAll("@o\nmsg::a\ngarbage\nid::1\n");
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[1].kind, PPS_ATTRIBUTE);
+    EXPECT_EQ(lines[2].kind, PPS_ERROR);
+}
+
+TEST(PpsParse, EmptyTextIsTheEnd) {
+    EXPECT_TRUE(ParseAll("").empty());
+    EXPECT_TRUE(ParseAll("\n\n").empty());
+}
+
+TEST(PpsParse, CutsInPlaceAndReportsLineStart) {
+    std::string text = "@obj\nmsg:json:[1]\n";
+    char* cursor = text.data();
+    pps_attrib_t info{};
+    ASSERT_EQ(ppsparse(&cursor, nullptr, nullptr, &info, 0), PPS_OBJECT);
+    EXPECT_EQ(info.line, text.data());
+    ASSERT_EQ(ppsparse(&cursor, nullptr, nullptr, &info, 0), PPS_ATTRIBUTE);
+    EXPECT_EQ(info.line, text.data() + 5);
+    EXPECT_EQ(info.attr_name, text.data() + 5);  // points into the text, not a copy
+    EXPECT_EQ(text[8], '\0');                    // the first colon became a terminator
+    EXPECT_EQ(ppsparse(&cursor, nullptr, nullptr, &info, 0), PPS_END);
+    EXPECT_EQ(ppsparse(&cursor, nullptr, nullptr, &info, 0), PPS_END);
+}
+
+TEST(PpsParse, NullArgumentsAreErrors) {
+    pps_attrib_t info{};
+    char* null_text = nullptr;
+    EXPECT_EQ(ppsparse(&null_text, nullptr, nullptr, &info, 0), PPS_ERROR);
+    EXPECT_EQ(ppsparse(nullptr, nullptr, nullptr, &info, 0), PPS_ERROR);
+    std::string text = "a::b\n";
+    char* cursor = text.data();
+    EXPECT_EQ(ppsparse(&cursor, nullptr, nullptr, nullptr, 0), PPS_ERROR);
+}
+
+TEST(PpsParse, FiltersSkipUnlistedNames) {
+    const char* objs[] = {"keep", nullptr};
+    const char* attrs[] = {"id", nullptr};
+    std::vector<Line> lines = ParseAll("@drop\n@keep\nmsg::x\nid::1\n-msg\n", objs, attrs);
+    std::vector<Line> expected = {
+        {PPS_OBJECT, "keep", N, N, N},
+        {PPS_ATTRIBUTE, "keep", "id", "", "1"},
+    };
+    EXPECT_EQ(lines, expected);
+}
+
+}  // namespace

@@ -1,0 +1,720 @@
+#include "platform/ppsd/broker.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "platform/pps/pps_wire.h"
+
+namespace ppsd {
+
+namespace {
+
+constexpr int kNeedRead = 4;
+constexpr int kNeedWrite = 2;
+// One message per handle per wake-up: poll is level-triggered, so the rest
+// comes next pass, and a request costs no extra recv that finds nothing.
+constexpr int kReadsPerWake = 1;
+
+iovec Iov(const void* data, size_t length) { return iovec{const_cast<void*>(data), length}; }
+iovec Iov(const std::string& text) { return Iov(text.data(), text.size()); }
+
+struct OpenOptions {
+    bool delta = false, wait = false, server = false, nopersist = false, critical = false;
+};
+
+bool ParseOptions(std::string_view text, OpenOptions* out) {
+    while (!text.empty()) {
+        size_t comma = text.find(',');
+        std::string_view option = text.substr(0, comma);
+        if (option == "delta")
+            out->delta = true;
+        else if (option == "wait")
+            out->wait = true;
+        else if (option == "server")
+            out->server = true;
+        else if (option == "nopersist")
+            out->nopersist = true;
+        else if (option == "critical")
+            out->critical = true;
+        else if (!option.empty())
+            return false;
+        if (comma == std::string_view::npos) break;
+        text.remove_prefix(comma + 1);
+    }
+    return true;
+}
+
+bool IsPpsRoot(const std::string& path) { return path == "/" || path == "/pps"; }
+
+}  // namespace
+
+struct Broker::Attachments {
+    std::shared_ptr<Object> object;
+    std::vector<Conn*> readers;  // plain and delta handles with read access
+    Conn* server = nullptr;
+    std::unordered_map<uint64_t, Conn*> clients;
+    uint64_t next_client_id = 1;
+    size_t handles = 0;
+};
+
+struct Broker::Conn {
+    enum class Role { Handshake, Plain, Delta, Writer, Server, Client };
+    int fd = -1;
+    Role role = Role::Handshake;
+    bool dead = false;
+    bool can_read = false;
+    bool can_write = false;
+    bool critical = false;
+    bool want_out = false;
+    size_t slot = 0;  // index in conns_ (pfds_ index - 2)
+    Attachments* att = nullptr;
+    uint64_t client_id = 0;
+    std::string client_prefix;  // "@name.<id>\n", what its writes reach the server with
+    pid_t pid = 0;
+    uid_t uid = 0;
+    gid_t gid = 0;
+    std::vector<gid_t> groups;  // supplementary, without the primary group
+    std::deque<std::string> queue;
+    bool whole_pending = false;   // plain reader: send the whole object
+    bool resync_pending = false;  // overflowed: send "#" + the whole object
+    size_t dropped = 0;
+};
+
+Broker::Broker(BrokerOptions options) : options_(std::move(options)), buffer_(pps_wire::kMaxMessage + 1) {
+    if (!options_.store_dir.empty()) store_ = std::make_unique<ObjectStore>(options_.store_dir);
+    if (options_.queue_cap == 0) options_.queue_cap = 1;
+}
+
+Broker::~Broker() { Shutdown(); }
+
+void Broker::Log(const std::string& text) const {
+    if (options_.log) options_.log(text);
+}
+
+int Broker::Start(std::string* error) {
+    if (store_) {
+        if (::mkdir(options_.store_dir.c_str(), 0700) != 0 && errno != EEXIST) {
+            int code = errno;
+            *error = "cannot create store " + options_.store_dir + ": " + std::strerror(code);
+            return code;
+        }
+        std::vector<std::string> problems;
+        size_t loaded = store_->LoadAll(&tree_, &problems);
+        for (const auto& p : problems) Log("store: " + p);
+        Log("loaded " + std::to_string(loaded) + " objects from " + options_.store_dir);
+    }
+
+    sockaddr_un addr{};
+    std::string temp = options_.socket_path + ".new." + std::to_string(::getpid());
+    if (temp.size() >= sizeof addr.sun_path) {
+        *error = "socket path too long: " + options_.socket_path;
+        return ENAMETOOLONG;
+    }
+    // Refuse to steal the socket of a broker that is running.
+    {
+        int probe = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        sockaddr_un live{};
+        live.sun_family = AF_UNIX;
+        std::memcpy(live.sun_path, options_.socket_path.c_str(), options_.socket_path.size() + 1);
+        bool running = probe >= 0 && ::connect(probe, reinterpret_cast<sockaddr*>(&live), sizeof live) == 0;
+        if (probe >= 0) ::close(probe);
+        if (running) {
+            *error = "a broker already listens on " + options_.socket_path;
+            return EADDRINUSE;
+        }
+    }
+    listen_fd_ = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (listen_fd_ < 0) {
+        int code = errno;
+        *error = std::string("socket: ") + std::strerror(code);
+        return code;
+    }
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, temp.c_str(), temp.size() + 1);
+    ::unlink(temp.c_str());
+    if (::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+        ::chmod(temp.c_str(), 0666) != 0 || ::listen(listen_fd_, 128) != 0 ||
+        ::rename(temp.c_str(), options_.socket_path.c_str()) != 0) {
+        int code = errno;
+        *error = "cannot listen on " + options_.socket_path + ": " + std::strerror(code);
+        ::unlink(temp.c_str());
+        ::close(listen_fd_);
+        listen_fd_ = -1;
+        return code;
+    }
+    return 0;
+}
+
+void Broker::Run(int stop_fd) {
+    pfds_.clear();
+    pfds_.push_back(pollfd{listen_fd_, POLLIN, 0});
+    pfds_.push_back(pollfd{stop_fd, POLLIN, 0});
+    for (;;) {
+        int ready = ::poll(pfds_.data(), pfds_.size(), -1);
+        if (ready < 0) {
+            if (errno == EINTR) continue;
+            Log(std::string("poll: ") + std::strerror(errno));
+            return;
+        }
+        if (pfds_[1].revents != 0) return;
+        // Connections accepted now are appended; look only at those polled.
+        size_t polled = pfds_.size();
+        for (size_t i = 2; i < polled; ++i) {
+            short revents = pfds_[i].revents;
+            if (revents == 0) continue;
+            Conn* conn = conns_[i - 2].get();
+            if (conn->dead) continue;
+            if (revents & POLLOUT) Flush(conn);
+            if (!conn->dead && (revents & (POLLIN | POLLHUP | POLLERR))) OnReadable(conn);
+        }
+        if (pfds_[0].revents & POLLIN) Accept();
+        if (sweep_needed_) Sweep();
+        SaveChanged();
+    }
+}
+
+void Broker::Shutdown() {
+    SaveChanged();
+    // The broker goes away: no notices, no critical clean-up (a restart is
+    // not the end of the writers that own the objects).
+    for (auto& conn : conns_)
+        if (conn->fd >= 0) ::close(conn->fd);
+    conns_.clear();
+    attachments_.clear();
+    pfds_.resize(std::min<size_t>(pfds_.size(), 2));
+    if (listen_fd_ >= 0) {
+        ::close(listen_fd_);
+        listen_fd_ = -1;
+        ::unlink(options_.socket_path.c_str());
+    }
+}
+
+void Broker::Accept() {
+    for (;;) {
+        int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd < 0) {
+            if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
+                Log(std::string("accept: ") + std::strerror(errno));
+            return;
+        }
+        auto conn = std::make_unique<Conn>();
+        conn->fd = fd;
+        ucred cred{};
+        socklen_t len = sizeof cred;
+        if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) {
+            Log(std::string("SO_PEERCRED: ") + std::strerror(errno));
+            ::close(fd);
+            continue;
+        }
+        conn->pid = cred.pid;
+        conn->uid = cred.uid;
+        conn->gid = cred.gid;
+        gid_t groups[256];
+        socklen_t glen = sizeof groups;
+        if (::getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups, &glen) == 0) {
+            for (size_t i = 0; i < glen / sizeof(gid_t); ++i)
+                if (groups[i] != cred.gid) conn->groups.push_back(groups[i]);
+        }
+        // Its handshake is read in a later pass, after what older handles
+        // had already sent: a write that returned before this open began is
+        // applied before the open sees the object.
+        conn->slot = conns_.size();
+        conns_.push_back(std::move(conn));
+        pfds_.push_back(pollfd{fd, POLLIN, 0});
+    }
+}
+
+void Broker::OnReadable(Conn* conn) {
+    for (int round = 0; round < kReadsPerWake && !conn->dead; ++round) {
+        ssize_t n = ::recv(conn->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK) Close(conn);
+            return;
+        }
+        if (n == 0) {
+            Close(conn);
+            return;
+        }
+        if (static_cast<size_t>(n) > pps_wire::kMaxMessage) {
+            Log("dropped a message of " + std::to_string(n) + " bytes (limit " +
+                std::to_string(pps_wire::kMaxMessage) + ")");
+            if (conn->role == Conn::Role::Handshake) Close(conn);
+            continue;
+        }
+        buffer_[static_cast<size_t>(n)] = '\0';
+        if (conn->role == Conn::Role::Handshake) {
+            // What older handles sent before this open began is applied
+            // first, so a write that returned is seen by a later open.
+            std::string handshake(buffer_.data(), static_cast<size_t>(n));
+            DrainEstablished(conn);
+            if (!conn->dead) OnHandshake(conn, handshake.data(), handshake.size());
+            return;
+        }
+        OnMessage(conn, buffer_.data(), static_cast<size_t>(n));
+    }
+}
+
+void Broker::DrainEstablished(Conn* except) {
+    for (size_t i = 0; i < conns_.size(); ++i) {
+        Conn* other = conns_[i].get();
+        if (other == except || other->dead || other->role == Conn::Role::Handshake) continue;
+        for (;;) {
+            ssize_t n = ::recv(other->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) {
+                if (errno != EAGAIN && errno != EWOULDBLOCK) Close(other);
+                break;
+            }
+            if (n == 0) {
+                Close(other);
+                break;
+            }
+            if (static_cast<size_t>(n) > pps_wire::kMaxMessage) continue;
+            buffer_[static_cast<size_t>(n)] = '\0';
+            OnMessage(other, buffer_.data(), static_cast<size_t>(n));
+            if (other->dead) break;
+        }
+    }
+}
+
+void Broker::AnswerAndMaybeClose(Conn* conn, int code, const std::string& extra, bool close_after) {
+    std::string answer = std::to_string(code);
+    if (!extra.empty()) answer += "\n" + extra;
+    // The client waits for this answer with nothing else in flight, so the
+    // kernel buffer is empty: this send does not block.
+    if (::send(conn->fd, answer.data(), answer.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0) close_after = true;
+    if (close_after) Close(conn);
+}
+
+void Broker::OnHandshake(Conn* conn, char* text, size_t length) {
+    char* newline = static_cast<char*>(std::memchr(text, '\n', length));
+    if (newline == nullptr) {
+        AnswerAndMaybeClose(conn, EPROTO, "", true);
+        return;
+    }
+    *newline = '\0';
+    std::string_view head(text);
+    char* argument = newline + 1;
+    std::string_view verb = head.substr(0, head.find(' '));
+    if (verb == pps_wire::kOpenVerb) {
+        int code = OpenObject(conn, text);
+        if (code != 0) AnswerAndMaybeClose(conn, code, "", true);
+        return;
+    }
+    std::string path;
+    std::string_view raw(argument);
+    raw = raw.substr(0, raw.find('?'));
+    if (!NormalizePath(raw, &path)) {
+        AnswerAndMaybeClose(conn, EINVAL, "", true);
+        return;
+    }
+    if (verb == pps_wire::kStatVerb) {
+        bool exists = tree_.Find(path) != nullptr || tree_.IsDirectory(path) || IsPpsRoot(path);
+        AnswerAndMaybeClose(conn, exists ? 0 : ENOENT, "", true);
+    } else if (verb == pps_wire::kListVerb) {
+        if (tree_.Find(path) != nullptr) {
+            AnswerAndMaybeClose(conn, ENOTDIR, "", true);
+        } else if (!tree_.IsDirectory(path) && !IsPpsRoot(path)) {
+            AnswerAndMaybeClose(conn, ENOENT, "", true);
+        } else {
+            std::string listing;
+            for (const auto& entry : tree_.List(path)) listing += entry + "\n";
+            AnswerAndMaybeClose(conn, 0, listing, true);
+        }
+    } else if (verb == pps_wire::kUnlinkVerb) {
+        std::shared_ptr<Object> object = tree_.Find(path);
+        int code = 0;
+        if (object == nullptr)
+            code = tree_.IsDirectory(path) ? EISDIR : ENOENT;
+        else if (!Allowed(*conn, *object, kNeedWrite))
+            code = EACCES;
+        if (code == 0) {
+            tree_.Erase(path);
+            if (store_) store_->Remove(path);
+            object->persistent = false;
+            object->detached = true;
+            auto found = attachments_.find(object.get());
+            if (found != attachments_.end()) NotifyLine(found->second.get(), nullptr, "-");
+        }
+        AnswerAndMaybeClose(conn, code, "", true);
+    } else {
+        AnswerAndMaybeClose(conn, EPROTO, "", true);
+    }
+}
+
+bool Broker::Allowed(const Conn& conn, const Object& object, int need) const {
+    if (conn.uid == 0) return true;  // root passes, as on files
+    int bits;
+    if (conn.uid == object.owner_uid()) {
+        bits = (object.mode() >> 6) & 7;
+    } else if (conn.gid == object.owner_gid() ||
+               std::find(conn.groups.begin(), conn.groups.end(), object.owner_gid()) != conn.groups.end()) {
+        bits = (object.mode() >> 3) & 7;
+    } else {
+        bits = object.mode() & 7;
+    }
+    return (need & ~bits) == 0;
+}
+
+Broker::Attachments* Broker::Attach(const std::shared_ptr<Object>& object) {
+    auto& slot = attachments_[object.get()];
+    if (!slot) {
+        slot = std::make_unique<Attachments>();
+        slot->object = object;
+    }
+    return slot.get();
+}
+
+// "open <flags> <mode> <extras>" in `head`, the path with options after it.
+int Broker::OpenObject(Conn* conn, char* head) {
+    int flags = 0, extras = 0;
+    unsigned mode = 0;
+    if (std::sscanf(head, "open %d %o %d", &flags, &mode, &extras) != 3) return EPROTO;
+    std::string_view full(head + std::strlen(head) + 1);
+    size_t q = full.find('?');
+    OpenOptions options;
+    if (q != std::string_view::npos && !ParseOptions(full.substr(q + 1), &options)) return EINVAL;
+    std::string path;
+    if (!NormalizePath(full.substr(0, q), &path)) return EINVAL;
+    if (IsPpsRoot(path) || tree_.IsDirectory(path)) return EISDIR;
+    if (tree_.HasObjectAncestor(path)) return ENOTDIR;
+
+    int accmode = flags & O_ACCMODE;
+    int need = accmode == O_RDONLY ? kNeedRead : accmode == O_WRONLY ? kNeedWrite : kNeedRead | kNeedWrite;
+    bool require_server = (extras & pps_wire::kOpenExtraRequireServer) != 0;
+
+    std::shared_ptr<Object> object = tree_.Find(path);
+    bool created = false;
+    if (object == nullptr) {
+        if ((flags & O_CREAT) == 0 || require_server) return ENOENT;
+        object = std::make_shared<Object>(path, conn->uid, conn->gid, mode);
+        object->persistent = !options.nopersist && store_ != nullptr;
+        tree_.Insert(object);
+        created = true;
+    } else {
+        if ((flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL)) return EEXIST;
+        if (!Allowed(*conn, *object, need)) return EACCES;
+        if ((flags & O_TRUNC) != 0 && accmode == O_RDONLY) return EACCES;
+    }
+    auto existing = attachments_.find(object.get());
+    Conn* current_server = existing == attachments_.end() ? nullptr : existing->second->server;
+    if (options.server && current_server != nullptr) return EBUSY;
+    if (require_server && (options.server || current_server == nullptr)) return ENXIO;
+    Attachments* att = Attach(object);
+
+    if (options.nopersist && object->persistent) {
+        object->persistent = false;
+        if (store_) store_->Remove(path);
+    }
+    if (!created && (flags & O_TRUNC) != 0 && object->Clear()) NotifyLine(att, nullptr, "#");
+    if (created || object->dirty) QueueSave(object.get());
+
+    conn->att = att;
+    conn->can_read = accmode != O_WRONLY;
+    conn->can_write = accmode != O_RDONLY;
+    conn->critical = options.critical;
+    ++att->handles;
+    if (options.server) {
+        conn->role = Conn::Role::Server;
+        att->server = conn;
+    } else if (att->server != nullptr) {
+        conn->role = Conn::Role::Client;
+        conn->client_id = att->next_client_id++;
+        conn->client_prefix = "@";
+        conn->client_prefix.append(object->basename()).append(".").append(std::to_string(conn->client_id)).append("\n");
+        att->clients.emplace(conn->client_id, conn);
+    } else if (conn->can_read) {
+        conn->role = options.delta ? Conn::Role::Delta : Conn::Role::Plain;
+        att->readers.push_back(conn);
+    } else {
+        conn->role = Conn::Role::Writer;
+    }
+
+    AnswerAndMaybeClose(conn, 0, "", false);
+    if (conn->dead) return 0;
+    if (conn->role == Conn::Role::Plain || conn->role == Conn::Role::Delta) {
+        SendWhole(conn);
+    } else if (conn->role == Conn::Role::Client) {
+        SendConnectLine(att, conn);
+    } else if (conn->role == Conn::Role::Server) {
+        // Clients left from an earlier server are announced to this one.
+        for (auto& [id, client] : att->clients) SendConnectLine(att, client);
+    }
+    return 0;
+}
+
+void Broker::SendConnectLine(Attachments* att, Conn* client) {
+    if (att->server == nullptr) return;
+    char line[128];
+    int n = std::snprintf(line, sizeof line, ".n0.p%d.u%u.g%u", static_cast<int>(client->pid),
+                          static_cast<unsigned>(client->uid), static_cast<unsigned>(client->gid));
+    std::string text = "+" + client->client_prefix.substr(0, client->client_prefix.size() - 1);
+    text.append(line, static_cast<size_t>(n));
+    for (gid_t g : client->groups) text += ".g" + std::to_string(g);
+    text += "\n";
+    iovec iov = Iov(text);
+    Send(att->server, &iov, 1);
+}
+
+void Broker::OnMessage(Conn* conn, char* text, size_t length) {
+    if (!conn->can_write) return;  // a read-only handle's writes go nowhere
+    switch (conn->role) {
+        case Conn::Role::Server:
+            RouteFromServer(conn, text, length);
+            break;
+        case Conn::Role::Client:
+            RouteToServer(conn, text, length);
+            break;
+        default:
+            WriteToObject(conn, text, length);
+            break;
+    }
+}
+
+void Broker::WriteToObject(Conn* conn, char* text, size_t /*length*/) {
+    Attachments* att = conn->att;
+    scratch_.clear();
+    if (att->object->Apply(text, &scratch_) == 0) return;
+    QueueSave(att->object.get());
+    NotifyChange(att, conn);
+}
+
+// scratch_ holds the changed lines of the last write.
+void Broker::NotifyChange(Attachments* att, Conn* except) {
+    iovec iov[2] = {Iov(att->object->object_line()), Iov(scratch_)};
+    for (Conn* reader : att->readers) {
+        if (reader == except || reader->dead) continue;
+        if (reader->role == Conn::Role::Delta)
+            Send(reader, iov, 2);
+        else
+            SendWhole(reader);
+    }
+}
+
+// A one-line notice ("#@name" truncated, "-@name" deleted) to every reader
+// and client; a truncation also clears a pending whole copy's need.
+void Broker::NotifyLine(Attachments* att, Conn* except, const char* prefix) {
+    iovec iov[2] = {Iov(prefix, std::strlen(prefix)), Iov(att->object->object_line())};
+    for (Conn* reader : att->readers)
+        if (reader != except && !reader->dead) Send(reader, iov, 2);
+}
+
+void Broker::RouteToServer(Conn* conn, const char* text, size_t length) {
+    Conn* server = conn->att->server;
+    if (server == nullptr || server->dead) return;  // no server now: nobody to hear it
+    std::string_view body(text, length);
+    if (!body.empty() && body[0] == '@') {
+        size_t nl = body.find('\n');
+        body = nl == std::string_view::npos ? std::string_view() : body.substr(nl + 1);
+    }
+    iovec iov[2] = {Iov(conn->client_prefix), Iov(body.data(), body.size())};
+    Send(server, iov, 2);
+}
+
+void Broker::RouteFromServer(Conn* conn, const char* text, size_t length) {
+    Attachments* att = conn->att;
+    std::string_view body(text, length);
+    bool addressed = false;
+    uint64_t id = 0;
+    if (!body.empty() && body[0] == '@') {
+        size_t nl = body.find('\n');
+        std::string_view line = body.substr(1, nl == std::string_view::npos ? std::string_view::npos : nl - 1);
+        body = nl == std::string_view::npos ? std::string_view() : body.substr(nl + 1);
+        size_t dot = line.rfind('.');
+        if (dot != std::string_view::npos && dot + 1 < line.size() && line.size() - dot - 1 <= 20) {
+            addressed = true;
+            for (size_t i = dot + 1; i < line.size() && addressed; ++i) {
+                char c = line[i];
+                if (c < '0' || c > '9') {
+                    addressed = false;
+                } else {
+                    uint64_t next = id * 10 + static_cast<uint64_t>(c - '0');
+                    if (next / 10 != id) addressed = false;  // past 2^64-1
+                    id = next;
+                }
+            }
+        }
+    }
+    iovec iov[2] = {Iov(att->object->object_line()), Iov(body.data(), body.size())};
+    if (addressed) {
+        auto found = att->clients.find(id);
+        if (found != att->clients.end() && !found->second->dead) Send(found->second, iov, 2);
+        return;
+    }
+    for (auto& [client_id, client] : att->clients)
+        if (!client->dead) Send(client, iov, 2);
+}
+
+void Broker::Send(Conn* conn, const iovec* iov, int count) {
+    if (conn->dead) return;
+    if (conn->queue.empty() && !conn->whole_pending && !conn->resync_pending) {
+        msghdr msg{};
+        msg.msg_iov = const_cast<iovec*>(iov);
+        msg.msg_iovlen = static_cast<size_t>(count);
+        ssize_t n;
+        do {
+            n = ::sendmsg(conn->fd, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+        } while (n < 0 && errno == EINTR);
+        if (n >= 0) return;
+        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) {
+            Close(conn);
+            return;
+        }
+    }
+    Enqueue(conn, iov, count);
+}
+
+void Broker::SendWhole(Conn* conn) {
+    if (conn->dead || conn->whole_pending || conn->resync_pending) return;
+    iovec iov = Iov(conn->att->object->Render());
+    if (conn->queue.empty()) {
+        Send(conn, &iov, 1);
+        return;
+    }
+    // Something older waits: send the then-current object after it.
+    conn->whole_pending = true;
+    SetWantOut(conn, true);
+}
+
+void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
+    bool state_reader = conn->role == Conn::Role::Plain || conn->role == Conn::Role::Delta;
+    if (conn->resync_pending) return;  // the coming whole copy covers it
+    if (conn->queue.size() >= options_.queue_cap) {
+        if (state_reader) {
+            conn->queue.clear();
+            conn->whole_pending = false;
+            conn->resync_pending = true;
+            if (conn->dropped++ == 0) Log("slow reader of " + conn->att->object->path() + ": queue full, will resync");
+        } else if (conn->dropped++ % 1000 == 0) {
+            Log("slow " + std::string(conn->role == Conn::Role::Server ? "server" : "client") + " of " +
+                conn->att->object->path() + ": queue full, message dropped (" + std::to_string(conn->dropped) +
+                " so far)");
+        }
+        SetWantOut(conn, true);
+        return;
+    }
+    std::string message;
+    size_t total = 0;
+    for (int i = 0; i < count; ++i) total += iov[i].iov_len;
+    message.reserve(total);
+    for (int i = 0; i < count; ++i) message.append(static_cast<const char*>(iov[i].iov_base), iov[i].iov_len);
+    conn->queue.push_back(std::move(message));
+    SetWantOut(conn, true);
+}
+
+void Broker::Flush(Conn* conn) {
+    auto try_send = [&](const iovec* iov, int count) {
+        msghdr msg{};
+        msg.msg_iov = const_cast<iovec*>(iov);
+        msg.msg_iovlen = static_cast<size_t>(count);
+        ssize_t n;
+        do {
+            n = ::sendmsg(conn->fd, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+        } while (n < 0 && errno == EINTR);
+        if (n >= 0) return true;
+        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) Close(conn);
+        return false;
+    };
+    while (!conn->queue.empty()) {
+        iovec iov = Iov(conn->queue.front());
+        if (!try_send(&iov, 1)) return;
+        conn->queue.pop_front();
+    }
+    if (conn->resync_pending) {
+        iovec iov[2] = {Iov("#", 1), Iov(conn->att->object->Render())};
+        if (!try_send(iov, 2)) return;
+        conn->resync_pending = false;
+    }
+    if (conn->whole_pending) {
+        iovec iov = Iov(conn->att->object->Render());
+        if (!try_send(&iov, 1)) return;
+        conn->whole_pending = false;
+    }
+    SetWantOut(conn, false);
+}
+
+void Broker::SetWantOut(Conn* conn, bool want) {
+    if (conn->want_out == want) return;
+    conn->want_out = want;
+    pfds_[conn->slot + 2].events = static_cast<short>(want ? (POLLIN | POLLOUT) : POLLIN);
+}
+
+void Broker::Close(Conn* conn) {
+    if (conn->dead) return;
+    conn->dead = true;
+    sweep_needed_ = true;
+    Attachments* att = conn->att;
+    if (att != nullptr) {
+        Object* object = att->object.get();
+        if (conn->role == Conn::Role::Server) {
+            att->server = nullptr;
+        } else if (conn->role == Conn::Role::Client) {
+            att->clients.erase(conn->client_id);
+            if (att->server != nullptr && !att->server->dead) {
+                std::string line = "-" + conn->client_prefix;
+                iovec iov = Iov(line);
+                Send(att->server, &iov, 1);
+            }
+        } else {
+            att->readers.erase(std::remove(att->readers.begin(), att->readers.end(), conn), att->readers.end());
+        }
+        if (conn->critical && object->Clear()) {
+            // No stale state outlives the writer that owned it.
+            QueueSave(object);
+            NotifyLine(att, conn, "#");
+        }
+        if (--att->handles == 0) attachments_.erase(object);
+        conn->att = nullptr;
+    }
+    ::close(conn->fd);
+    conn->fd = -1;
+}
+
+void Broker::Sweep() {
+    size_t out = 0;
+    for (size_t i = 0; i < conns_.size(); ++i) {
+        if (conns_[i]->dead) continue;
+        if (out != i) {
+            conns_[out] = std::move(conns_[i]);
+            conns_[out]->slot = out;
+            pfds_[out + 2] = pfds_[i + 2];
+        }
+        ++out;
+    }
+    conns_.resize(out);
+    pfds_.resize(out + 2);
+    sweep_needed_ = false;
+}
+
+void Broker::QueueSave(Object* object) {
+    if (!object->persistent || object->save_queued || !store_) return;
+    std::shared_ptr<Object> owned = tree_.Find(object->path());
+    if (owned.get() != object) return;
+    object->save_queued = true;
+    save_queue_.push_back(std::move(owned));
+}
+
+void Broker::SaveChanged() {
+    for (auto& object : save_queue_) {
+        object->save_queued = false;
+        if (!object->persistent || object->detached || !store_) continue;
+        int code = store_->Save(*object);
+        if (code != 0) Log("cannot store " + object->path() + ": " + std::strerror(code));
+    }
+    save_queue_.clear();
+}
+
+}  // namespace ppsd

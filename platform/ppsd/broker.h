@@ -1,0 +1,122 @@
+// ppsd's broker: the PPS service on one AF_UNIX SOCK_SEQPACKET socket,
+// single-threaded around poll.
+//
+// Every open object is one connection (see platform/pps/pps_wire.h for the
+// open handshake). What a handle reads:
+//  - plain handle with read access: the whole object ("@name\n" and its
+//    attribute lines) right after the open, and the whole object again after
+//    each write by another handle that changed it;
+//  - "?delta": the whole object first, then one "@name" group per write by
+//    another handle, holding only the attributes that changed ("name:enc:value")
+//    or were deleted ("-name"); a write that changes nothing sends nothing;
+//  - a handle never gets its own writes back;
+//  - "#@name" followed by attribute lines means "forget what you had, this is
+//    the whole object now": sent when the object is truncated (O_TRUNC by
+//    another handle, or a "?critical" handle closed: then it has no lines),
+//    and when a slow reader's queue overflowed (see below);
+//  - "-@name": the object was unlinked.
+// Server objects: the handle opened "?server" is the server (one at a time,
+// else EBUSY). A non-server handle opened while the server is there is a
+// client with an id (1, 2, ... per object). Its writes go only to the server,
+// as "@<name>.<id>\n" followed by its lines (an object line of its own is
+// dropped); its connect arrives as "+@<name>.<id>.n0.p<pid>.u<uid>.g<gid>
+// [.g<gid>...]" (kernel credentials of its connection, primary group first,
+// then the other supplementary groups), its disconnect as "-@<name>.<id>".
+// A server write whose object line ends in ".<digits>" goes to that client
+// only, else to every client, with the object line rewritten to "@<name>".
+// Server objects keep no attributes from these messages.
+//
+// Bounded queues: the broker hands each message straight to the kernel
+// socket; only what the kernel will not take (the reader is slow) waits in
+// the broker, at most `queue_cap` messages per handle. On overflow:
+//  - a delta or plain reader loses its pending messages and gets one
+//    "#@name" message with the whole object instead (later writes are folded
+//    into it until it is sent), so it never misses the current state;
+//  - a server or client handle loses the new message (requests and replies
+//    are not state and cannot be folded); the broker logs it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/ppsd/object_store.h"
+
+struct pollfd;
+struct iovec;
+
+namespace ppsd {
+
+struct BrokerOptions {
+    std::string socket_path;
+    std::string store_dir;  // where persistent objects live; empty: nothing persists
+    size_t queue_cap = 256; // messages held per handle beyond the kernel's buffer
+    std::function<void(const std::string&)> log;  // notable events; may be empty
+};
+
+class Broker {
+public:
+    explicit Broker(BrokerOptions options);
+    ~Broker();
+    Broker(const Broker&) = delete;
+    Broker& operator=(const Broker&) = delete;
+
+    // Loads the store, then binds and listens on a temporary name and
+    // renames it to the socket path: the socket appears only once it
+    // accepts. 0, or an errno with `error` saying what failed.
+    int Start(std::string* error);
+    // Serves until `stop_fd` (e.g. a signalfd) becomes readable.
+    void Run(int stop_fd);
+    // Stores what changed, closes every handle and removes the socket.
+    void Shutdown();
+
+private:
+    struct Conn;
+    struct Attachments;
+
+    void Accept();
+    void OnReadable(Conn* conn);
+    void OnHandshake(Conn* conn, char* text, size_t length);
+    void DrainEstablished(Conn* except);
+    int OpenObject(Conn* conn, char* text);
+    void AnswerAndMaybeClose(Conn* conn, int code, const std::string& extra, bool close_after);
+    void OnMessage(Conn* conn, char* text, size_t length);
+    void WriteToObject(Conn* conn, char* text, size_t length);
+    void RouteToServer(Conn* conn, const char* text, size_t length);
+    void RouteFromServer(Conn* conn, const char* text, size_t length);
+    void NotifyChange(Attachments* att, Conn* except);
+    void NotifyLine(Attachments* att, Conn* except, const char* prefix);
+    void SendConnectLine(Attachments* att, Conn* client);
+    void Send(Conn* conn, const iovec* iov, int count);
+    void SendWhole(Conn* conn);
+    void Enqueue(Conn* conn, const iovec* iov, int count);
+    void Flush(Conn* conn);
+    void SetWantOut(Conn* conn, bool want);
+    void Close(Conn* conn);
+    void Sweep();
+    void SaveChanged();
+    void QueueSave(Object* object);
+    Attachments* Attach(const std::shared_ptr<Object>& object);
+    bool Allowed(const Conn& conn, const Object& object, int need) const;
+    void Log(const std::string& text) const;
+
+    BrokerOptions options_;
+    ObjectTree tree_;
+    std::unique_ptr<ObjectStore> store_;
+    int listen_fd_ = -1;
+    std::vector<std::unique_ptr<Conn>> conns_;
+    std::vector<pollfd> pfds_;  // [0] listen, [1] stop, then one per conn
+    bool sweep_needed_ = false;
+    std::unordered_map<Object*, std::unique_ptr<Attachments>> attachments_;
+    std::vector<std::shared_ptr<Object>> save_queue_;
+    std::vector<char> buffer_;  // one message in, NUL-terminated
+    std::string scratch_;       // a delta or an answer being built
+};
+
+}  // namespace ppsd

@@ -1,0 +1,310 @@
+#include "platform/ppsd/object_store.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/pps/ppsparse.h"
+
+namespace ppsd {
+
+namespace {
+
+constexpr const char* kStoreMagic = "ppsd-object 1";
+constexpr const char* kTempSuffix = ".tmp";
+
+std::string LastComponent(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+bool WriteAll(int fd, const std::string& text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// Store file names: the object path with '%' and '/' escaped, so that every
+// object is one flat file and no object name can clash with a directory.
+std::string EscapeName(const std::string& path) {
+    std::string out;
+    for (char c : path) {
+        if (c == '%')
+            out += "%25";
+        else if (c == '/')
+            out += "%2F";
+        else
+            out += c;
+    }
+    return out;
+}
+
+bool UnescapeName(const std::string& name, std::string* path) {
+    path->clear();
+    for (size_t i = 0; i < name.size(); ++i) {
+        if (name[i] != '%') {
+            *path += name[i];
+            continue;
+        }
+        if (i + 2 >= name.size()) return false;
+        std::string code = name.substr(i + 1, 2);
+        if (code == "25")
+            *path += '%';
+        else if (code == "2F")
+            *path += '/';
+        else
+            return false;
+        i += 2;
+    }
+    return true;
+}
+
+}  // namespace
+
+Object::Object(std::string path, uid_t owner_uid, gid_t owner_gid, mode_t mode)
+    : path_(std::move(path)), owner_uid_(owner_uid), owner_gid_(owner_gid), mode_(mode & 07777) {
+    object_line_ = "@" + LastComponent(path_) + "\n";
+}
+
+bool Object::Set(std::string_view name, std::string_view encoding, std::string_view value, std::string* delta) {
+    // Build the line in the delta buffer's tail to avoid a temporary.
+    size_t mark = delta->size();
+    delta->append(name).append(1, ':').append(encoding).append(1, ':').append(value);
+    std::string_view line(delta->data() + mark, delta->size() - mark);
+    auto found = index_.find(std::string(name));
+    if (found != index_.end()) {
+        std::string& stored = attrs_[found->second].line;
+        if (stored == line) {
+            delta->resize(mark);
+            return false;
+        }
+        stored.assign(line);
+    } else {
+        index_.emplace(std::string(name), attrs_.size());
+        attrs_.push_back({std::string(name), std::string(line)});
+    }
+    delta->push_back('\n');
+    rendered_valid_ = false;
+    dirty = true;
+    return true;
+}
+
+bool Object::Delete(std::string_view name, std::string* delta) {
+    auto found = index_.find(std::string(name));
+    if (found == index_.end()) return false;
+    attrs_.erase(attrs_.begin() + static_cast<std::ptrdiff_t>(found->second));
+    Reindex();
+    delta->append(1, '-').append(name).append(1, '\n');
+    rendered_valid_ = false;
+    dirty = true;
+    return true;
+}
+
+void Object::Reindex() {
+    index_.clear();
+    for (size_t i = 0; i < attrs_.size(); ++i) index_.emplace(attrs_[i].name, i);
+}
+
+size_t Object::Apply(char* text, std::string* delta) {
+    size_t changes = 0;
+    char* cursor = text;
+    pps_attrib_t info{};
+    for (;;) {
+        pps_status_t kind = ppsparse(&cursor, nullptr, nullptr, &info, 0);
+        if (kind == PPS_END || kind == PPS_ERROR) break;
+        if (kind == PPS_ATTRIBUTE && info.attr_name != nullptr && *info.attr_name != '\0') {
+            if (Set(info.attr_name, info.encoding ? info.encoding : "", info.value ? info.value : "", delta))
+                ++changes;
+        } else if (kind == PPS_ATTRIBUTE_DELETED && info.attr_name != nullptr) {
+            if (Delete(info.attr_name, delta)) ++changes;
+        }
+        // Object lines name the object written to; the other kinds carry
+        // nothing for a write.
+    }
+    return changes;
+}
+
+bool Object::SetLine(std::string_view line) {
+    size_t colon = line.find(':');
+    if (colon == 0 || colon == std::string_view::npos) return false;
+    size_t second = line.find(':', colon + 1);
+    if (second == std::string_view::npos) return false;
+    std::string scratch;
+    Set(line.substr(0, colon), line.substr(colon + 1, second - colon - 1), line.substr(second + 1), &scratch);
+    return true;
+}
+
+bool Object::Clear() {
+    if (attrs_.empty()) return false;
+    attrs_.clear();
+    index_.clear();
+    rendered_valid_ = false;
+    dirty = true;
+    return true;
+}
+
+const std::string& Object::Render() {
+    if (!rendered_valid_) {
+        rendered_.assign(object_line_);
+        for (const auto& attr : attrs_) rendered_.append(attr.line).append(1, '\n');
+        rendered_valid_ = true;
+    }
+    return rendered_;
+}
+
+bool NormalizePath(std::string_view in, std::string* out) {
+    if (in.empty() || in[0] != '/') return false;
+    out->clear();
+    size_t i = 0;
+    while (i < in.size()) {
+        while (i < in.size() && in[i] == '/') ++i;
+        size_t end = in.find('/', i);
+        if (end == std::string_view::npos) end = in.size();
+        std::string_view part = in.substr(i, end - i);
+        if (part.empty()) break;
+        if (part == "." || part == "..") return false;
+        out->append(1, '/').append(part);
+        i = end;
+    }
+    if (out->empty()) *out = "/";
+    return true;
+}
+
+std::shared_ptr<Object> ObjectTree::Find(const std::string& path) const {
+    auto found = objects_.find(path);
+    return found == objects_.end() ? nullptr : found->second;
+}
+
+bool ObjectTree::IsDirectory(const std::string& path) const {
+    if (path == "/") return true;
+    std::string prefix = path + "/";
+    auto next = objects_.lower_bound(prefix);
+    return next != objects_.end() && next->first.compare(0, prefix.size(), prefix) == 0;
+}
+
+bool ObjectTree::HasObjectAncestor(const std::string& path) const {
+    for (size_t slash = path.rfind('/'); slash != std::string::npos && slash > 0; slash = path.rfind('/', slash - 1)) {
+        if (objects_.count(path.substr(0, slash)) != 0) return true;
+    }
+    return false;
+}
+
+void ObjectTree::Insert(std::shared_ptr<Object> object) {
+    std::string path = object->path();
+    objects_[path] = std::move(object);
+}
+
+void ObjectTree::Erase(const std::string& path) { objects_.erase(path); }
+
+std::vector<std::string> ObjectTree::List(const std::string& dir) const {
+    std::vector<std::string> entries;
+    std::string prefix = dir == "/" ? "/" : dir + "/";
+    for (auto it = objects_.lower_bound(prefix); it != objects_.end(); ++it) {
+        if (it->first.compare(0, prefix.size(), prefix) != 0) break;
+        std::string rest = it->first.substr(prefix.size());
+        size_t slash = rest.find('/');
+        std::string entry = slash == std::string::npos ? rest : rest.substr(0, slash + 1);
+        if (entries.empty() || entries.back() != entry) entries.push_back(entry);
+    }
+    return entries;
+}
+
+std::string ObjectStore::FileFor(const std::string& path) const { return dir_ + "/" + EscapeName(path); }
+
+int ObjectStore::Save(Object& object) const {
+    std::string text = std::string(kStoreMagic) + "\n";
+    char meta[96];
+    std::snprintf(meta, sizeof meta, "owner %u %u %o\n", static_cast<unsigned>(object.owner_uid()),
+                  static_cast<unsigned>(object.owner_gid()), static_cast<unsigned>(object.mode()));
+    text += meta;
+    text += "path " + object.path() + "\n";
+    // The object's text without its object line.
+    const std::string& rendered = object.Render();
+    text.append(rendered, object.object_line().size());
+
+    std::string final_name = FileFor(object.path());
+    std::string temp_name = final_name + kTempSuffix;
+    int fd = ::open(temp_name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0) return errno;
+    bool ok = WriteAll(fd, text);
+    int saved = errno;
+    ::close(fd);
+    if (!ok || ::rename(temp_name.c_str(), final_name.c_str()) != 0) {
+        if (ok) saved = errno;
+        ::unlink(temp_name.c_str());
+        return saved != 0 ? saved : EIO;
+    }
+    object.dirty = false;
+    return 0;
+}
+
+void ObjectStore::Remove(const std::string& path) const { ::unlink(FileFor(path).c_str()); }
+
+size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems) const {
+    size_t loaded = 0;
+    DIR* dir = ::opendir(dir_.c_str());
+    if (dir == nullptr) return 0;
+    std::vector<std::string> names;
+    while (dirent* entry = ::readdir(dir)) {
+        std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    ::closedir(dir);
+    for (const auto& name : names) {
+        std::string file = dir_ + "/" + name;
+        if (name.size() > std::strlen(kTempSuffix) &&
+            name.compare(name.size() - std::strlen(kTempSuffix), std::string::npos, kTempSuffix) == 0) {
+            // An interrupted save: the previous copy (if any) is still whole.
+            ::unlink(file.c_str());
+            continue;
+        }
+        std::string path;
+        FILE* in = std::fopen(file.c_str(), "re");
+        if (!UnescapeName(name, &path) || in == nullptr) {
+            if (in != nullptr) std::fclose(in);
+            if (problems) problems->push_back(name + ": not an object file");
+            continue;
+        }
+        std::string text;
+        char chunk[4096];
+        size_t n;
+        while ((n = std::fread(chunk, 1, sizeof chunk, in)) > 0) text.append(chunk, n);
+        std::fclose(in);
+
+        std::vector<std::string_view> lines;
+        std::string_view rest(text);
+        while (!rest.empty()) {
+            size_t nl = rest.find('\n');
+            lines.push_back(rest.substr(0, nl));
+            if (nl == std::string_view::npos) break;
+            rest.remove_prefix(nl + 1);
+        }
+        unsigned uid = 0, gid = 0, mode = 0;
+        std::string stored_path;
+        if (lines.size() < 3 || lines[0] != kStoreMagic ||
+            std::sscanf(std::string(lines[1]).c_str(), "owner %u %u %o", &uid, &gid, &mode) != 3 ||
+            lines[2].substr(0, 5) != "path " || lines[2].substr(5) != path) {
+            if (problems) problems->push_back(name + ": malformed, ignored");
+            continue;
+        }
+        auto object = std::make_shared<Object>(path, uid, gid, mode);
+        for (size_t i = 3; i < lines.size(); ++i)
+            if (!lines[i].empty()) object->SetLine(lines[i]);
+        object->dirty = false;
+        tree->Insert(std::move(object));
+        ++loaded;
+    }
+    return loaded;
+}
+
+}  // namespace ppsd

@@ -1,0 +1,120 @@
+// The broker's objects: a tree of names (directories are implicit: a
+// directory exists while some object lies under it), each object a list of
+// attributes kept as the text lines they were written as, so an attribute
+// keeps its encoding and an unchanged object is never re-encoded.
+//
+// Persistence: every object that is not "nopersist" has one file in the
+// store directory, named after its path (escaped), holding its owner, mode
+// and text. A file is written to a temporary name and renamed over the old
+// one, so a crash of the broker leaves either the old or the new object,
+// never half of one.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace ppsd {
+
+class Object {
+public:
+    Object(std::string path, uid_t owner_uid, gid_t owner_gid, mode_t mode);
+
+    const std::string& path() const { return path_; }
+    // "@<last component>\n": the object line of everything sent to readers.
+    const std::string& object_line() const { return object_line_; }
+    std::string_view basename() const {
+        return std::string_view(object_line_).substr(1, object_line_.size() - 2);
+    }
+
+    // Applies one write (PPS text, cut in place while parsed): attribute
+    // lines set, "-name" lines delete. The lines that really changed
+    // something are appended to `delta` ("name:enc:value" or "-name", one
+    // per line). Returns the number of changes. Parsing stops at the first
+    // malformed line; what came before it is applied.
+    size_t Apply(char* text, std::string* delta);
+    // Sets one attribute line as stored ("name:enc:value"); for loading.
+    bool SetLine(std::string_view line);
+    // Drops every attribute; true if there were any.
+    bool Clear();
+    bool empty() const { return attrs_.empty(); }
+    size_t size() const { return attrs_.size(); }
+
+    // "@name\n" then one line per attribute, in the order first written.
+    // Cached until the next change.
+    const std::string& Render();
+
+    uid_t owner_uid() const { return owner_uid_; }
+    gid_t owner_gid() const { return owner_gid_; }
+    mode_t mode() const { return mode_; }
+
+    bool persistent = true;  // false once opened "?nopersist"
+    bool dirty = false;      // changed since last stored
+    bool detached = false;   // unlinked while handles still had it open
+    bool save_queued = false;  // in the broker's list of objects to store
+
+private:
+    struct Attribute {
+        std::string name;
+        std::string line;
+    };
+    bool Set(std::string_view name, std::string_view encoding, std::string_view value, std::string* delta);
+    bool Delete(std::string_view name, std::string* delta);
+    void Reindex();
+
+    std::string path_;
+    std::string object_line_;
+    uid_t owner_uid_;
+    gid_t owner_gid_;
+    mode_t mode_;
+    std::vector<Attribute> attrs_;
+    std::unordered_map<std::string, size_t> index_;
+    std::string rendered_;
+    bool rendered_valid_ = false;
+};
+
+// Cleans an absolute object path: collapses "//", drops a trailing '/'.
+// Returns false (EINVAL) for a relative path or a "." or ".." component.
+bool NormalizePath(std::string_view in, std::string* out);
+
+class ObjectTree {
+public:
+    std::shared_ptr<Object> Find(const std::string& path) const;
+    // A directory: some object lies under `path` (the root "/" always is).
+    bool IsDirectory(const std::string& path) const;
+    // An ancestor of `path` that is an object (then `path` cannot exist).
+    bool HasObjectAncestor(const std::string& path) const;
+    void Insert(std::shared_ptr<Object> object);
+    void Erase(const std::string& path);
+    // Direct entries of a directory, sorted; directories end in '/'.
+    std::vector<std::string> List(const std::string& dir) const;
+    const std::map<std::string, std::shared_ptr<Object>>& objects() const { return objects_; }
+
+private:
+    std::map<std::string, std::shared_ptr<Object>> objects_;
+};
+
+// The store directory of persistent objects.
+class ObjectStore {
+public:
+    explicit ObjectStore(std::string dir) : dir_(std::move(dir)) {}
+    // Writes the object safely (temporary file, then rename). 0 or errno.
+    int Save(Object& object) const;
+    // Removes the stored copy, if any.
+    void Remove(const std::string& path) const;
+    // Loads every stored object into `tree`; removes leftover temporary
+    // files and files that do not parse. Returns the number loaded.
+    size_t LoadAll(ObjectTree* tree, std::vector<std::string>* problems) const;
+
+    std::string FileFor(const std::string& path) const;
+
+private:
+    std::string dir_;
+};
+
+}  // namespace ppsd

@@ -1,0 +1,163 @@
+#include "platform/ppsd/object_store.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "testsupport/child_process.h"
+
+namespace ppsd {
+namespace {
+
+size_t ApplyText(Object& object, std::string text, std::string* delta) {
+    delta->clear();
+    return object.Apply(text.data(), delta);
+}
+
+TEST(ObjectApply, MergesNamedAttributesAndKeepsTheRest) {
+    Object object("/pps/a/status", 0, 0, 0644);
+    std::string delta;
+    EXPECT_EQ(ApplyText(object, "@status\nmsg::hi\nn:n:5\nflag:b:true\n", &delta), 3u);
+    EXPECT_EQ(delta, "msg::hi\nn:n:5\nflag:b:true\n");
+    EXPECT_EQ(ApplyText(object, "n:n:6\n", &delta), 1u);
+    EXPECT_EQ(delta, "n:n:6\n");
+    EXPECT_EQ(object.Render(), "@status\nmsg::hi\nn:n:6\nflag:b:true\n");
+}
+
+TEST(ObjectApply, UnchangedValueIsNoChange) {
+    Object object("/pps/o", 0, 0, 0644);
+    std::string delta;
+    ApplyText(object, "a::1\n", &delta);
+    EXPECT_EQ(ApplyText(object, "a::1\n", &delta), 0u);
+    EXPECT_EQ(delta, "");
+    // Same value, other encoding: a change (the encoding is kept).
+    EXPECT_EQ(ApplyText(object, "a:n:1\n", &delta), 1u);
+    EXPECT_EQ(object.Render(), "@o\na:n:1\n");
+}
+
+TEST(ObjectApply, DeletionRemovesAndMissingDeletionIsNoChange) {
+    Object object("/pps/o", 0, 0, 0644);
+    std::string delta;
+    ApplyText(object, "a::1\nb::2\nc::3\n", &delta);
+    EXPECT_EQ(ApplyText(object, "-b\n-nosuch\n", &delta), 1u);
+    EXPECT_EQ(delta, "-b\n");
+    EXPECT_EQ(object.Render(), "@o\na::1\nc::3\n");
+    // The index still finds what moved.
+    EXPECT_EQ(ApplyText(object, "c::4\n", &delta), 1u);
+    EXPECT_EQ(object.Render(), "@o\na::1\nc::4\n");
+}
+
+TEST(ObjectApply, MalformedLineStopsButKeepsWhatCameBefore) {
+    Object object("/pps/o", 0, 0, 0644);
+    std::string delta;
+    EXPECT_EQ(ApplyText(object, "a::1\nthis line has no colon\nb::2\n", &delta), 1u);
+    EXPECT_EQ(object.Render(), "@o\na::1\n");
+}
+
+TEST(ObjectApply, JsonAndNewlineEncodingsStayAsWritten) {
+    Object object("/pps/o", 0, 0, 0644);
+    std::string delta;
+    ApplyText(object, "dat:json:{\"a\":1}\ntext:c:one\\ntwo\n", &delta);
+    EXPECT_EQ(object.Render(), "@o\ndat:json:{\"a\":1}\ntext:c:one\\ntwo\n");
+}
+
+TEST(ObjectApply, ClearEmptiesOnce) {
+    Object object("/pps/o", 0, 0, 0644);
+    std::string delta;
+    ApplyText(object, "a::1\n", &delta);
+    EXPECT_TRUE(object.Clear());
+    EXPECT_FALSE(object.Clear());
+    EXPECT_EQ(object.Render(), "@o\n");
+}
+
+TEST(NormalizePath, Table) {
+    struct Case {
+        const char* in;
+        bool ok;
+        const char* out;
+    } cases[] = {
+        {"/pps/a/b", true, "/pps/a/b"}, {"/pps//a///b/", true, "/pps/a/b"}, {"/", true, "/"},
+        {"pps/a", false, ""},           {"", false, ""},                    {"/pps/../etc", false, ""},
+        {"/pps/./a", false, ""},
+    };
+    for (const auto& c : cases) {
+        std::string out;
+        EXPECT_EQ(NormalizePath(c.in, &out), c.ok) << c.in;
+        if (c.ok) {
+            EXPECT_EQ(out, c.out) << c.in;
+        }
+    }
+}
+
+TEST(ObjectTree, DirectoriesAreImplicit) {
+    ObjectTree tree;
+    tree.Insert(std::make_shared<Object>("/pps/a/b/c", 0, 0, 0644));
+    tree.Insert(std::make_shared<Object>("/pps/a/d", 0, 0, 0644));
+    tree.Insert(std::make_shared<Object>("/pps/ab", 0, 0, 0644));
+    EXPECT_TRUE(tree.IsDirectory("/pps/a"));
+    EXPECT_TRUE(tree.IsDirectory("/pps/a/b"));
+    EXPECT_FALSE(tree.IsDirectory("/pps/a/d"));
+    EXPECT_FALSE(tree.IsDirectory("/pps/x"));
+    EXPECT_TRUE(tree.HasObjectAncestor("/pps/a/d/e"));
+    EXPECT_FALSE(tree.HasObjectAncestor("/pps/a/b/e"));
+    EXPECT_EQ(tree.List("/pps"), (std::vector<std::string>{"a/", "ab"}));
+    EXPECT_EQ(tree.List("/pps/a"), (std::vector<std::string>{"b/", "d"}));
+}
+
+TEST(ObjectStore, RoundTripKeepsOwnerModeAndLines) {
+    rt::test::TempDir dir;
+    ObjectStore store(dir.path());
+    auto object = std::make_shared<Object>("/pps/s/config", 1000, 20, 0640);
+    std::string delta;
+    ApplyText(*object, "diaglogmask::1\nn:n:5\ndat:json:[1,2]\n", &delta);
+    ASSERT_EQ(store.Save(*object), 0);
+    EXPECT_FALSE(object->dirty);
+
+    ObjectTree tree;
+    std::vector<std::string> problems;
+    EXPECT_EQ(store.LoadAll(&tree, &problems), 1u);
+    EXPECT_TRUE(problems.empty());
+    auto loaded = tree.Find("/pps/s/config");
+    ASSERT_NE(loaded, nullptr);
+    EXPECT_EQ(loaded->owner_uid(), 1000u);
+    EXPECT_EQ(loaded->owner_gid(), 20u);
+    EXPECT_EQ(loaded->mode(), 0640u);
+    EXPECT_EQ(loaded->Render(), "@config\ndiaglogmask::1\nn:n:5\ndat:json:[1,2]\n");
+}
+
+TEST(ObjectStore, InterruptedSaveAndForeignFilesAreIgnored) {
+    rt::test::TempDir dir;
+    ObjectStore store(dir.path());
+    auto object = std::make_shared<Object>("/pps/o", 0, 0, 0644);
+    std::string delta;
+    ApplyText(*object, "a::old\n", &delta);
+    ASSERT_EQ(store.Save(*object), 0);
+    // A crash in the middle of the next save leaves its temporary file.
+    std::ofstream(store.FileFor("/pps/o") + ".tmp") << "ppsd-object 1\nowner 0 0 644\npath /pps/o\na::ne";
+    std::ofstream(dir.file("garbage")) << "not an object\n";
+    std::ofstream(dir.file("%2Fpps%2Fwrongpath")) << "ppsd-object 1\nowner 0 0 644\npath /pps/other\n";
+
+    ObjectTree tree;
+    std::vector<std::string> problems;
+    EXPECT_EQ(store.LoadAll(&tree, &problems), 1u);
+    EXPECT_EQ(problems.size(), 2u);
+    ASSERT_NE(tree.Find("/pps/o"), nullptr);
+    EXPECT_EQ(tree.Find("/pps/o")->Render(), "@o\na::old\n");
+    EXPECT_NE(::access((store.FileFor("/pps/o") + ".tmp").c_str(), F_OK), 0);
+}
+
+TEST(ObjectStore, NamesWithPercentAndSlashDoNotClash) {
+    rt::test::TempDir dir;
+    ObjectStore store(dir.path());
+    EXPECT_NE(store.FileFor("/pps/a%2Fb"), store.FileFor("/pps/a/b"));
+    auto object = std::make_shared<Object>("/pps/a%2Fb", 0, 0, 0644);
+    ASSERT_EQ(store.Save(*object), 0);
+    ObjectTree tree;
+    EXPECT_EQ(store.LoadAll(&tree, nullptr), 1u);
+    EXPECT_NE(tree.Find("/pps/a%2Fb"), nullptr);
+}
+
+}  // namespace
+}  // namespace ppsd
