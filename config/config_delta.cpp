@@ -1,0 +1,64 @@
+#include "config/config_delta.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "config/config_actions.h"
+#include "platform/pps/pps_decoder.h"
+#include "service/tavora_context.h"
+#include "service/tavora_log.h"
+
+namespace {
+
+constexpr const char* kName = "TavoraConfigObjDelta";
+char delta_buffer[4096];
+
+}  // namespace
+
+void TavoraConfigObjDelta() {
+    const int32_t config_fd = g_tavora_context != nullptr ? g_tavora_context->config_fd : -1;
+    if (config_fd < 0) std::perror("open");
+
+    std::memset(delta_buffer, 0, sizeof delta_buffer);
+    ssize_t n = ::read(config_fd, delta_buffer, sizeof delta_buffer - 1);
+
+    pps_decoder_t decoder;
+    pps_decoder_initialize(&decoder, nullptr);
+    if (n <= 0) {
+        pps_decoder_cleanup(&decoder);
+        return;
+    }
+    if (pps_decoder_parse_pps_str(&decoder, delta_buffer) != PPS_DECODER_OK) {
+        std::fputs("Tavora: PPS decoding failed!", stderr);
+        pps_decoder_cleanup(&decoder);
+        return;
+    }
+    int status = pps_decoder_push(&decoder, nullptr);
+    if (status != PPS_DECODER_OK) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error descending in object: %d",
+              kName, status);
+    }
+    // Strictly in table order, whatever the order in the text; an attribute
+    // of another type or a deletion counts as absent.
+    for (const ConfigAction& action : ConfigActions()) {
+        const char* text = nullptr;
+        if (pps_decoder_get_string(&decoder, action.attribute, &text) == PPS_DECODER_OK &&
+            text != nullptr) {
+            action.apply(text);
+        } else if (action.when_absent != nullptr) {
+            action.when_absent();
+        }
+    }
+    status = pps_decoder_pop(&decoder);
+    if (status != PPS_DECODER_OK) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pop : %d", kName, status);
+    }
+    // Cleaned up after a failed pop too: a decoder left behind would leak.
+    pps_decoder_cleanup(&decoder);
+}
+
+void TavoraConfigWatcher(PPSServer* /*server*/, void* /*arg*/, int /*fd*/) {
+    TavoraConfigObjDelta();
+}

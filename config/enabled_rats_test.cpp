@@ -1,0 +1,365 @@
+// Enabled RATs: menu choices and modem reports against the device classes.
+// The test plays the radio control service (the server of its control
+// object, on a real broker); diag/config and status_persistent are
+// socketpairs so every write of the daemon can be read back.
+#include "config/enabled_rats.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <optional>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "config/config_delta.h"
+#include "platform/pps/pps_client.h"
+#include "platform/qnx/slogf.h"
+#include "service/tavora_context.h"
+#include "testsupport/child_process.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+
+struct Pair {
+    Pair() {
+        int fds[2];
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, fds) == 0) {
+            ours = fds[0];
+            theirs = fds[1];
+        }
+    }
+    ~Pair() {
+        ::close(ours);
+        ::close(theirs);
+    }
+    int ours = -1;
+    int theirs = -1;
+};
+
+// Every message waiting on fd, each read whole; waits up to wait_ms for the first.
+std::vector<std::string> Drain(int fd, int wait_ms) {
+    std::vector<std::string> messages;
+    for (;;) {
+        pollfd entry{fd, POLLIN, 0};
+        if (::poll(&entry, 1, messages.empty() ? wait_ms : 50) <= 0) return messages;
+        char buffer[4096];
+        ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n <= 0) return messages;
+        messages.emplace_back(buffer, static_cast<size_t>(n));
+    }
+}
+
+constexpr const char* kMenuNotSupportedFormat = "%30s : Tavora: Not Supported Device Rat %d\n";
+
+class EnabledRatsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetEnabledRatsForTest();
+        radio_control_ = pps_open("/pps/services/radioctrl/modem0/control?server",
+                                  O_RDWR | O_CREAT, 0666);
+        ASSERT_GE(radio_control_, 0);
+        context_.config_fd = config_.ours;
+        context_.persist_fd = persist_.ours;
+        g_tavora_context = &context_;
+    }
+    void TearDown() override {
+        g_tavora_context = nullptr;
+        hardware_id[0] = '\0';
+        ::close(radio_control_);
+    }
+
+    static void SetHardware(const char* id) {
+        std::strncpy(hardware_id, id, kHardwareIdLength);
+        hardware_id[kHardwareIdLength] = '\0';
+    }
+    void ModemReports(const std::string& lines) {
+        std::string text = "@status_persistent\n" + lines;
+        ASSERT_EQ(::write(persist_.theirs, text.data(), text.size()),
+                  static_cast<ssize_t>(text.size()));
+    }
+    void ModemReportsSetting(int setting) {
+        ModemReports("configure_rats_state:json:{\"enabled_technologies\":" +
+                     std::to_string(setting) + "}\n");
+    }
+    // The settings the radio control service received, in order. A request
+    // is awaited up to wait_ms; none expected means waiting that long.
+    std::vector<int> Sent(int wait_ms = 300) {
+        std::vector<int> settings;
+        static const std::regex request(
+            "msg::configure_rats\nid::3323\ndat:json:\\{\"enabled_technologies\":(-?[0-9]+)\\}");
+        for (const std::string& message : Drain(radio_control_, wait_ms)) {
+            std::smatch match;
+            if (std::regex_search(message, match, request)) settings.push_back(std::stoi(match[1]));
+        }
+        return settings;
+    }
+    // What was written to diag/config.
+    std::vector<std::string> MenuWrites() { return Drain(config_.theirs, 0); }
+
+    rt::test::PpsBroker broker_;
+    int radio_control_ = -1;
+    Pair config_;
+    Pair persist_;
+    TavoraContext context_;
+};
+
+std::string NotSupportedLine(int setting) {
+    char line[128];
+    std::snprintf(line, sizeof line, kMenuNotSupportedFormat, "Update_Rat_Menu", setting);
+    return line;
+}
+
+TEST(RatTablesTest, MenuNamesInTheirFixedOrder) {
+    std::vector<std::pair<std::string, int>> rows;
+    for (const RatName& row : RatNameTable()) rows.emplace_back(row.name, row.mask);
+    EXPECT_THAT(rows, ElementsAre(std::pair<std::string, int>{"NONE", 0}, std::pair{"CDMA_ONLY", 4},
+                                  std::pair{"EVDO_ONLY", 8}, std::pair{"WCDMA", 2},
+                                  std::pair{"CDMA+EVDO", 12}, std::pair{"LTE_ONLY", 16},
+                                  std::pair{"WCDMA+LTE", 18}, std::pair{"CDMA1X+EVDO+LTE", 28}));
+}
+
+struct SupportCase {
+    const char* hardware;
+    std::vector<int> supported;
+};
+
+TEST(RatTablesTest, DeviceClassesSupportOnlyTheirSettings) {
+    const SupportCase cases[] = {
+        {"0x51c0f9e4", {0, 2}},
+        {"0x52c0f9e4", {0, 2, 16, 18}},
+        {"0x53c0f9e4", {0, 4, 8, 12, 16, 28}},
+        {"0X52C0F9E4", {0, 2, 16, 18}},  // case does not matter
+        {"0x52c0f9e", {0, 2, 16, 18}},   // only nine characters are compared
+        {"0x54c0f9e4", {}},
+        {"", {}},  // no hardware ID read: not even 0
+    };
+    for (const SupportCase& c : cases) {
+        std::strncpy(hardware_id, c.hardware, kHardwareIdLength);
+        hardware_id[kHardwareIdLength] = '\0';
+        std::vector<int> supported;
+        for (int setting : {-1, 0, 2, 4, 6, 8, 12, 16, 18, 28, 30})
+            if (Is_Rat_Supported(setting)) supported.push_back(setting);
+        EXPECT_EQ(supported, c.supported) << c.hardware;
+    }
+    hardware_id[0] = '\0';
+}
+
+// Menu choices (enabled_rats in a configuration delta).
+struct MenuCase {
+    const char* name;
+    const char* hardware;
+    int current_before;
+    const char* menu;
+    std::vector<int> sent;
+    std::vector<std::string> menu_writes;
+    int current_after;
+    std::optional<int> not_supported_logged;
+};
+
+class MenuChoiceTest : public EnabledRatsTest, public ::testing::WithParamInterface<MenuCase> {};
+
+TEST_P(MenuChoiceTest, Applies) {
+    const MenuCase& c = GetParam();
+    SetHardware(c.hardware);
+    current_rat = c.current_before;
+    skip_rats_state = 0;
+    SlogCapture capture;
+    SelectRatByName(c.menu);
+    EXPECT_EQ(Sent(), c.sent);
+    EXPECT_THAT(MenuWrites(), ElementsAreArray(c.menu_writes));
+    EXPECT_EQ(current_rat, c.current_after);
+    if (c.not_supported_logged) {
+        EXPECT_TRUE(capture.contains(NotSupportedLine(*c.not_supported_logged)));
+    } else {
+        EXPECT_THAT(capture.texts(), IsEmpty());
+    }
+    // After a request is sent, the modem's echo of it is to be skipped.
+    if (!c.sent.empty()) {
+        EXPECT_EQ(skip_rats_state, -1);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, MenuChoiceTest,
+    ::testing::Values(
+        MenuCase{"wcdma_lte_device_chooses_wcdma_lte", "0x52c0f9e4", -1, "WCDMA+LTE", {18}, {}, 18,
+                 std::nullopt},
+        MenuCase{"unsupported_choice_restores_setting_in_force", "0x52c0f9e4", 18, "CDMA_ONLY",
+                 {18}, {"enabled_rats::WCDMA+LTE\n"}, 18, std::nullopt},
+        MenuCase{"unsupported_choice_with_no_setting_known", "0x52c0f9e4", -1, "CDMA_ONLY", {}, {},
+                 -1, -1},
+        MenuCase{"wcdma_only_device_sends_wcdma", "0x51c0f9e4", -1, "WCDMA", {2}, {}, 2,
+                 std::nullopt},
+        MenuCase{"wcdma_only_device_sends_none", "0x51c0f9e4", 2, "NONE", {0}, {}, 0, std::nullopt},
+        MenuCase{"wcdma_only_device_refuses_lte", "0x51c0f9e4", 2, "LTE_ONLY", {2},
+                 {"enabled_rats::WCDMA\n"}, 2, std::nullopt},
+        MenuCase{"name_in_other_case_matches_nothing", "0x52c0f9e4", -1, "wcdma", {}, {}, -1,
+                 std::nullopt},
+        MenuCase{"unknown_name_ignored", "0x52c0f9e4", 18, "GSM_ONLY", {}, {}, 18, std::nullopt},
+        MenuCase{"setting_already_in_force_sends_nothing", "0x52c0f9e4", 18, "WCDMA+LTE", {}, {},
+                 18, std::nullopt},
+        MenuCase{"unknown_device_sends_nothing", "", -1, "WCDMA", {}, {}, -1, -1},
+        MenuCase{"three_rat_device_case_insensitive_id", "0X53C0F9E4", 16, "CDMA1X+EVDO+LTE", {28},
+                 {}, 28, std::nullopt}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Reports of the modem through status_persistent.
+struct ReportCase {
+    const char* name;
+    const char* hardware;
+    int current_before;
+    int reported;
+    std::vector<int> sent;
+    std::vector<std::string> menu_writes;
+    int current_after;
+};
+
+class ModemReportTest : public EnabledRatsTest, public ::testing::WithParamInterface<ReportCase> {};
+
+TEST_P(ModemReportTest, Follows) {
+    const ReportCase& c = GetParam();
+    SetHardware(c.hardware);
+    current_rat = c.current_before;
+    skip_rats_state = 0;
+    ModemReportsSetting(c.reported);
+    GetRatsState();
+    EXPECT_EQ(Sent(), c.sent);
+    EXPECT_THAT(MenuWrites(), ElementsAreArray(c.menu_writes));
+    EXPECT_EQ(current_rat, c.current_after);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ModemReportTest,
+    ::testing::Values(
+        ReportCase{"supported_change_is_taken", "0x53c0f9e4", 28, 16, {16},
+                   {"enabled_rats::LTE_ONLY\n"}, 16},
+        ReportCase{"zero_ignored", "0x53c0f9e4", 28, 0, {}, {}, 28},
+        ReportCase{"unsupported_report_restored", "0x52c0f9e4", 18, 4, {18},
+                   {"enabled_rats::WCDMA+LTE\n"}, 18},
+        ReportCase{"same_as_current_ignored", "0x52c0f9e4", 18, 18, {}, {}, 18},
+        ReportCase{"first_report_with_no_setting_known", "0x52c0f9e4", -1, 2, {2},
+                   {"enabled_rats::WCDMA\n"}, 2}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(EnabledRatsTest, ReportAfterOwnRequestIsSkippedOnce) {
+    SetHardware("0x53c0f9e4");
+    skip_rats_state = -1;
+    current_rat = 28;
+    ModemReportsSetting(16);
+    GetRatsState();
+    EXPECT_EQ(skip_rats_state, 0);
+    EXPECT_EQ(current_rat, 28);
+    EXPECT_THAT(Sent(), IsEmpty());
+    EXPECT_THAT(Drain(persist_.theirs, 0), IsEmpty());  // the report was read, not left behind
+}
+
+TEST_F(EnabledRatsTest, ReportWithoutRatStateLogsThePush) {
+    SetHardware("0x53c0f9e4");
+    skip_rats_state = 0;
+    ModemReports("modem_state::ready\n");
+    SlogCapture capture;
+    GetRatsState();
+    ASSERT_EQ(capture.texts().size(), 1u);
+    char prefix[128];
+    std::snprintf(prefix, sizeof prefix, "%30s : Tavora: Error in pps_decoder_push : ",
+                  "GetRatsState");
+    EXPECT_THAT(capture.texts()[0], ::testing::StartsWith(prefix));
+}
+
+TEST_F(EnabledRatsTest, ReportWithTextSettingLogsTheNumberRead) {
+    SetHardware("0x53c0f9e4");
+    skip_rats_state = 0;
+    ModemReports("configure_rats_state:json:{\"enabled_technologies\":\"LTE\"}\n");
+    SlogCapture capture;
+    GetRatsState();
+    ASSERT_EQ(capture.texts().size(), 1u);
+    EXPECT_THAT(capture.texts()[0],
+                ::testing::HasSubstr("Error in pps_decoder_get_string for 'enabled_technologies'"));
+    EXPECT_EQ(current_rat, -1);
+}
+
+TEST_F(EnabledRatsTest, NoPersistentStatusLogsAndDoesNothing) {
+    context_.persist_fd = -1;
+    SlogCapture capture;
+    GetRatsState();
+    ASSERT_EQ(capture.texts().size(), 1u);
+    EXPECT_THAT(capture.texts()[0],
+                ::testing::HasSubstr(
+                    "GetRatsState : Failed to opend /pps/services/radioctrl/modem0/status_persistent("));
+}
+
+TEST_F(EnabledRatsTest, NoConfigObjectLogsTwiceAndSendsNothing) {
+    SetHardware("0x52c0f9e4");
+    current_rat = 18;
+    context_.config_fd = -1;
+    SlogCapture capture;
+    Update_Rat_Menu(current_rat);
+    std::vector<std::string> texts = capture.texts();
+    ASSERT_EQ(texts.size(), 2u);
+    EXPECT_THAT(texts[0], ::testing::HasSubstr(
+                              "Update_Rat_Menu : Failed to open /pps/services/radioctrl/modem0/diag/config("));
+    EXPECT_THAT(texts[1],
+                ::testing::EndsWith("Update_Rat_Menu : Tavora: Failed to open "
+                                    "/pps/services/radioctrl/modem0/diag/config?delta for encoding\n"));
+    EXPECT_EQ(skip_rats_state, 0);
+    EXPECT_THAT(Sent(), IsEmpty());
+}
+
+TEST_F(EnabledRatsTest, NoRadioControlObjectLogsAndKeepsSetting) {
+    SetHardware("0x52c0f9e4");
+    ::close(radio_control_);
+    radio_control_ = -1;
+    ASSERT_EQ(pps_unlink("/pps/services/radioctrl/modem0/control"), 0);
+    current_rat = 2;
+    SlogCapture capture;
+    Enable_Rat(18);
+    ASSERT_EQ(capture.texts().size(), 1u);
+    EXPECT_THAT(capture.texts()[0],
+                ::testing::HasSubstr("Enable_Rat : Failed to open /pps/services/radioctrl/modem0/control("));
+    EXPECT_EQ(current_rat, 2);
+    EXPECT_EQ(skip_rats_state, 0);
+}
+
+TEST_F(EnabledRatsTest, DeltaWithoutEnabledRatsReadsTheModemAtOnce) {
+    // Through the real settings table: the delta carries no enabled_rats,
+    // so the persistent status is read and followed even though its next
+    // change was to be skipped.
+    SetHardware("0x53c0f9e4");
+    current_rat = 28;
+    skip_rats_state = -1;
+    ModemReportsSetting(16);
+    const std::string delta = "@config\nims_enable::1\n";
+    ASSERT_EQ(::write(config_.theirs, delta.data(), delta.size()),
+              static_cast<ssize_t>(delta.size()));
+    TavoraConfigObjDelta();
+    EXPECT_EQ(current_rat, 16);
+    EXPECT_EQ(Sent(2000), std::vector<int>{16});
+    EXPECT_THAT(MenuWrites(), ElementsAre("enabled_rats::LTE_ONLY\n"));
+}
+
+TEST_F(EnabledRatsTest, DeltaWithEnabledRatsSelectsByName) {
+    SetHardware("0x52c0f9e4");
+    const std::string delta = "@config\nenabled_rats::WCDMA+LTE\n";
+    ASSERT_EQ(::write(config_.theirs, delta.data(), delta.size()),
+              static_cast<ssize_t>(delta.size()));
+    TavoraConfigObjDelta();
+    EXPECT_EQ(Sent(2000), std::vector<int>{18});
+    EXPECT_EQ(current_rat, 18);
+    // The modem's echo of the request is skipped.
+    ModemReportsSetting(18);
+    GetRatsState();
+    EXPECT_EQ(skip_rats_state, 0);
+    EXPECT_THAT(Sent(), IsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,25 @@
+// Cleanup: the handler of SIGHUP, SIGTERM and SIGINT; ends the process.
+#include <cstdlib>
+
+#include "diaglog/dm_log_mask.h"
+#include "diaglog/log_snapshot_store.h"
+#include "platform/dmux/kora_dmc.h"
+#include "qmi/vendor_client.h"
+#include "service/tavora_context.h"
+#include "service/tavora_log.h"
+
+void Cleanup(int /*signal_number*/) {
+    // 1. The context's objects.
+    if (g_tavora_context != nullptr) CloseTavoraContext(g_tavora_context);
+    // 2. The DM client connection (client id 1, whether or not one is open).
+    uint32_t dm_client_id = 1;
+    kora_dmc_con_release(&dm_client_id);
+    dm_client_connected = 0;
+    // 3. The vendor QMI client and the QMI library.
+    radioTavoraCleanQmi();
+    slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: radio_tavora PPS is terminated.",
+          "Cleanup");
+    // 5. The rlc_stats_entries arrays of 0xB087, then 0xB097.
+    g_log_snapshot_store.FreeRlcStatsEntries();
+    std::exit(0);
+}

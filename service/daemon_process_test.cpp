@@ -1,0 +1,254 @@
+// radio_tavora as a real process on a real broker: start-up order and
+// log lines, the objects it creates and clears, requests through the
+// server object, and how it ends.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/pps/pps_client.h"
+#include "testsupport/daemon_fixture.h"
+
+namespace {
+
+using rt::test::DaemonFixture;
+using rt::test::DaemonOptions;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// The slog lines of the daemon's standard error, prefix removed, in order.
+std::vector<std::string> SlogTexts(const std::string& stderr_text) {
+    std::vector<std::string> texts;
+    size_t at = 0;
+    const std::string prefix = "slog 10000 6 ";
+    while (at < stderr_text.size()) {
+        size_t end = stderr_text.find('\n', at);
+        if (end == std::string::npos) end = stderr_text.size();
+        std::string line = stderr_text.substr(at, end - at);
+        if (line.rfind(prefix, 0) == 0) texts.push_back(line.substr(prefix.size()));
+        at = end + 1;
+    }
+    return texts;
+}
+
+std::string MainLine(const std::string& text) {
+    char line[256];
+    std::snprintf(line, sizeof line, "%30s : Tavora: %s", "main", text.c_str());
+    return line;
+}
+
+// Index of the first slog line containing `needle`, or -1.
+int IndexOf(const std::vector<std::string>& texts, const std::string& needle) {
+    for (size_t i = 0; i < texts.size(); ++i)
+        if (texts[i].find(needle) != std::string::npos) return static_cast<int>(i);
+    return -1;
+}
+
+TEST(DaemonProcessTest, StartsWithItsLogLinesInOrder) {
+    DaemonOptions options;
+    options.create_omadm_control = true;
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    std::vector<std::string> texts = SlogTexts(fixture.daemon().Stderr());
+    int config_line = IndexOf(texts, MainLine("calling function to initialize callback function "
+                                              "for user configure screen"));
+    int rat_line = IndexOf(
+        texts, MainLine("calling function to initialize callback function for configure rat state"));
+    int started_line = IndexOf(texts, MainLine("tavora_pps started successfully."));
+    ASSERT_GE(config_line, 0);
+    EXPECT_GT(rat_line, config_line);
+    EXPECT_GT(started_line, rat_line);
+    EXPECT_EQ(IndexOf(texts, "Dropping to user"), -1);  // no -U, no privilege change
+    EXPECT_EQ(IndexOf(texts, "setupContext"), -1);      // every object opened
+}
+
+TEST(DaemonProcessTest, StatusObjectsCreatedAndEmptied) {
+    DaemonOptions options;
+    options.start = false;
+    DaemonFixture fixture(options);
+    const char* statuses[] = {rt::test::kStatusEutraObject, rt::test::kStatusUtraObject,
+                              rt::test::kStatusGeranObject, rt::test::kStatus3gpp2Object,
+                              rt::test::kStatusDataObject};
+    // Three left from an earlier run, two not there at all.
+    for (const char* status : {statuses[0], statuses[2], statuses[4]}) {
+        ASSERT_TRUE(fixture.WriteObject(status, "left_over::from an earlier run\n")) << status;
+        ASSERT_THAT(fixture.ReadObject(status), HasSubstr("left_over")) << status;
+    }
+    EXPECT_FALSE(pps_exists(statuses[1]));
+
+    ASSERT_TRUE(fixture.Start()) << fixture.daemon().Stderr();
+    for (const char* status : statuses) {
+        EXPECT_TRUE(pps_exists(status)) << status;
+        EXPECT_THAT(fixture.ReadObject(status), Not(HasSubstr("left_over"))) << status;
+    }
+}
+
+TEST(DaemonProcessTest, EnsValueDeletedFromConfigAtStart) {
+    DaemonOptions options;
+    options.config_lines = {"ens_value::1", "diaglogmask::0"};
+    options.start = false;
+    DaemonFixture fixture(options);
+    ASSERT_THAT(fixture.ReadObject(rt::test::kConfigObject), HasSubstr("ens_value::1"));
+    ASSERT_TRUE(fixture.Start()) << fixture.daemon().Stderr();
+    // The deletion is the daemon's first write; give the broker a moment.
+    std::string config;
+    for (int i = 0; i < 100; ++i) {
+        config = fixture.ReadObject(rt::test::kConfigObject);
+        if (config.find("ens_value") == std::string::npos) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_THAT(config, Not(HasSubstr("ens_value")));
+    EXPECT_THAT(config, HasSubstr("diaglogmask::0"));
+}
+
+TEST(DaemonProcessTest, UnregisteredNameWarnsLogsAndGetsNoReply) {
+    DaemonFixture fixture;
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    EXPECT_EQ(fixture.Request("nosuchreport", "17", std::nullopt, 1000), "");
+    ASSERT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: nosuchreport"));
+    std::string err = fixture.daemon().Stderr();
+    EXPECT_THAT(err, HasSubstr("Unhandled message nosuchreport"));
+    char line[256];
+    std::snprintf(line, sizeof line, "slog 10000 6 %30s : Tavora: default handler for msg: %s",
+                  "Tavora_Default", "nosuchreport");
+    EXPECT_THAT(err, HasSubstr(line));
+    // warn comes first, then the default handler.
+    EXPECT_LT(err.find("Unhandled message nosuchreport"), err.find(line));
+}
+
+TEST(DaemonProcessTest, RequestWithoutIdIsDropped) {
+    DaemonFixture fixture;
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    EXPECT_EQ(fixture.RequestRaw("msg::nosuchreport\n", 500), "");
+    // A later complete request shows the daemon read past the dropped one.
+    fixture.Request("marker", "1", std::nullopt, 500);
+    ASSERT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: marker"));
+    EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("nosuchreport")));
+}
+
+TEST(DaemonProcessTest, ClientConnectingWithCredentialsIsServed) {
+    // The broker reports the connecting client's credentials; the daemon
+    // keeps serving that client afterwards.
+    DaemonFixture fixture;
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    rt::test::PpsClientConnection client(rt::test::kControlObject);
+    ASSERT_TRUE(client.ok());
+    ASSERT_TRUE(client.Write("msg::first\nid::1\n"));
+    ASSERT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: first"));
+    EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("malloc failed")));
+}
+
+TEST(DaemonProcessTest, UnknownOptionLoggedAndStartGoesOn) {
+    DaemonOptions options;
+    options.args = {"-x"};
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(MainLine("Unknown command line option: ?")));
+}
+
+class DaemonSignalTest : public ::testing::TestWithParam<int> {};
+
+TEST_P(DaemonSignalTest, EndsWithStatusZero) {
+    DaemonFixture fixture;
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    EXPECT_EQ(fixture.Stop(GetParam()), 0);
+    char line[128];
+    std::snprintf(line, sizeof line, "%30s : Tavora: radio_tavora PPS is terminated.", "Cleanup");
+    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line));
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, DaemonSignalTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP),
+                         [](const auto& info) { return std::string(sigabbrev_np(info.param)); });
+
+TEST(DaemonProcessTest, UnknownUserEndsWithStatusOne) {
+    DaemonOptions options;
+    options.args = {"-U", "no_such_user_here"};
+    options.start = false;
+    DaemonFixture fixture(options);
+    EXPECT_FALSE(fixture.Start());
+    EXPECT_EQ(fixture.daemon().Wait(), 1);
+    std::string err = fixture.daemon().Stderr();
+    EXPECT_THAT(err, HasSubstr(MainLine("Dropping to user 'no_such_user_here'")));
+    EXPECT_THAT(err, HasSubstr(MainLine("Failed Dropping to user 'no_such_user_here'")));
+}
+
+TEST(DaemonProcessTest, DropsToNumericUserWhenRoot) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to change user";
+    DaemonOptions options;
+    options.args = {"-U", "65534:65534"};
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    struct stat st{};
+    ASSERT_EQ(::stat(("/proc/" + std::to_string(fixture.daemon().pid())).c_str(), &st), 0);
+    EXPECT_EQ(st.st_uid, 65534u);
+    EXPECT_EQ(fixture.Stop(SIGTERM), 0);
+}
+
+TEST(DaemonProcessTest, MissingPersistentStatusCostsTheWaitThenGoesOn) {
+    DaemonOptions options;
+    options.create_status_persistent = false;
+    options.start = false;
+    DaemonFixture fixture(options);
+    auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(fixture.Start()) << fixture.daemon().Stderr();
+    auto waited = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(waited, std::chrono::milliseconds(9500));  // the 10 s wait is a floor, not a race
+    char line[256];
+    std::snprintf(line, sizeof line, "%30s : ERROR: Tavora: setupContext: open %s, error [%d]",
+                  "SetupTavoraContext", "/pps/services/radioctrl/modem0/status_persistent?delta",
+                  ENOENT);
+    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line));
+    // Serving goes on with persist_fd -1.
+    fixture.Request("stillhere", "1", std::nullopt, 500);
+    EXPECT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: stillhere"));
+}
+
+TEST(DaemonProcessTest, MissingConfigEndsWithStatus22) {
+    DaemonOptions options;
+    options.create_config = false;
+    options.start = false;
+    DaemonFixture fixture(options);
+    EXPECT_FALSE(fixture.Start());
+    EXPECT_EQ(fixture.daemon().Wait(), 22);
+    EXPECT_THAT(fixture.daemon().Stderr(),
+                HasSubstr("setupContext: open /pps/services/radioctrl/modem0/diag/config?delta"));
+}
+
+TEST(DaemonProcessTest, StatusObjectThatCannotBeCreatedEndsWithStatus22) {
+    // status_utra made a directory: the second status object cannot be
+    // opened as an object, so start-up stops there with 22.
+    DaemonOptions options;
+    options.start = false;
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.WriteObject(std::string(rt::test::kStatusUtraObject) + "/blocker", ""));
+    EXPECT_FALSE(fixture.Start());
+    EXPECT_EQ(fixture.daemon().Wait(), 22);
+    std::string err = fixture.daemon().Stderr();
+    EXPECT_THAT(err, HasSubstr("setupContext: open "
+                               "/pps/services/radioctrl/modem0/diag/status_utra?nopersist,critical"));
+    // The first status object was opened; nothing after the second was.
+    EXPECT_TRUE(pps_exists(rt::test::kStatusEutraObject));
+    EXPECT_FALSE(pps_exists(rt::test::kStatusGeranObject));
+}
+
+TEST(DaemonProcessTest, HardwareIdMissingIsLogged) {
+    DaemonOptions options;
+    options.create_deviceinfo = false;
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    char line[256];
+    std::snprintf(line, sizeof line, "%30s : Failed to opend /pps/system/nvram/deviceinfo(%s)",
+                  "GetHardwareID", strerror(ENOENT));
+    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line));
+}
+
+}  // namespace

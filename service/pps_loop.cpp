@@ -1,0 +1,66 @@
+// The poll loop of the PPSServer: the server object first, then the
+// watchers in the order they were added.
+#include <err.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+
+#include "service/pps_server.h"
+
+namespace {
+
+constexpr int kReadBufferSize = 1024;
+
+}  // namespace
+
+void PPSServer::PPSFillPollTable(struct pollfd* table, size_t count) const {
+    if (count == 0) return;
+    table[0] = {fd_, POLLIN, 0};
+    for (size_t i = 1; i < count && i - 1 < watchers_.size(); ++i)
+        table[i] = {watchers_[i - 1]->fd, POLLIN, 0};
+}
+
+int PPSServer::PPSRun() {
+    const size_t count = 1 + watchers_.size();
+    std::unique_ptr<pollfd[]> table(new (std::nothrow) pollfd[count]);
+    if (!table) return 12;
+    PPSFillPollTable(table.get(), count);
+    for (;;) {
+        if (::poll(table.get(), count, -1) < 0) continue;  // interrupted: poll again
+        PPSRunOnce(table.get(), count);
+    }
+}
+
+void PPSServer::PPSRunOnce(struct pollfd* table, size_t count) {
+    if (count == 0) return;
+    if (table[0].revents != 0 && PPSRead(table[0].fd) == EAGAIN) {
+        // The watchers are still ready; the next poll reports them again.
+        return;
+    }
+    for (size_t i = 1; i < count && i - 1 < watchers_.size(); ++i) {
+        if (table[i].revents == 0) continue;
+        const PPSFdWatcher& watcher = *watchers_[i - 1];
+        watcher.callback(watcher.server, watcher.arg, table[i].fd);
+    }
+}
+
+int PPSServer::PPSRead(int fd) {
+    char buffer[kReadBufferSize];
+    ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0) {
+        if (errno == EAGAIN) return EAGAIN;
+        if (errno == EBADF) err(1, "BAD pps file descriptor!");
+        err(1, "read pps errno %d", errno);
+    }
+    if (n == 0) return 0;
+    if (n == kReadBufferSize) {
+        warn("read larger than buffer %d", static_cast<int>(n));
+        n = kReadBufferSize - 1;  // the message may have been longer; keep what fits
+    }
+    buffer[n] = '\0';
+    PPSProcess(buffer);
+    return 0;
+}

@@ -1,0 +1,266 @@
+// The poll loop, the server read and the reply, with a socketpair in place
+// of the server object (one message per write, like the broker's sockets).
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "service/pps_server.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// Everything the handlers and watchers saw, in order.
+std::vector<std::string> events;
+
+void RecordRequest(PPSServer*, void*, uint64_t client_id, const char* msg, const char* id,
+                   const char* dat) {
+    events.push_back("request " + std::to_string(client_id) + " " + msg + " " + id + " " +
+                     (dat ? dat : "(null)"));
+}
+
+// Reads what is pending on its descriptor, as the real callbacks do.
+void RecordWatcher(PPSServer*, void* arg, int fd) {
+    char buffer[256];
+    [[maybe_unused]] ssize_t n = ::read(fd, buffer, sizeof buffer);
+    events.push_back(std::string("watcher ") + static_cast<const char*>(arg));
+}
+
+struct SocketPair {
+    SocketPair() {
+        int fds[2];
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, fds) == 0) {
+            ours = fds[0];
+            theirs = fds[1];
+        }
+    }
+    ~SocketPair() {
+        if (ours >= 0) ::close(ours);
+        if (theirs >= 0) ::close(theirs);
+    }
+    void Send(const std::string& text) const {
+        ASSERT_EQ(::write(theirs, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    std::string Receive() const {
+        pollfd entry{theirs, POLLIN, 0};
+        if (::poll(&entry, 1, 1000) <= 0) return "";
+        char buffer[4096];
+        ssize_t n = ::read(theirs, buffer, sizeof buffer);
+        return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";
+    }
+    int ours = -1;
+    int theirs = -1;
+};
+
+class PPSLoopTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        events.clear();
+        ASSERT_GE(server_pair.ours, 0);
+        server.PPSUseDescriptor(server_pair.ours);
+        server.PPSAddCommand("radiostats", RecordRequest, nullptr);
+    }
+    // One pass as PPSRun makes it: fill the table, poll, handle.
+    void RunOnePass() {
+        std::vector<pollfd> table(1 + server.watchers().size());
+        server.PPSFillPollTable(table.data(), table.size());
+        ASSERT_GT(::poll(table.data(), table.size(), 1000), 0);
+        server.PPSRunOnce(table.data(), table.size());
+    }
+
+    SocketPair server_pair;
+    PPSServer server;
+};
+
+// A request padded with an ignored attribute to exactly `size` bytes.
+std::string RequestOfSize(size_t size) {
+    std::string head = "@control.5\nmsg::radiostats\nid::17\npad::";
+    std::string text = head + std::string(size - head.size() - 1, 'x') + "\n";
+    EXPECT_EQ(text.size(), size);
+    return text;
+}
+
+TEST_F(PPSLoopTest, ReadProcessesOneMessage) {
+    server_pair.Send("@control.5\nmsg::radiostats\nid::17\n");
+    EXPECT_EQ(server.PPSRead(server.fd()), 0);
+    EXPECT_THAT(events, ::testing::ElementsAre("request 5 radiostats 17 (null)"));
+}
+
+TEST_F(PPSLoopTest, Message1023BytesProcessedWholeWithoutWarning) {
+    server_pair.Send(RequestOfSize(1023));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(server.PPSRead(server.fd()), 0);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("read larger than buffer")));
+    EXPECT_EQ(events.size(), 1u);
+}
+
+TEST_F(PPSLoopTest, Message1024BytesWarnsAndKeeps1023) {
+    // The request's own attributes come first, so the cut leaves them whole;
+    // the last byte (the newline of the padding) is the one dropped.
+    server_pair.Send(RequestOfSize(1024));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(server.PPSRead(server.fd()), 0);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("read larger than buffer 1024"));
+    EXPECT_EQ(events.size(), 1u);
+}
+
+TEST_F(PPSLoopTest, CutAt1023BytesLosesTheTail) {
+    // The id comes after 1023 bytes: what is parsed has no id, so nothing runs.
+    std::string head = "@control.5\nmsg::radiostats\npad::";
+    std::string text = head + std::string(1023 - head.size(), 'x') + "\nid::17\n";
+    server_pair.Send(text);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(server.PPSRead(server.fd()), 0);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("read larger than buffer 1024"));
+    EXPECT_TRUE(events.empty());
+}
+
+TEST_F(PPSLoopTest, ReadThatWouldBlockReturnsEagain) {
+    ASSERT_EQ(::fcntl(server.fd(), F_SETFL, O_NONBLOCK), 0);
+    EXPECT_EQ(server.PPSRead(server.fd()), EAGAIN);
+    EXPECT_TRUE(events.empty());
+}
+
+TEST_F(PPSLoopTest, EmptyReadProcessesNothing) {
+    ::shutdown(server_pair.theirs, SHUT_WR);
+    EXPECT_EQ(server.PPSRead(server.fd()), 0);
+    EXPECT_TRUE(events.empty());
+}
+
+TEST(PPSReadDeathTest, BadDescriptorEndsWithStatus1) {
+    PPSServer server;
+    EXPECT_EXIT(server.PPSRead(-1), ::testing::ExitedWithCode(1),
+                HasSubstr("BAD pps file descriptor!"));
+}
+
+TEST(PPSReadDeathTest, OtherReadErrorEndsWithStatus1) {
+    PPSServer server;
+    int dir = ::open("/", O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(dir, 0);
+    EXPECT_EXIT(server.PPSRead(dir), ::testing::ExitedWithCode(1),
+                HasSubstr("read pps errno " + std::to_string(EISDIR)));
+    ::close(dir);
+}
+
+TEST_F(PPSLoopTest, RequestBeforeWatchersInOnePass) {
+    SocketPair config;
+    SocketPair persist;
+    server.PPSAddFdWatcher(config.ours, RecordWatcher, const_cast<char*>("config"));
+    server.PPSAddFdWatcher(persist.ours, RecordWatcher, const_cast<char*>("persist"));
+    persist.Send("x");
+    config.Send("x");
+    server_pair.Send("@control.5\nmsg::radiostats\nid::17\n");
+    RunOnePass();
+    EXPECT_THAT(events, ::testing::ElementsAre("request 5 radiostats 17 (null)", "watcher config",
+                                               "watcher persist"));
+}
+
+TEST_F(PPSLoopTest, WatchersRunInRegistrationOrderNotDescriptorOrder) {
+    SocketPair first;
+    SocketPair second;
+    // Registered in the reverse order of their descriptor numbers.
+    server.PPSAddFdWatcher(second.ours, RecordWatcher, const_cast<char*>("second"));
+    server.PPSAddFdWatcher(first.ours, RecordWatcher, const_cast<char*>("first"));
+    first.Send("x");
+    second.Send("x");
+    RunOnePass();
+    EXPECT_THAT(events, ::testing::ElementsAre("watcher second", "watcher first"));
+}
+
+TEST_F(PPSLoopTest, WatcherOfMinusOneNeverRuns) {
+    SocketPair config;
+    server.PPSAddFdWatcher(config.ours, RecordWatcher, const_cast<char*>("config"));
+    server.PPSAddFdWatcher(-1, RecordWatcher, const_cast<char*>("persist"));
+    config.Send("x");
+    RunOnePass();
+    EXPECT_THAT(events, ::testing::ElementsAre("watcher config"));
+}
+
+TEST_F(PPSLoopTest, EagainOnServerReadDelaysWatchersToNextPass) {
+    SocketPair config;
+    server.PPSAddFdWatcher(config.ours, RecordWatcher, const_cast<char*>("config"));
+    config.Send("x");
+    ASSERT_EQ(::fcntl(server.fd(), F_SETFL, O_NONBLOCK), 0);
+
+    // poll said the server was ready, but its read would block.
+    std::vector<pollfd> table(2);
+    server.PPSFillPollTable(table.data(), table.size());
+    table[0].revents = POLLIN;
+    table[1].revents = POLLIN;
+    server.PPSRunOnce(table.data(), table.size());
+    EXPECT_TRUE(events.empty());
+
+    // Not lost: the next pass finds the configuration still ready.
+    RunOnePass();
+    EXPECT_THAT(events, ::testing::ElementsAre("watcher config"));
+}
+
+TEST_F(PPSLoopTest, PollTableHoldsServerThenWatchersInOrder) {
+    server.PPSAddFdWatcher(42, RecordWatcher, nullptr);
+    server.PPSAddFdWatcher(-1, RecordWatcher, nullptr);
+    std::vector<pollfd> table(3);
+    server.PPSFillPollTable(table.data(), table.size());
+    EXPECT_EQ(table[0].fd, server.fd());
+    EXPECT_EQ(table[1].fd, 42);
+    EXPECT_EQ(table[2].fd, -1);
+    for (const pollfd& entry : table) {
+        EXPECT_EQ(entry.events, POLLIN);
+        EXPECT_EQ(entry.revents, 0);
+    }
+}
+
+// Replies.
+
+constexpr const char* kServerPath = "/pps/services/radioctrl/modem0/diag/control?server";
+
+TEST_F(PPSLoopTest, ReplyWithoutDat) {
+    server.PPSReply(kServerPath, 5, "radiostats", "17", nullptr, 0, false);
+    EXPECT_EQ(server_pair.Receive(),
+              "@/pps/services/radioctrl/modem0/diag/control?server.5\nres::radiostats\nid::17\n");
+}
+
+TEST_F(PPSLoopTest, ReplyRepeatsDatAsString) {
+    server.PPSReply(kServerPath, 5, "radiostats", "17", "{\"a\":1}", 0, false);
+    EXPECT_EQ(server_pair.Receive(),
+              "@/pps/services/radioctrl/modem0/diag/control?server.5\nres::radiostats\nid::17\n"
+              "dat::{\"a\":1}\n");
+}
+
+TEST_F(PPSLoopTest, ReplyWithJsonDatAndError) {
+    server.PPSReply(kServerPath, 5, "radiostats", "17", "{\"a\":1}", 22, true);
+    EXPECT_EQ(server_pair.Receive(),
+              "@/pps/services/radioctrl/modem0/diag/control?server.5\nres::radiostats\nid::17\n"
+              "dat:json:{\"a\":1}\nerr:n:22\n");
+}
+
+TEST_F(PPSLoopTest, ReplyToLargestClientIdWritesAllTwentyDigits) {
+    server.PPSReply(kServerPath, UINT64_MAX, "radiostats", "17", nullptr, 0, false);
+    EXPECT_THAT(server_pair.Receive(), HasSubstr("control?server.18446744073709551615\n"));
+}
+
+TEST_F(PPSLoopTest, RequestAnsweredThroughReply) {
+    server.PPSAddCommand(
+        "echo",
+        [](PPSServer* s, void*, uint64_t client, const char* msg, const char* id, const char* dat) {
+            s->PPSReply(kServerPath, client, msg, id, dat, 0, false);
+        },
+        nullptr);
+    server_pair.Send("@control.18446744073709551615\nmsg::echo\nid::9\n");
+    ASSERT_EQ(server.PPSRead(server.fd()), 0);
+    EXPECT_EQ(server_pair.Receive(),
+              "@/pps/services/radioctrl/modem0/diag/control?server.18446744073709551615\n"
+              "res::echo\nid::9\n");
+}
+
+}  // namespace

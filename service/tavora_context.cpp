@@ -1,0 +1,164 @@
+// The daemon context: opening and closing its eight PPS objects, the
+// hardware ID and the ENS value cleared at start.
+#include "service/tavora_context.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/pps/pps_client.h"
+#include "platform/pps/pps_decoder.h"
+#include "platform/pps/pps_encoder.h"
+#include "platform/qnx/waitfor.h"
+#include "service/tavora_log.h"
+#include "service/tavora_strings.h"
+
+TavoraContext* g_tavora_context = nullptr;
+char hardware_id[kHardwareIdLength + 1] = {};
+
+namespace {
+
+constexpr const char* kSetupName = "SetupTavoraContext";
+constexpr const char* kHardwareIdName = "GetHardwareID";
+constexpr const char* kPersistentStatusPath =
+    "/pps/services/radioctrl/modem0/status_persistent?delta";
+constexpr const char* kOmadmControlPath = "/pps/services/omadm/radio/control?wait";
+constexpr const char* kDeviceInfoPath = "/pps/system/nvram/deviceinfo";
+constexpr int kPersistentWaitMs = 10000;
+constexpr int kPersistentPollMs = 1000;
+
+// One object of the context: where its descriptor goes, its path and how
+// it is opened. The first six are required, the last two optional.
+struct ContextObject {
+    int32_t TavoraContext::*field;
+    const char* path;
+    int flags;
+};
+
+constexpr int kStatusFlags = O_RDWR | O_CREAT | O_TRUNC;
+constexpr mode_t kStatusMode = 0640;
+
+constexpr ContextObject kRequiredObjects[] = {
+    {&TavoraContext::eutra_fd,
+     "/pps/services/radioctrl/modem0/diag/status_eutra?nopersist,critical", kStatusFlags},
+    {&TavoraContext::utra_fd, "/pps/services/radioctrl/modem0/diag/status_utra?nopersist,critical",
+     kStatusFlags},
+    {&TavoraContext::geran_fd,
+     "/pps/services/radioctrl/modem0/diag/status_geran?nopersist,critical", kStatusFlags},
+    {&TavoraContext::cdma_fd,
+     "/pps/services/radioctrl/modem0/diag/status_3gpp2?nopersist,critical", kStatusFlags},
+    {&TavoraContext::data_fd, "/pps/services/radioctrl/modem0/diag/status_data?nopersist,critical",
+     kStatusFlags},
+    {&TavoraContext::config_fd, kConfigObjectPath, O_RDWR},
+};
+
+constexpr ContextObject kOptionalObjects[] = {
+    {&TavoraContext::persist_fd, kPersistentStatusPath, O_RDWR},
+    {&TavoraContext::omadm_fd, kOmadmControlPath, O_RDWR},
+};
+
+// Opens one object into its field and marks it close-on-exec; 0 or 22,
+// with the failure logged.
+int OpenContextObject(TavoraContext* context, const ContextObject& object) {
+    int fd = pps_open(object.path, object.flags, kStatusMode);
+    if (fd < 0) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : ERROR: Tavora: setupContext: open %s, error [%d]", kSetupName, object.path,
+              errno);
+        return 22;
+    }
+    context->*object.field = fd;
+    int flags = ::fcntl(fd, F_GETFD);
+    if (flags < 0 || ::fcntl(fd, F_SETFD, flags | FD_CLOEXEC) < 0) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : ERROR: Tavora: setupContext: fcntl %s, error [%d]", kSetupName, object.path,
+              errno);
+        return 22;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int SetupTavoraContext(TavoraContext* context) {
+    *context = TavoraContext{};
+    for (const ContextObject& object : kRequiredObjects) {
+        if (OpenContextObject(context, object) != 0) return 22;
+    }
+    // The modem's persistent status may come up after us: give it a while.
+    waitfor(kPersistentStatusPath, kPersistentWaitMs, kPersistentPollMs);
+    for (const ContextObject& object : kOptionalObjects) OpenContextObject(context, object);
+    GetHardwareID();
+    return 0;
+}
+
+void GetHardwareID() {
+    int fd = pps_open(kDeviceInfoPath, O_RDONLY);
+    if (fd < 0) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Failed to opend /pps/system/nvram/deviceinfo(%s)", kHardwareIdName,
+              std::strerror(errno));
+        return;
+    }
+    static char buffer[4096];
+    std::memset(buffer, 0, sizeof buffer);
+    ssize_t n = ::read(fd, buffer, sizeof buffer - 1);
+    ::close(fd);
+    if (n <= 0) return;
+
+    pps_decoder_t decoder;
+    int status = pps_decoder_initialize(&decoder, nullptr);
+    if (status != PPS_DECODER_OK) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pps_decoder_initialize : %d\n",
+              kHardwareIdName, status);
+        return;
+    }
+    status = pps_decoder_parse_pps_str(&decoder, buffer);
+    if (status != PPS_DECODER_OK) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Tavora: Error in pps_decoder_parse_pps_str : %d\n", kHardwareIdName, status);
+    } else if ((status = pps_decoder_push(&decoder, nullptr)) != PPS_DECODER_OK) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pps_decoder_push : %d\n",
+              kHardwareIdName, status);
+    } else {
+        const char* value = nullptr;
+        status = pps_decoder_get_string(&decoder, "HardwareID", &value);
+        if (status != PPS_DECODER_OK) {
+            slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+                  "%30s : Tavora: Error in pps_decoder_get_string to retrieve 'HardwareID' : %d\n",
+                  kHardwareIdName, status);
+        } else {
+            // Only the first nine characters tell the device class apart.
+            std::strncpy(hardware_id, value, kHardwareIdLength);
+            hardware_id[kHardwareIdLength] = '\0';
+        }
+        pps_decoder_pop(&decoder);
+    }
+    pps_decoder_cleanup(&decoder);
+}
+
+void ClearEnsValue(int32_t config_fd) {
+    pps_encoder_t encoder;
+    pps_encoder_initialize(&encoder, false);
+    pps_encoder_delete_attribute(&encoder, "ens_value");
+    const char* buffer = pps_encoder_buffer(&encoder);
+    if (buffer != nullptr && config_fd >= 0) {
+        [[maybe_unused]] ssize_t written =
+            ::write(config_fd, buffer, static_cast<size_t>(pps_encoder_length(&encoder)));
+    }
+    pps_encoder_cleanup(&encoder);
+}
+
+void CloseTavoraContext(TavoraContext* context) {
+    int32_t* fields[] = {&context->eutra_fd, &context->utra_fd,  &context->geran_fd,
+                         &context->cdma_fd,  &context->data_fd,  &context->config_fd,
+                         &context->persist_fd, &context->omadm_fd};
+    for (int32_t* field : fields) {
+        if (*field != -1) {
+            ::close(*field);
+            *field = -1;
+        }
+    }
+}
