@@ -1,0 +1,144 @@
+// The control channel end to end: ppsd, modemsim and radio_tavora as real
+// processes. Settings go to diag/config, requests to the control server
+// object; modemsim's log shows what the daemon sent.
+#include <signal.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+#include "qmi/qmi_test_support.h"
+#include "testsupport/child_process.h"
+#include "testsupport/daemon_fixture.h"
+
+namespace {
+
+using qmi_test::Line;
+using rt::test::ChildProcess;
+using rt::test::DaemonFixture;
+using rt::test::DaemonOptions;
+
+std::string Slog(const std::string& text) { return "slog 10000 6 " + text; }
+
+class ControlChannel : public testing::Test {
+protected:
+    // modemsim on sockets of this test, with a scenario patch for "qmi".
+    void StartModem(const std::string& qmi_patch = "{}") {
+        std::string scenario = dir_.file("scenario.json");
+        std::ofstream(scenario) << R"({"qmi": )" << qmi_patch << "}";
+        modem_ = std::make_unique<ChildProcess>(std::vector<std::string>{
+            rt::test::BinPath("modemsim"), "--qmi", qmi_endpoint(), "--diag",
+            "unix:" + dir_.file("diag.sock"), "--scenario", scenario});
+        ASSERT_TRUE(modem_->WaitForStderr("modemsim: ready")) << modem_->Stderr();
+    }
+    void StartDaemon() {
+        DaemonOptions options;
+        options.env = {"QMI_DEVICE=" + qmi_endpoint(), "DIAG_DEVICE=unix:" + dir_.file("diag.sock")};
+        daemon_ = std::make_unique<DaemonFixture>(options);
+        ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
+    }
+    std::string qmi_endpoint() const { return "unix:" + dir_.file("qmi.sock"); }
+
+    // Polls an object until it holds `needle` (bounded, not a timing check).
+    bool ObjectHolds(const char* object, const std::string& needle, int timeout_ms = 10000) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (daemon_->ReadObject(object).find(needle) != std::string::npos) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+
+    rt::test::TempDir dir_;
+    std::unique_ptr<ChildProcess> modem_;
+    std::unique_ptr<DaemonFixture> daemon_;
+};
+
+TEST_F(ControlChannel, EnsOpensTheChannelAnd3gpp2InfoPublishesTheModemsIdentity) {
+    StartModem();
+    StartDaemon();
+    ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
+    // ENS value 1 is sent as ENS byte 0.
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
+    std::string reply = daemon_->Request("3gpp2info", "17");
+    EXPECT_NE(reply.find("res::3gpp2info\n"), std::string::npos) << reply;
+    EXPECT_NE(reply.find("id::17\n"), std::string::npos) << reply;
+    std::string report = daemon_->ReadObject(rt::test::kStatus3gpp2Object);
+    for (const char* line : {"pesn::80A1B2C3\n", "mob_fw::1.0.4\n", "mob_p_rev:n:6\n", "sci:n:2\n",
+                             "model::TAVORA-X1\n"}) {
+        EXPECT_NE(report.find(line), std::string::npos) << line << " in\n" << report;
+    }
+}
+
+TEST_F(ControlChannel, BeforeAnyEnsValueTheReportHoldsPlaceholders) {
+    StartModem();
+    StartDaemon();
+    std::string reply = daemon_->Request("3gpp2info", "3");
+    EXPECT_NE(reply.find("res::3gpp2info\n"), std::string::npos) << reply;
+    std::string report = daemon_->ReadObject(rt::test::kStatus3gpp2Object);
+    for (const char* name : {"mob_fw", "pesn", "mob_p_rev", "sci", "model"}) {
+        EXPECT_NE(report.find(std::string(name) + "::No data available!\n"), std::string::npos)
+            << name << " in\n" << report;
+    }
+    EXPECT_TRUE(daemon_->daemon().WaitForStderr(Slog(Line(
+        "Get3GPP2Info", "Error in sending & processing get_misc_info_qmi: Error = %d", 22))));
+    EXPECT_EQ(modem_->CountInStderr("svc=0xe3"), 0);  // nothing reached the modem
+}
+
+TEST_F(ControlChannel, ModemResetIsPublishedAndClosesTheChannelUntilReopened) {
+    StartModem(R"({"reset_down_ms": 2000})");
+    StartDaemon();
+    ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
+
+    ASSERT_TRUE(modem_->Signal(SIGUSR1));
+    EXPECT_TRUE(ObjectHolds(rt::test::kStatusDataObject, "modem_state::modem is in reset mode\n"));
+    // While the client is gone, requests fail with 22.
+    daemon_->Request("3gpp2info", "4");
+    EXPECT_TRUE(daemon_->daemon().WaitForStderr(
+        Slog(Line("radio_tavora_vendor_misc_info", "ERROR: QMI port not initialized"))));
+    EXPECT_TRUE(
+        ObjectHolds(rt::test::kStatusDataObject, "modem_state::modem is out of reset mode\n"));
+    // Back in service, still closed until an ENS value opens it again.
+    int failures_before = daemon_->daemon().CountInStderr("get_misc_info_qmi: Error = 22");
+    daemon_->Request("3gpp2info", "5");
+    EXPECT_EQ(daemon_->daemon().CountInStderr("get_misc_info_qmi: Error = 22"), failures_before + 1);
+
+    ASSERT_TRUE(daemon_->WriteConfig({"ens_value::0"}));
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=01")) << modem_->Stderr();
+    daemon_->Request("3gpp2info", "6");
+    EXPECT_TRUE(ObjectHolds(rt::test::kStatus3gpp2Object, "pesn::80A1B2C3\n"));
+}
+
+TEST_F(ControlChannel, DelayedAnswerTimesOutAndIsNotTakenForTheNextRequests) {
+    // The first misc-information answer (pesn STALE000) comes after 2600 ms,
+    // the second (pesn FRESH000) 1000 ms after its request, so the stale one
+    // arrives while the second request waits.
+    StartModem(R"({"delay_ms": {"0x14": [2600, 1000]},
+                   "raw_response": {"0x14": ["02040000000000 100800 5354414c45303030",
+                                             "02040000000000 100800 4652455348303030"]}})");
+    StartDaemon();
+    ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
+
+    auto start = std::chrono::steady_clock::now();
+    std::string reply = daemon_->Request("3gpp2info", "1", std::nullopt, 6000);
+    auto took = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - start);
+    EXPECT_NE(reply.find("id::1\n"), std::string::npos) << reply;
+    EXPECT_TRUE(daemon_->daemon().WaitForStderr(
+        Slog(Line("radio_tavora_vendor_misc_info",
+                  "ERROR: Error in sending MISC_INOF_QMI req: Error = %d", -2))));
+    std::printf("first request answered after %lld ms\n", static_cast<long long>(took.count()));
+
+    // The daemon keeps serving; the second request gets its own answer.
+    reply = daemon_->Request("3gpp2info", "2", std::nullopt, 6000);
+    EXPECT_NE(reply.find("id::2\n"), std::string::npos) << reply;
+    std::string report = daemon_->ReadObject(rt::test::kStatus3gpp2Object);
+    EXPECT_NE(report.find("pesn::FRESH000\n"), std::string::npos) << report;
+    EXPECT_EQ(report.find("STALE"), std::string::npos) << report;
+}
+
+}  // namespace

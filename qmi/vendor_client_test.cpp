@@ -1,0 +1,359 @@
+// The vendor client's life cycle, its requests and the system-event handler,
+// against modemsim's QMI side in this process.
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "platform/qnx/slogf.h"
+#include "qmi/qmi_test_support.h"
+#include "qmi/reset_events.h"
+#include "qmi/vendor_client.h"
+#include "qmi/vendor_requests.h"
+
+namespace {
+
+using qmi_test::Line;
+using qmi_test::Modem;
+
+// A pipe standing in for diag/status_data: what the handler writes.
+class StatusPipe {
+public:
+    StatusPipe() { EXPECT_EQ(::pipe2(fds_, O_CLOEXEC | O_NONBLOCK), 0); }
+    ~StatusPipe() {
+        ::close(fds_[0]);
+        ::close(fds_[1]);
+    }
+    int write_fd() const { return fds_[1]; }
+    // What arrived within timeout_ms (bounded wait, not a timing check).
+    std::string Read(int timeout_ms = 5000) {
+        pollfd p = {fds_[0], POLLIN, 0};
+        if (::poll(&p, 1, timeout_ms) <= 0) return "";
+        char buffer[256];
+        ssize_t n = ::read(fds_[0], buffer, sizeof buffer);
+        return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";
+    }
+
+private:
+    int fds_[2] = {-1, -1};
+};
+
+int dummy_info = 1;
+
+TEST(VendorClientLifeCycle, TwoInitializationsOpenOneClient) {
+    Modem modem;
+    ASSERT_TRUE(modem.started()) << modem.error();
+    SlogCapture capture;
+    radioTavoraInitializeQmi();
+    qmi_client_type first = VendorQmiClient();
+    int handle = QmiLibraryHandle();
+    radioTavoraInitializeQmi();
+    EXPECT_NE(first, 0u);
+    EXPECT_EQ(VendorQmiClient(), first);
+    EXPECT_EQ(QmiLibraryHandle(), handle);
+    std::vector<std::string> expected = {
+        Line("radioTavoraInitializeQmi", "QMI initialized"),
+        Line("radio_tavora_vendor_qmi_client_init", "starting QMI port initialization"),
+        Line("radioTavoraInitializeQmi", "QMI initialized"),
+        Line("radio_tavora_vendor_qmi_client_init",
+             "ERROR: qmi message library already initialized"),
+    };
+    EXPECT_EQ(capture.texts(), expected);
+}
+
+TEST(VendorClientLifeCycle, CleanWithNothingOpenCallsNothingAndLogsNothing) {
+    ResetVendorQmiForTest();
+    SlogCapture capture;
+    radioTavoraCleanQmi();
+    EXPECT_TRUE(capture.texts().empty());
+    EXPECT_LT(QmiLibraryHandle(), 0);
+}
+
+TEST(VendorClientLifeCycle, CloseReleasesTheClientAndLogsTheClearedHandle) {
+    Modem modem;
+    ASSERT_TRUE(modem.started()) << modem.error();
+    radioTavoraInitializeQmi();
+    ASSERT_NE(VendorQmiClient(), 0u);
+    SlogCapture capture;
+    EXPECT_EQ(radio_tavora_vendor_qmi_client_close(), 0);
+    EXPECT_EQ(VendorQmiClient(), 0u);
+    EXPECT_EQ(capture.texts(),
+              std::vector<std::string>{
+                  Line("radio_tavora_vendor_qmi_client_close", "ERROR: QMI client %d released", 0)});
+    EXPECT_EQ(radio_tavora_vendor_qmi_client_close(), 0);  // none left: nothing happens
+}
+
+TEST(VendorClientLifeCycle, LibraryStartFailureIsRetriedNextTime) {
+    ResetVendorQmiForTest();
+    setenv("QMI_DEVICE", "tcp:nowhere", 1);
+    SlogCapture capture;
+    radioTavoraInitializeQmi();
+    radioTavoraInitializeQmi();
+    unsetenv("QMI_DEVICE");
+    int failed = QMI_CLIENT_INTERNAL_ERR;
+    std::vector<std::string> once = {
+        Line("radio_tavora_qmi_init", "ERROR: qmi_init() failed (err=%d)", failed),
+        Line("radioTavoraInitializeQmi", "QMI not initialized, status = %d", 22)};
+    std::vector<std::string> expected = once;
+    expected.insert(expected.end(), once.begin(), once.end());
+    EXPECT_EQ(capture.texts(), expected);
+    EXPECT_LT(QmiLibraryHandle(), 0);
+}
+
+TEST(VendorClientLifeCycle, NoModemMeansServiceListFailure) {
+    rt::test::TempDir dir;
+    setenv("QMI_DEVICE", ("unix:" + dir.file("none.sock")).c_str(), 1);
+    SlogCapture capture;
+    radioTavoraInitializeQmi();
+    EXPECT_TRUE(capture.contains(Line("radio_tavora_vendor_qmi_client_init",
+                                      "ERROR: qmi_client_get_service_list returns %d",
+                                      QMI_CLIENT_TRANSPORT_ERR)));
+    EXPECT_TRUE(capture.contains(Line("radioTavoraInitializeQmi",
+                                      "vendor QMI client not initialized: status = %d", 22)));
+    ResetVendorQmiForTest();
+    unsetenv("QMI_DEVICE");
+}
+
+struct ClosedCase {
+    const char* name;
+    const char* line;
+    int (*call)();
+};
+
+TEST(VendorRequestsWithoutClient, EachFailsWith22AndItsLine) {
+    ResetVendorQmiForTest();
+    static uint8_t state[kStateResponseSize];
+    static RatMeasInfoResponse rat;
+    static MiscInfo misc;
+    const ClosedCase cases[] = {
+        {"radio_tavora_vendor_set_ens", "ERROR: Tavora: QMI port not initialized",
+         [] { return radio_tavora_vendor_set_ens(0, 5); }},
+        {"radio_tavora_vendor_set_evdo_1x_ims_state", "ERROR: Tavora: QMI port not initialized",
+         [] { return radio_tavora_vendor_set_evdo_1x_ims_state(state, kQmiMsgSetEvdoState, 1); }},
+        {"radio_tavora_vendor_get_evdo_1x_ims_state", "ERROR: Tavora: QMI port not initialized",
+         [] { return radio_tavora_vendor_get_evdo_1x_ims_state(state, kQmiMsgGet1xState); }},
+        {"radio_tavora_vendor_rat_meas_info", "ERROR: QMI port not initialized",
+         [] { return radio_tavora_vendor_rat_meas_info(&rat, kRatTypeUmts); }},
+        {"radio_tavora_vendor_misc_info", "ERROR: QMI port not initialized",
+         [] { return radio_tavora_vendor_misc_info(&misc); }},
+    };
+    for (const ClosedCase& c : cases) {
+        SlogCapture capture;
+        std::memset(&rat, 0xAA, sizeof rat);
+        std::memset(&misc, 0xAA, sizeof misc);
+        EXPECT_EQ(c.call(), 22) << c.name;
+        EXPECT_EQ(capture.texts(), std::vector<std::string>{Line(c.name, c.line)}) << c.name;
+    }
+    // The ENS request did not record the fd, the RAT buffer is all zero.
+    EXPECT_EQ(ModemStateFd(), -1);
+    RatMeasInfoResponse zero = {};
+    EXPECT_EQ(radio_tavora_vendor_rat_meas_info(&rat, kRatTypeUmts), 22);
+    EXPECT_EQ(std::memcmp(&rat, &zero, sizeof rat), 0);
+}
+
+TEST(VendorRequestsWithoutClient, NullMiscRecordIsRefused) {
+    SlogCapture capture;
+    EXPECT_EQ(radio_tavora_vendor_misc_info(nullptr), 22);
+    EXPECT_TRUE(capture.contains(
+        Line("radio_tavora_vendor_misc_info",
+             "ERROR: Error in requesting for misc_info by application: NULL buf-pointer!")));
+}
+
+TEST(VendorRequests, EnsIsSentAndRecordsTheStatusFd) {
+    Modem modem;
+    ASSERT_TRUE(modem.started()) << modem.error();
+    radioTavoraInitializeQmi();
+    SlogCapture capture;
+    EXPECT_EQ(radio_tavora_vendor_set_ens(1, 42), 0);
+    EXPECT_EQ(ModemStateFd(), 42);
+    EXPECT_EQ(capture.texts(),
+              std::vector<std::string>{Line("radio_tavora_vendor_set_ens",
+                                            "ENS value sent as part of QMI is %x", 1)});
+}
+
+TEST(VendorRequests, RefusedEnsLogsTheModemsError) {
+    Modem modem(R"({"refuse": {"0x1f": 48}})");
+    ASSERT_TRUE(modem.started()) << modem.error();
+    radioTavoraInitializeQmi();
+    SlogCapture capture;
+    EXPECT_EQ(radio_tavora_vendor_set_ens(0, 7), 22);
+    EXPECT_TRUE(capture.contains(Line("radio_tavora_vendor_set_ens",
+                                      "ERROR: Tavora: %d QMI response has a Error = %d", 31, 48)));
+}
+
+TEST(VendorRequests, StateRequestsAndTheirRefusals) {
+    Modem modem(R"({"refuse": {"0x18": 3}})");
+    ASSERT_TRUE(modem.started()) << modem.error();
+    radioTavoraInitializeQmi();
+    uint8_t response[kStateResponseSize] = {};
+    EXPECT_EQ(radio_tavora_vendor_set_evdo_1x_ims_state(response, kQmiMsgSet1xState, 0), 0);
+    EXPECT_EQ(radio_tavora_vendor_get_evdo_1x_ims_state(response, kQmiMsgGet1xState), 0);
+    // result TLV, then 01 01 00 <state>: the 1x state just set.
+    EXPECT_EQ(response[7], 0x01);
+    EXPECT_EQ(response[10], 0x00);
+    SlogCapture capture;
+    EXPECT_EQ(radio_tavora_vendor_set_evdo_1x_ims_state(response, kQmiMsgSetEvdoState, 1), 22);
+    EXPECT_EQ(capture.texts(),
+              std::vector<std::string>{Line("radio_tavora_vendor_set_evdo_1x_ims_state",
+                                            "ERROR: Tavora: %ld STATE QMI response has a Error = %d",
+                                            24L, 3)});
+}
+
+TEST(VendorRequests, GetStateRefusalHasItsOwnLine) {
+    Modem modem(R"({"refuse": {"21": 9}})");
+    ASSERT_TRUE(modem.started()) << modem.error();
+    radioTavoraInitializeQmi();
+    uint8_t response[kStateResponseSize] = {};
+    SlogCapture capture;
+    EXPECT_EQ(radio_tavora_vendor_get_evdo_1x_ims_state(response, kQmiMsgGet1xState), 22);
+    EXPECT_TRUE(capture.contains(Line("radio_tavora_vendor_get_evdo_1x_ims_state",
+                                      "ERROR: Tavora: %ld response has a Error = %d", 21L, 9)));
+}
+
+TEST(VendorRequests, MiscInfoFromTheModemsScenario) {
+    Modem modem(R"({"misc_info": {"pesn": "0123456789ABCDEF", "sci": null, "model": "M"}})");
+    ASSERT_TRUE(modem.started()) << modem.error();
+    radioTavoraInitializeQmi();
+    MiscInfo record;
+    ASSERT_EQ(radio_tavora_vendor_misc_info(&record), 0);
+    EXPECT_EQ(std::string(record.pesn, 16), "0123456789ABCDEF");
+    EXPECT_EQ(record.sci, 0);  // not reported
+    EXPECT_EQ(record.mob_p_rev, 6);
+    EXPECT_EQ(std::string(record.mob_fw), "1.0.4");
+    EXPECT_EQ(std::string(record.model), "M");
+}
+
+TEST(VendorRequests, RatMeasurementsOfBothTypes) {
+    Modem modem;
+    ASSERT_TRUE(modem.started()) << modem.error();
+    radioTavoraInitializeQmi();
+    RatMeasInfoResponse response;
+    ASSERT_EQ(radio_tavora_vendor_rat_meas_info(&response, kRatTypeUmts), 0);
+    const uint8_t* b = response.bytes;
+    EXPECT_EQ(b[kRatMeasPresentOffset], 1);
+    EXPECT_EQ(b[kRatMeasRatTypeOffset], kRatTypeUmts);
+    EXPECT_EQ(b[kRatMeasValidOffset], 1);
+    EXPECT_EQ(b[20] | b[21] << 8, 10700);  // serving UARFCN
+    EXPECT_EQ(b[25], 2);                   // active-set cells
+    EXPECT_EQ(b[106] | b[107] << 8, 100);  // active-set cell 0 PSC
+    EXPECT_EQ(b[118] | b[119] << 8, 20);   // active-set cell 1 Ec/Io
+    ASSERT_EQ(radio_tavora_vendor_rat_meas_info(&response, kRatTypeLteGeran), 0);
+    EXPECT_EQ(b[kRatMeasRatTypeOffset], kRatTypeLteGeran);
+    EXPECT_EQ(b[276], 2);                                           // GERAN groups
+    EXPECT_EQ(b[277], 2);                                           // cells of group 0
+    EXPECT_EQ(b[281], 1);                                           // cell 0 present
+    EXPECT_EQ(b[282], 12);                                          // its BSIC
+    EXPECT_EQ(static_cast<int16_t>(b[283] | b[284] << 8), -955);  // its RSSI
+}
+
+TEST(VendorRequests, DelayPastTheTimeOutIsASendError) {
+    Modem modem(R"({"delay_ms": {"0x14": 2600}})");
+    ASSERT_TRUE(modem.started()) << modem.error();
+    radioTavoraInitializeQmi();
+    MiscInfo record;
+    SlogCapture capture;
+    EXPECT_EQ(radio_tavora_vendor_misc_info(&record), 22);
+    EXPECT_TRUE(capture.contains(Line("radio_tavora_vendor_misc_info",
+                                      "ERROR: Error in sending MISC_INOF_QMI req: Error = %d",
+                                      QMI_CLIENT_TIMEOUT_ERR)));
+}
+
+TEST(ResetEvents, OutOfServiceAfterEnsPublishesAndDropsTheClient) {
+    Modem modem;
+    ASSERT_TRUE(modem.started()) << modem.error();
+    StatusPipe status;
+    radioTavoraInitializeQmi();
+    ASSERT_EQ(radio_tavora_vendor_set_ens(0, status.write_fd()), 0);
+    SlogCapture capture;
+    radio_tavora_reset_event_rx_hdlr(QMI_SYS_EVENT_MODEM_OUT_OF_SERVICE_IND, &dummy_info, nullptr);
+    EXPECT_EQ(status.Read(), "modem_state::modem is in reset mode\n");
+    EXPECT_EQ(VendorQmiClient(), 0u);
+    MiscInfo record;
+    EXPECT_EQ(radio_tavora_vendor_misc_info(&record), 22);
+    EXPECT_EQ(capture.texts(),
+              (std::vector<std::string>{
+                  Line("radio_tavora_reset_event_rx_hdlr", "QMI_SYS_EVENT_MODEM_OUT_OF_SERVICE_IND"),
+                  Line("radio_tavora_vendor_misc_info", "ERROR: QMI port not initialized")}));
+}
+
+TEST(ResetEvents, InServiceBeforeAnyEnsOnlyLogs) {
+    SetModemStateFd(-1);
+    SlogCapture capture;
+    radio_tavora_reset_event_rx_hdlr(QMI_SYS_EVENT_MODEM_IN_SERVICE_IND, &dummy_info, nullptr);
+    EXPECT_EQ(capture.texts(),
+              std::vector<std::string>{Line("radio_tavora_reset_event_rx_hdlr",
+                                            "QMI_SYS_EVENT_MODEM_IN_SERVICE_IND")});
+}
+
+TEST(ResetEvents, NullEventInfoOnlyLogsAndKeepsTheClient) {
+    Modem modem;
+    ASSERT_TRUE(modem.started()) << modem.error();
+    StatusPipe status;
+    radioTavoraInitializeQmi();
+    ASSERT_EQ(radio_tavora_vendor_set_ens(0, status.write_fd()), 0);
+    qmi_client_type client = VendorQmiClient();
+    SlogCapture capture;
+    radio_tavora_reset_event_rx_hdlr(QMI_SYS_EVENT_MODEM_OUT_OF_SERVICE_IND, nullptr, nullptr);
+    EXPECT_EQ(VendorQmiClient(), client);
+    EXPECT_EQ(capture.texts(), std::vector<std::string>{Line("radio_tavora_reset_event_rx_hdlr",
+                                                             "QMI SYS null event info received")});
+    EXPECT_EQ(status.Read(100), "");
+}
+
+TEST(ResetEvents, SyncAndUnknownEventsLogAndPublishNothing) {
+    StatusPipe status;
+    SetModemStateFd(status.write_fd());
+    SlogCapture capture;
+    radio_tavora_reset_event_rx_hdlr(QMI_SYS_EVENT_SYNC_IND, &dummy_info, nullptr);
+    radio_tavora_reset_event_rx_hdlr(7, &dummy_info, nullptr);
+    EXPECT_EQ(capture.texts(),
+              (std::vector<std::string>{
+                  Line("radio_tavora_reset_event_rx_hdlr", "QMI_SYS_EVENT_SYNC_IND"),
+                  Line("radio_tavora_reset_event_rx_hdlr", " Unknown system event %d", 7)}));
+    EXPECT_EQ(status.Read(100), "");
+    SetModemStateFd(-1);
+}
+
+TEST(ResetEvents, ModemResetReachesTheHandlerFromTheLibrarysThread) {
+    Modem modem(R"({"reset_down_ms": 200})");
+    ASSERT_TRUE(modem.started()) << modem.error();
+    StatusPipe status;
+    radioTavoraInitializeQmi();
+    ASSERT_EQ(radio_tavora_vendor_set_ens(0, status.write_fd()), 0);
+    modem.side().Reset();
+    EXPECT_EQ(status.Read(), "modem_state::modem is in reset mode\n");
+    EXPECT_EQ(status.Read(), "modem_state::modem is out of reset mode\n");
+    EXPECT_EQ(VendorQmiClient(), 0u);
+    // Opening again works on the new transport.
+    radioTavoraInitializeQmi();
+    EXPECT_NE(VendorQmiClient(), 0u);
+    EXPECT_EQ(radio_tavora_vendor_set_ens(1, status.write_fd()), 0);
+}
+
+TEST(SetEnsValue, OnlyOneAndZeroSendAnything) {
+    ResetVendorQmiForTest();
+    SlogCapture capture;
+    SetENSValue("2");
+    SetENSValue("-1");
+    EXPECT_TRUE(capture.texts().empty());
+    EXPECT_LT(QmiLibraryHandle(), 0);
+}
+
+TEST(SetEnsValue, TextWithoutDigitsSendsEnsOne) {
+    Modem modem;
+    ASSERT_TRUE(modem.started()) << modem.error();
+    SlogCapture capture;
+    SetENSValue("on");
+    EXPECT_TRUE(capture.contains(
+        Line("radio_tavora_vendor_set_ens", "ENS value sent as part of QMI is %x", 1)));
+    capture.clear();
+    SetENSValue("1");
+    EXPECT_TRUE(capture.contains(
+        Line("radio_tavora_vendor_set_ens", "ENS value sent as part of QMI is %x", 0)));
+}
+
+}  // namespace
