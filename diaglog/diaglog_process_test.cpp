@@ -1,0 +1,205 @@
+// End to end with real processes: ppsd, modemsim and radio_tavora. The log
+// mask is switched through diag/config as the screen does; radiostats shows
+// what the DIAG side delivered, from modemsim or straight from a capture
+// file (DIAG_DEVICE=file:...).
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <signal.h>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "testsupport/child_process.h"
+#include "testsupport/daemon_fixture.h"
+#include "testsupport/diag_capture_builder.h"
+
+namespace {
+
+using rt::test::BinPath;
+using rt::test::ChildProcess;
+using rt::test::DaemonFixture;
+using rt::test::DaemonOptions;
+using rt::test::TempDir;
+
+// The three masks of a switch-on, as modemsim logs what it received.
+const char* const kSwitchOnLines[] = {
+    "modemsim: diag rx log-config equip=7 last=0x74ff mask_bytes=479 set=38:63",
+    "modemsim: diag rx log-config equip=4 last=0x4777 mask_bytes=479 "
+    "set=0:31,33:10,34:43,36:a0,39:05,42:40,44:20,67:10,68:02",
+    "modemsim: diag rx log-config equip=11 last=0xb210 mask_bytes=479 "
+    "set=16:82,18:82,24:04,29:40,47:82,48:20,51:08",
+};
+const char* const kSwitchOffLines[] = {
+    "modemsim: diag rx log-config equip=7 last=0x74ff mask_bytes=479 set=-",
+    "modemsim: diag rx log-config equip=4 last=0x4777 mask_bytes=479 set=-",
+    "modemsim: diag rx log-config equip=11 last=0xb210 mask_bytes=479 set=-",
+};
+
+std::vector<std::string> LogConfigLines(const std::string& stderr_text) {
+    std::vector<std::string> lines;
+    std::istringstream in(stderr_text);
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("modemsim: diag rx log-config", 0) == 0) lines.push_back(line);
+    return lines;
+}
+
+// One radiostats request; the status object's rrc lines afterwards.
+std::string RadioStats(DaemonFixture& daemon) {
+    if (daemon.Request("radiostats", "17").find("res::radiostats") == std::string::npos) return "no reply";
+    return daemon.ReadObject(rt::test::kStatusUtraObject);
+}
+
+// Asks until the report holds `text`.
+bool ReportEventually(DaemonFixture& daemon, const std::string& text, int timeout_ms = 8000) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (RadioStats(daemon).find(text) != std::string::npos) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+// A capture of 0x4125 packets: RRC_Disconnected, then CELL_DCH (the latest
+// valid one), then URA_PCH in a frame whose CRC is broken.
+std::string WriteRrcCapture(const TempDir& dir) {
+    rt::test::DiagCaptureBuilder capture;
+    capture.Log(0x4125, {0}, rt::test::DiagTimestampMs(1000))
+        .Log(0x4125, {3}, rt::test::DiagTimestampMs(1010))
+        .LogWithBadCrc(0x4125, {5}, rt::test::DiagTimestampMs(1020));
+    std::string path = dir.file("rrc.qmdl");
+    capture.WriteTo(path);
+    return path;
+}
+
+std::string WriteScenario(const TempDir& dir, const std::string& json) {
+    std::string path = dir.file("scenario.json");
+    std::ofstream(path) << json;
+    return path;
+}
+
+std::unique_ptr<ChildProcess> StartModemsim(const TempDir& dir, const std::string& scenario,
+                                            const std::string& capture = "") {
+    std::vector<std::string> argv = {BinPath("modemsim"), "--qmi", "unix:" + dir.file("qmi.sock"),
+                                     "--diag", "unix:" + dir.file("diag.sock"), "--scenario", scenario};
+    if (!capture.empty()) {
+        argv.push_back("--capture");
+        argv.push_back(capture);
+    }
+    return std::make_unique<ChildProcess>(argv);
+}
+
+// No sanitizer report in a process's standard error (sanitizer builds).
+void ExpectCleanExit(const ChildProcess& process) {
+    std::string text = process.Stderr();
+    EXPECT_EQ(text.find("Sanitizer"), std::string::npos) << text;
+    EXPECT_EQ(text.find("runtime error"), std::string::npos) << text;
+}
+
+DaemonOptions WithDiag(const std::string& diag_device, const TempDir& dir) {
+    DaemonOptions options;
+    options.env = {"DIAG_DEVICE=" + diag_device, "QMI_DEVICE=unix:" + dir.file("qmi.sock")};
+    return options;
+}
+
+TEST(DiagLogProcessTest, CaptureThroughModemsim) {
+    TempDir dir;
+    std::string capture = WriteRrcCapture(dir);
+    auto modemsim = StartModemsim(
+        dir, WriteScenario(dir, R"({"diag": {"capture_pace": "fast", "capture_loop": false}})"), capture);
+    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: ready")) << modemsim->Stderr();
+    DaemonFixture daemon(WithDiag("unix:" + dir.file("diag.sock"), dir));
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+
+    std::string before = RadioStats(daemon);
+    EXPECT_NE(before.find("rrc_state::No data available!"), std::string::npos) << before;
+    EXPECT_NE(before.find("rrc_conn_state::No data available!"), std::string::npos) << before;
+
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: diag capture pass done sent=3"))
+        << modemsim->Stderr();
+    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_DCH")) << RadioStats(daemon);
+    std::string report = RadioStats(daemon);
+    EXPECT_NE(report.find("rrc_state::RRC_CONNECTED"), std::string::npos) << report;
+    EXPECT_NE(report.find("rrc_release::No data available!"), std::string::npos) << report;
+    EXPECT_NE(report.find("rrc_reject::No data available!"), std::string::npos) << report;
+    EXPECT_EQ(report.find("URA_PCH"), std::string::npos) << "a frame with a broken CRC counted";
+    EXPECT_EQ(LogConfigLines(modemsim->Stderr()),
+              std::vector<std::string>(std::begin(kSwitchOnLines), std::end(kSwitchOnLines)));
+
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::0"}));
+    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: diag client disconnected")) << modemsim->Stderr();
+    auto lines = LogConfigLines(modemsim->Stderr());
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(std::vector<std::string>(lines.begin() + 3, lines.end()),
+              std::vector<std::string>(std::begin(kSwitchOffLines), std::end(kSwitchOffLines)));
+    report = RadioStats(daemon);
+    EXPECT_NE(report.find("rrc_conn_state::CELL_DCH"), std::string::npos) << report;
+
+    EXPECT_EQ(daemon.Stop(SIGTERM), 0);
+    modemsim->Signal(SIGTERM);
+    EXPECT_EQ(modemsim->Wait(), 0);
+    ExpectCleanExit(daemon.daemon());
+    ExpectCleanExit(*modemsim);
+}
+
+TEST(DiagLogProcessTest, ScenarioTimelineStopsWhenTheMaskGoesOff) {
+    TempDir dir;
+    auto modemsim = StartModemsim(
+        dir, WriteScenario(dir, R"({"diag": {"rrc_period_ms": 20, "rrc_states": [
+            {"state": 3, "hold_ms": 150}, {"state": 2, "hold_ms": 150}]}})"));
+    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: ready")) << modemsim->Stderr();
+    DaemonFixture daemon(WithDiag("unix:" + dir.file("diag.sock"), dir));
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    // The state follows the timeline: both states show up in turn.
+    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_DCH"));
+    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_FACH"));
+
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::0"}));
+    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: diag client disconnected")) << modemsim->Stderr();
+    std::string frozen = RadioStats(daemon);
+    EXPECT_NE(frozen.find("rrc_state::RRC_CONNECTED"), std::string::npos) << frozen;
+    // Several turns of the timeline later, the last snapshot is unchanged.
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    EXPECT_EQ(RadioStats(daemon), frozen);
+}
+
+TEST(DiagLogProcessTest, CaptureStraightFromAFile) {
+    TempDir dir;
+    std::string capture = WriteRrcCapture(dir);
+    DaemonFixture daemon(WithDiag("file:" + capture, dir));
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+
+    std::string before = RadioStats(daemon);
+    EXPECT_NE(before.find("rrc_state::No data available!"), std::string::npos) << before;
+
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_DCH")) << RadioStats(daemon);
+    EXPECT_TRUE(daemon.daemon().WaitForStderr("Tavora: LTE Log Config sent successfully"));
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::0"}));
+    EXPECT_TRUE(daemon.daemon().WaitForStderr("Tavora: DM Mask is OFF"));
+    std::string after = RadioStats(daemon);
+    EXPECT_NE(after.find("rrc_conn_state::CELL_DCH"), std::string::npos) << after;
+    EXPECT_EQ(after.find("URA_PCH"), std::string::npos) << after;
+    // Terminated while the mask is on: Cleanup releases the replay.
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    EXPECT_TRUE(daemon.daemon().WaitForStderr("Tavora: DM Client Init succeeded!!"));
+    EXPECT_EQ(daemon.Stop(SIGTERM), 0);
+    ExpectCleanExit(daemon.daemon());
+}
+
+TEST(DiagLogProcessTest, NoDiagPortLogsInitFailure) {
+    TempDir dir;
+    DaemonFixture daemon(WithDiag("unix:" + dir.file("nobody.sock"), dir));
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    EXPECT_TRUE(daemon.daemon().WaitForStderr(
+        "slog 10000 6               SetTavoraLogMask : ERROR: Tavora: DM Client Init failed!!"))
+        << daemon.daemon().Stderr();
+    EXPECT_EQ(daemon.Stop(SIGTERM), 0);
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+#include "diaglog/log_snapshot_store.h"
+
+#include <time.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "service/tavora_log.h"
+
+LogSnapshotStore g_log_snapshot_store;
+
+namespace {
+
+struct RlcStatsLayout {
+    uint16_t code;
+    size_t header_size;
+    size_t entry_size;
+};
+constexpr RlcStatsLayout kRlcStatsLayouts[] = {
+    {kLogCodeRlcDlStats, 29, 182},
+    {kLogCodeRlcUlStats, 25, 126},
+};
+constexpr size_t kRlcDlListSize = 135;
+constexpr size_t kRlcUlListSize = 210;
+
+uint16_t Word0(const uint8_t* bytes) { return static_cast<uint16_t>(bytes[0] | bytes[1] << 8); }
+
+// Copies min(size, length) bytes and zeroes the rest of the area.
+void CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length) {
+    size_t n = std::min(size, length);
+    std::memcpy(to, from, n);
+    std::memset(to + n, 0, size - n);
+}
+
+}  // namespace
+
+LogSnapshotStore::LogSnapshotStore() {
+    for (size_t i = 0; i < kFixedSnapshotCount; ++i) {
+        fixed_offsets_[i] = fixed_total_;
+        fixed_total_ += kFixedSnapshotSizes[i].size;
+    }
+    fixed_.reset(new uint8_t[fixed_total_]());
+    Reset();
+}
+
+void LogSnapshotStore::Reset() {
+    std::lock_guard<std::mutex> hold(mutex_);
+    std::memset(fixed_.get(), 0, fixed_total_);
+    rlc_dl_config_ = RlcConfigSnapshot{};
+    rlc_dl_config_.rb_list_size = kRlcDlListSize;
+    rlc_ul_config_ = RlcConfigSnapshot{};
+    rlc_ul_config_.rb_list_size = kRlcUlListSize;
+    rlc_dl_stats_ = RlcStatsSnapshot{};
+    rlc_dl_stats_.header_size = kRlcStatsLayouts[0].header_size;
+    rlc_dl_stats_.entry_size = kRlcStatsLayouts[0].entry_size;
+    rlc_ul_stats_ = RlcStatsSnapshot{};
+    rlc_ul_stats_.header_size = kRlcStatsLayouts[1].header_size;
+    rlc_ul_stats_.entry_size = kRlcStatsLayouts[1].entry_size;
+}
+
+bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length) {
+    for (size_t i = 0; i < kFixedSnapshotCount; ++i) {
+        if (kFixedSnapshotSizes[i].code != code) continue;
+        std::lock_guard<std::mutex> hold(mutex_);
+        CopyCut(fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size, packet, length);
+        return true;
+    }
+    switch (code) {
+        case kLogCodeRlcDlConfig:
+            StoreRlcConfig(&rlc_dl_config_, packet, length);
+            return true;
+        case kLogCodeRlcUlConfig:
+            StoreRlcConfig(&rlc_ul_config_, packet, length);
+            return true;
+        case kLogCodeRlcDlStats:
+            StoreRlcStats(&rlc_dl_stats_, packet, length);
+            return true;
+        case kLogCodeRlcUlStats:
+            StoreRlcStats(&rlc_ul_stats_, packet, length);
+            return true;
+        default:
+            return false;
+    }
+}
+
+void LogSnapshotStore::StoreRlcConfig(RlcConfigSnapshot* s, const uint8_t* packet, size_t length) {
+    std::lock_guard<std::mutex> hold(mutex_);
+    CopyCut(s->bytes, RlcConfigSnapshot::kHeaderSize, packet, length);
+    if (Word0(s->bytes) != 0) {
+        // The list of radio bearers starts after the packet's count byte at P.
+        size_t p = 24 + 3 * static_cast<size_t>(s->bytes[21]);
+        s->bytes[RlcConfigSnapshot::kRbCountOffset] = p < length ? packet[p] : 0;
+        uint8_t* list = s->bytes + RlcConfigSnapshot::kRbListOffset;
+        std::memset(list, 0, s->rb_list_size);
+        if (p + 1 < length) std::memcpy(list, packet + p + 1, std::min(length - (p + 1), s->rb_list_size));
+    }
+    std::memset(s->rb_cfg_idx_table, 0xFF, sizeof s->rb_cfg_idx_table);
+    std::memset(s->rb_kind_table, 0xFF, sizeof s->rb_kind_table);
+}
+
+void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet, size_t length) {
+    // The array is made before the lock is taken and the old one is freed
+    // after it is released: the lock covers only the swap.
+    size_t header = s->header_size;
+    bool has_packet = length >= 2 && Word0(packet) != 0;
+    size_t count = length > RlcStatsSnapshot::kCountOffset ? packet[RlcStatsSnapshot::kCountOffset] : 0;
+    std::shared_ptr<uint8_t[]> entries;
+    size_t entries_size = has_packet ? count * s->entry_size : 0;
+    if (entries_size > 0) {
+        entries.reset(new (std::nothrow) uint8_t[entries_size]());
+        if (entries) {
+            size_t available = length > header ? length - header : 0;
+            std::memcpy(entries.get(), packet + header, std::min(entries_size, available));
+        } else {
+            entries_size = 0;  // no memory: the count stays, readers see no array
+        }
+    }
+    std::shared_ptr<const uint8_t[]> old;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        CopyCut(s->header, header, packet, length);
+        if (!has_packet) return;  // the previous entries stay
+        old = std::move(s->rlc_stats_entries);
+        s->rlc_stats_entries = std::move(entries);
+        s->entries_size = entries_size;
+    }
+}
+
+std::span<const uint8_t> LogSnapshotStore::Snapshot(uint16_t code) const {
+    for (size_t i = 0; i < kFixedSnapshotCount; ++i)
+        if (kFixedSnapshotSizes[i].code == code)
+            return {fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size};
+    switch (code) {
+        case kLogCodeRlcDlConfig: return rlc_dl_config_.snapshot();
+        case kLogCodeRlcUlConfig: return rlc_ul_config_.snapshot();
+        case kLogCodeRlcDlStats: return rlc_dl_stats_.snapshot();
+        case kLogCodeRlcUlStats: return rlc_ul_stats_.snapshot();
+        default: return {};
+    }
+}
+
+RlcConfigSnapshot* LogSnapshotStore::RlcConfig(uint16_t code) {
+    if (code == kLogCodeRlcDlConfig) return &rlc_dl_config_;
+    if (code == kLogCodeRlcUlConfig) return &rlc_ul_config_;
+    return nullptr;
+}
+
+RlcStatsSnapshot* LogSnapshotStore::RlcStats(uint16_t code) {
+    if (code == kLogCodeRlcDlStats) return &rlc_dl_stats_;
+    if (code == kLogCodeRlcUlStats) return &rlc_ul_stats_;
+    return nullptr;
+}
+
+void LogSnapshotStore::FreeRlcStatsEntries() {
+    bool locked = false;
+    for (int i = 0; i < 100 && !(locked = mutex_.try_lock()); ++i) {
+        timespec ms{0, 1000000};
+        nanosleep(&ms, nullptr);
+    }
+    if (!locked) return;
+    for (RlcStatsSnapshot* s : {&rlc_dl_stats_, &rlc_ul_stats_}) {
+        s->rlc_stats_entries.reset();
+        s->entries_size = 0;
+    }
+    mutex_.unlock();
+}
+
+void DM_recv_log_packet_cb(void* /*unused*/, uint32_t log_code, const uint8_t* packet,
+                           uint32_t length) {
+    if (packet == nullptr) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora:  Callback Called with null buffer !!!",
+              "DM_recv_log_packet_cb");
+        return;
+    }
+    if (log_code > 0xFFFF) return;
+    g_log_snapshot_store.Store(static_cast<uint16_t>(log_code), packet, length);
+}

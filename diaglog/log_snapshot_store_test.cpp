@@ -1,0 +1,261 @@
+// The snapshot store: real-shaped packets in through the DM callback,
+// snapshot bytes out, including the cases where a count, a list position or
+// a length runs past what the packet or the area holds.
+#include "diaglog/log_snapshot_store.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "platform/qnx/slogf.h"
+#include "testsupport/diag_capture_builder.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// A log record of `total` bytes: header for `code`, payload bytes 0x80, 0x81, ...
+Bytes Packet(uint16_t code, size_t total) {
+    Bytes payload;
+    for (size_t i = 12; i < total; ++i) payload.push_back(static_cast<uint8_t>(0x80 + (i - 12)));
+    return rt::test::DiagLogRecord(code, payload, 0x1234);
+}
+
+void Deliver(uint16_t code, const Bytes& packet) {
+    DM_recv_log_packet_cb(nullptr, code, packet.data(), static_cast<uint32_t>(packet.size()));
+}
+
+Bytes SnapshotOf(uint16_t code) {
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    auto s = g_log_snapshot_store.Snapshot(code);
+    return Bytes(s.begin(), s.end());
+}
+
+class LogSnapshotStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override { g_log_snapshot_store.Reset(); }
+    void TearDown() override { g_log_snapshot_store.Reset(); }
+};
+
+TEST_F(LogSnapshotStoreTest, EverySnapshotHasItsSizeAndStartsEmpty) {
+    for (const auto& entry : kFixedSnapshotSizes) {
+        Bytes s = SnapshotOf(entry.code);
+        EXPECT_EQ(s.size(), entry.size) << std::hex << entry.code;
+        EXPECT_EQ(s[0] | s[1], 0);
+    }
+    EXPECT_EQ(SnapshotOf(0xB081).size(), 24u + 135u);
+    EXPECT_EQ(SnapshotOf(0xB091).size(), 24u + 210u);
+    EXPECT_EQ(SnapshotOf(0xB087).size(), 29u);
+    EXPECT_EQ(SnapshotOf(0xB097).size(), 25u);
+    EXPECT_TRUE(SnapshotOf(0x4221).empty());
+}
+
+TEST_F(LogSnapshotStoreTest, FixedSizeKeepsTheFirstNBytes) {
+    // 0x4125 packet of 20 bytes: header(12) + 8 payload bytes; 13 are kept.
+    Bytes packet = Packet(0x4125, 20);
+    Deliver(0x4125, packet);
+    EXPECT_EQ(SnapshotOf(0x4125), Bytes(packet.begin(), packet.begin() + 13));
+}
+
+TEST_F(LogSnapshotStoreTest, EachPacketOverwritesTheLast) {
+    Deliver(0x4125, rt::test::DiagLogRecord(0x4125, {3}));
+    Deliver(0x4125, rt::test::DiagLogRecord(0x4125, {5}));
+    EXPECT_EQ(SnapshotOf(0x4125)[12], 5);
+}
+
+TEST_F(LogSnapshotStoreTest, ShortPacketIsCutAndTheRestZeroed) {
+    Deliver(0x4110, Packet(0x4110, 87));
+    Bytes shorter = Packet(0x4110, 30);
+    Deliver(0x4110, shorter);
+    Bytes s = SnapshotOf(0x4110);
+    EXPECT_EQ(Bytes(s.begin(), s.begin() + 30), shorter);
+    EXPECT_EQ(Bytes(s.begin() + 30, s.end()), Bytes(87 - 30, 0));
+}
+
+TEST_F(LogSnapshotStoreTest, UnknownAndUnstoredCodesChangeNothing) {
+    SlogCapture log;
+    Deliver(0x4221, Packet(0x4221, 40));
+    Deliver(0x1234, Packet(0x1234, 40));
+    DM_recv_log_packet_cb(nullptr, 0x14125, Packet(0x4125, 13).data(), 13);  // not a 16-bit code
+    for (const auto& entry : kFixedSnapshotSizes) EXPECT_EQ(SnapshotOf(entry.code)[0], 0);
+    EXPECT_TRUE(log.texts().empty());
+}
+
+TEST_F(LogSnapshotStoreTest, NullBufferIsLogged) {
+    SlogCapture log;
+    DM_recv_log_packet_cb(nullptr, 0x4125, nullptr, 13);
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].text,
+              "         DM_recv_log_packet_cb : Tavora:  Callback Called with null buffer !!!");
+    EXPECT_EQ(log.lines()[0].opcode, 10000);
+    EXPECT_EQ(log.lines()[0].severity, 6);
+}
+
+// 0xB091 whose byte 21 is 2: P = 24 + 3 * 2 = 30; rb_count is packet byte
+// 30, the list starts at packet byte 31.
+TEST_F(LogSnapshotStoreTest, RlcConfigListPosition) {
+    Bytes packet = Packet(0xB091, 40);
+    packet[21] = 2;
+    packet[30] = 3;
+    Deliver(0xB091, packet);
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB091);
+    EXPECT_EQ(Bytes(c->bytes, c->bytes + 22), Bytes(packet.begin(), packet.begin() + 22));
+    EXPECT_EQ(c->rb_count(), 3);
+    EXPECT_EQ(c->bytes[23], 0);
+    auto list = c->rb_list();
+    EXPECT_EQ(Bytes(list.begin(), list.begin() + 9), Bytes(packet.begin() + 31, packet.end()));
+    EXPECT_EQ(Bytes(list.begin() + 9, list.end()), Bytes(210 - 9, 0));
+    EXPECT_EQ(Bytes(c->rb_cfg_idx_table, c->rb_cfg_idx_table + 15), Bytes(15, 0xFF));
+    EXPECT_EQ(Bytes(c->rb_kind_table, c->rb_kind_table + 15), Bytes(15, 0xFF));
+}
+
+TEST_F(LogSnapshotStoreTest, RlcConfigListLongerThanTheAreaIsCut) {
+    Bytes packet = Packet(0xB081, 400);
+    packet[21] = 0;  // P = 24
+    Deliver(0xB081, packet);
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
+    auto list = c->rb_list();
+    ASSERT_EQ(list.size(), 135u);
+    EXPECT_EQ(Bytes(list.begin(), list.end()), Bytes(packet.begin() + 25, packet.begin() + 25 + 135));
+}
+
+TEST_F(LogSnapshotStoreTest, RlcConfigPositionPastThePacketEnd) {
+    Bytes packet = Packet(0xB081, 30);
+    packet[21] = 200;  // P = 624, far past 30 bytes
+    Deliver(0xB081, packet);
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
+    EXPECT_EQ(c->rb_count(), 0);
+    auto list = c->rb_list();
+    EXPECT_EQ(Bytes(list.begin(), list.end()), Bytes(135, 0));
+}
+
+TEST_F(LogSnapshotStoreTest, RlcConfigWithLengthWordZeroStillResetsTheTables) {
+    Bytes packet = Packet(0xB081, 40);
+    packet[21] = 2;  // P = 30
+    packet[30] = 2;
+    Deliver(0xB081, packet);
+    {
+        std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+        RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
+        c->rb_cfg_idx_table[0] = 7;  // as the RLC report fills them
+        c->rb_kind_table[0] = 1;
+    }
+    Bytes empty = Packet(0xB081, 40);
+    empty[0] = empty[1] = 0;
+    empty[21] = 2;
+    empty[30] = 9;
+    Deliver(0xB081, empty);
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
+    EXPECT_EQ(c->bytes[0] | c->bytes[1], 0);
+    EXPECT_EQ(c->rb_count(), 2);  // the list is left as it was
+    EXPECT_EQ(c->rb_cfg_idx_table[0], 0xFF);
+    EXPECT_EQ(c->rb_kind_table[0], 0xFF);
+}
+
+// 0xB097: header 25 bytes, count at byte 20, entries of 126 bytes at 25.
+Bytes StatsPacket(uint8_t count, size_t entries_bytes, uint8_t fill) {
+    Bytes packet = Packet(0xB097, 25);
+    packet[20] = count;
+    packet.insert(packet.end(), entries_bytes, fill);
+    packet[0] = static_cast<uint8_t>(packet.size());
+    packet[1] = static_cast<uint8_t>(packet.size() >> 8);
+    return packet;
+}
+
+TEST_F(LogSnapshotStoreTest, RlcStatsEntriesAreReplacedAndKept) {
+    Deliver(0xB097, StatsPacket(3, 3 * 126, 0xA1));
+    std::shared_ptr<const uint8_t[]> first;
+    {
+        std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+        RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB097);
+        EXPECT_EQ(s->count(), 3);
+        ASSERT_EQ(s->entries_size, 378u);
+        ASSERT_NE(s->rlc_stats_entries, nullptr);
+        EXPECT_EQ(s->rlc_stats_entries[377], 0xA1);
+        first = s->rlc_stats_entries;  // a reader still walking the old array
+    }
+    Deliver(0xB097, StatsPacket(0, 0, 0));
+    {
+        std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+        RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB097);
+        EXPECT_EQ(s->entries_size, 0u);
+        EXPECT_EQ(s->rlc_stats_entries, nullptr);
+    }
+    EXPECT_EQ(first[0], 0xA1);  // still readable by whoever holds it
+
+    Deliver(0xB097, StatsPacket(1, 126, 0xB2));
+    Bytes zero_length = StatsPacket(2, 252, 0xC3);
+    zero_length[0] = zero_length[1] = 0;
+    Deliver(0xB097, zero_length);
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB097);
+    EXPECT_EQ(s->count(), 2);  // the header was copied
+    ASSERT_EQ(s->entries_size, 126u);  // the array of the packet before was kept
+    EXPECT_EQ(s->rlc_stats_entries[0], 0xB2);
+}
+
+TEST_F(LogSnapshotStoreTest, RlcStatsCountPastThePacketIsCutAndZeroFilled) {
+    // count 200 says 200 * 182 bytes; the packet holds 2 entries' worth.
+    Bytes packet = Packet(0xB087, 29);
+    packet[20] = 200;
+    packet.insert(packet.end(), 2 * 182, 0x5A);
+    Deliver(0xB087, packet);
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB087);
+    ASSERT_EQ(s->entries_size, 200u * 182u);
+    EXPECT_EQ(s->rlc_stats_entries[2 * 182 - 1], 0x5A);
+    EXPECT_EQ(s->rlc_stats_entries[2 * 182], 0);
+    EXPECT_EQ(s->rlc_stats_entries[200 * 182 - 1], 0);
+}
+
+TEST_F(LogSnapshotStoreTest, RlcStatsShorterThanTheHeader) {
+    Bytes packet = Packet(0xB087, 15);  // no count byte at all
+    Deliver(0xB087, packet);
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB087);
+    EXPECT_EQ(s->count(), 0);
+    EXPECT_EQ(s->rlc_stats_entries, nullptr);
+}
+
+TEST_F(LogSnapshotStoreTest, FreeRlcStatsEntriesNullsBothArrays) {
+    Deliver(0xB097, StatsPacket(1, 126, 1));
+    Bytes dl = Packet(0xB087, 29);
+    dl[20] = 1;
+    dl.insert(dl.end(), 182, 2);
+    Deliver(0xB087, dl);
+    g_log_snapshot_store.FreeRlcStatsEntries();
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    EXPECT_EQ(g_log_snapshot_store.RlcStats(0xB087)->rlc_stats_entries, nullptr);
+    EXPECT_EQ(g_log_snapshot_store.RlcStats(0xB097)->rlc_stats_entries, nullptr);
+}
+
+TEST_F(LogSnapshotStoreTest, WriterAndReaderOnTwoThreads) {
+    // The callback's thread replaces arrays while a reader walks them.
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 2000; ++i) Deliver(0xB097, StatsPacket(static_cast<uint8_t>(i % 4), (i % 4) * 126, static_cast<uint8_t>(i)));
+        done = true;
+    });
+    uint64_t sum = 0;
+    while (!done) {
+        std::shared_ptr<const uint8_t[]> entries;
+        size_t size = 0;
+        {
+            std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+            entries = g_log_snapshot_store.RlcStats(0xB097)->rlc_stats_entries;
+            size = g_log_snapshot_store.RlcStats(0xB097)->entries_size;
+            // count and array always come from the same packet
+            ASSERT_EQ(size, g_log_snapshot_store.RlcStats(0xB097)->count() * 126u);
+        }
+        for (size_t i = 0; i < size && entries; ++i) sum += entries[i];
+    }
+    writer.join();
+    (void)sum;
+}
+
+}  // namespace

@@ -1,0 +1,297 @@
+#include "platform/dmux/diag_connection.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "platform/dmux/hdlc.h"
+
+namespace dmux {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int ConnectUnix(const std::string& path, int* error) {
+    sockaddr_un addr{};
+    if (path.size() >= sizeof addr.sun_path) {
+        *error = ENAMETOOLONG;
+        return -1;
+    }
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        *error = errno;
+        return -1;
+    }
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+        *error = errno;
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int OpenSerial(const std::string& path, int* error) {
+    int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        *error = errno;
+        return -1;
+    }
+    termios tio{};
+    if (::tcgetattr(fd, &tio) == 0) {  // a plain file or pipe has no line settings
+        ::cfmakeraw(&tio);
+        ::cfsetispeed(&tio, B115200);
+        ::cfsetospeed(&tio, B115200);
+        tio.c_cc[VMIN] = 1;
+        tio.c_cc[VTIME] = 0;
+        ::tcsetattr(fd, TCSANOW, &tio);
+    }
+    return fd;
+}
+
+bool WriteAll(int fd, const uint8_t* data, size_t length, int* error) {
+    while (length > 0) {
+        ssize_t n = ::send(fd, data, length, MSG_NOSIGNAL);
+        if (n < 0 && errno == ENOTSOCK) n = ::write(fd, data, length);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            *error = errno;
+            return false;
+        }
+        data += n;
+        length -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+DiagConnection::DiagConnection(const DiagSource& source)
+    : source_(source), stream_(&mask_, &DiagConnection::Deliver, this) {
+    stream_.SetConfigSink([this](std::span<const uint8_t> body) { OnConfigFrame(body); });
+}
+
+std::unique_ptr<DiagConnection> DiagConnection::Open(const DiagSource& source, int* error) {
+    std::unique_ptr<DiagConnection> conn(new DiagConnection(source));
+    *error = 0;
+    switch (source.kind) {
+        case DiagSource::Kind::kUnixSocket:
+            conn->fd_ = ConnectUnix(source.path, error);
+            break;
+        case DiagSource::Kind::kSerial:
+            conn->fd_ = OpenSerial(source.path, error);
+            break;
+        case DiagSource::Kind::kFile: {
+            int fd = ::open(source.path.c_str(), O_RDONLY | O_CLOEXEC);
+            struct stat st{};
+            if (fd < 0 || ::fstat(fd, &st) != 0) {
+                *error = errno;
+                if (fd >= 0) ::close(fd);
+                return nullptr;
+            }
+            conn->file_size_ = static_cast<size_t>(st.st_size);
+            if (conn->file_size_ > 0) {
+                void* map = ::mmap(nullptr, conn->file_size_, PROT_READ, MAP_PRIVATE, fd, 0);
+                if (map == MAP_FAILED) {
+                    *error = errno;
+                    ::close(fd);
+                    return nullptr;
+                }
+                conn->file_data_ = static_cast<const uint8_t*>(map);
+            }
+            ::close(fd);
+            conn->thread_ = std::thread([c = conn.get()] { c->ReplayLoop(); });
+            return conn;
+        }
+    }
+    if (conn->fd_ < 0) return nullptr;
+    conn->thread_ = std::thread([c = conn.get()] { c->StreamLoop(); });
+    return conn;
+}
+
+DiagConnection::~DiagConnection() {
+    if (!Stop()) thread_.detach();
+    if (fd_ >= 0) ::close(fd_);
+    if (file_data_ != nullptr) ::munmap(const_cast<uint8_t*>(file_data_), file_size_);
+}
+
+bool DiagConnection::Stop() {
+    stopping_.store(true);
+    callback_.store(nullptr);
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        changed_.notify_all();
+    }
+    if (fd_ >= 0) ::shutdown(fd_, SHUT_RDWR);
+    if (!thread_.joinable()) return true;
+    // The thread may be inside the daemon's callback; give it a second to
+    // come out. If it does not (its lock is held by a thread that a signal
+    // interrupted), leave it behind rather than hang.
+    for (int i = 0; i < 1000 && !exited_.load(); ++i) ::usleep(1000);
+    if (!exited_.load()) return false;
+    thread_.join();
+    return true;
+}
+
+void DiagConnection::SetCallback(kora_dmc_log_cb_t callback, void* user_data) {
+    user_data_.store(user_data);
+    callback_.store(callback);
+}
+
+void DiagConnection::Deliver(void* self, uint16_t code, std::span<const uint8_t> record) {
+    auto* conn = static_cast<DiagConnection*>(self);
+    if (conn->stopping_.load(std::memory_order_relaxed)) return;
+    kora_dmc_log_cb_t callback = conn->callback_.load(std::memory_order_acquire);
+    if (callback != nullptr)
+        callback(conn->user_data_.load(std::memory_order_relaxed), code, record.data(),
+                 static_cast<uint32_t>(record.size()));
+}
+
+void DiagConnection::OnConfigFrame(std::span<const uint8_t> body) {
+    auto response = ParseLogConfigResponse(body);
+    if (!response || response->operation != kLogConfigSetMask) return;
+    std::lock_guard<std::mutex> hold(mutex_);
+    response_ = response;
+    changed_.notify_all();
+}
+
+int DiagConnection::SetLogMask(uint32_t equipment_id, uint32_t last_item,
+                               std::span<const uint8_t> mask, uint32_t* status) {
+    // Delivery follows the new mask at once, whatever the modem answers.
+    mask_.SetEquipment(equipment_id, last_item, mask);
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        mask_changed_at_ = Clock::now();
+        changed_.notify_all();
+    }
+    if (source_.kind == DiagSource::Kind::kFile) {
+        *status = 0;  // a capture has no modem to ask
+        return 0;
+    }
+
+    std::lock_guard<std::mutex> one_at_a_time(write_mutex_);
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        response_.reset();
+        if (transport_lost_) return EPIPE;
+    }
+    std::vector<uint8_t> frame = HdlcEncode(BuildLogConfigSetMask(equipment_id, last_item, mask));
+    int error = 0;
+    if (!WriteAll(fd_, frame.data(), frame.size(), &error)) return error;
+
+    std::unique_lock<std::mutex> hold(mutex_);
+    bool answered = changed_.wait_for(hold, std::chrono::milliseconds(KORA_DMC_RESPONSE_TIMEOUT_MS), [&] {
+        return response_.has_value() || transport_lost_ || stopping_.load();
+    });
+    if (!answered || !response_) return transport_lost_ ? EPIPE : ETIMEDOUT;
+    *status = response_->status;
+    return response_->status == 0 ? 0 : EIO;
+}
+
+void DiagConnection::StreamLoop() {
+    std::vector<uint8_t> buffer(65536);
+    while (!stopping_.load()) {
+        pollfd pfd{fd_, POLLIN, 0};
+        int ready = ::poll(&pfd, 1, 100);
+        if (ready < 0 && errno != EINTR) break;
+        if (ready <= 0) continue;
+        ssize_t n = ::read(fd_, buffer.data(), buffer.size());
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (n <= 0) break;
+        stream_.Feed(std::span<const uint8_t>(buffer.data(), static_cast<size_t>(n)));
+        PublishStats(false);
+    }
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        transport_lost_ = true;
+        changed_.notify_all();
+    }
+    exited_.store(true);
+}
+
+bool DiagConnection::SleepUntil(Clock::time_point when) {
+    std::unique_lock<std::mutex> hold(mutex_);
+    changed_.wait_until(hold, when, [&] { return stopping_.load(); });
+    return !stopping_.load();
+}
+
+void DiagConnection::ReplayLoop() {
+    // Wait until some code is enabled and the masks have settled.
+    {
+        std::unique_lock<std::mutex> hold(mutex_);
+        while (!stopping_.load()) {
+            if (mask_.Any()) {
+                auto settled = mask_changed_at_ + std::chrono::milliseconds(kReplaySettleMs);
+                if (Clock::now() >= settled) break;
+                changed_.wait_until(hold, settled);
+            } else {
+                changed_.wait(hold);
+            }
+        }
+    }
+    if (source_.pace_real) {
+        stream_.SetObserver([this](const DiagFrame& frame) {
+            double ms = LogTimestampMs(LogRecordTimestamp(frame.record));
+            auto now = Clock::now();
+            if (!pace_started_) {
+                pace_started_ = true;
+                pace_next_ = now;
+            } else {
+                double gap = ms - pace_last_ms_;
+                if (gap < 0) gap = 0;
+                if (gap > kReplayMaxGapMs) gap = kReplayMaxGapMs;
+                pace_next_ += std::chrono::microseconds(static_cast<int64_t>(gap * 1000));
+                if (pace_next_ > now) SleepUntil(pace_next_);
+            }
+            pace_last_ms_ = ms;
+        });
+    }
+    do {
+        ReplayOnce();
+        PublishStats(!stopping_.load());
+        pace_started_ = false;
+    } while (source_.loop && !stopping_.load() && file_size_ > 0);
+    // A finished replay keeps the connection open, like a quiet modem.
+    {
+        std::unique_lock<std::mutex> hold(mutex_);
+        changed_.wait(hold, [&] { return stopping_.load(); });
+    }
+    exited_.store(true);
+}
+
+void DiagConnection::ReplayOnce() {
+    constexpr size_t kPiece = 1 << 20;
+    for (size_t at = 0; at < file_size_ && !stopping_.load(); at += kPiece) {
+        size_t n = std::min(kPiece, file_size_ - at);
+        stream_.Feed(std::span<const uint8_t>(file_data_ + at, n));
+        PublishStats(false);
+    }
+    stream_.Finish();
+}
+
+void DiagConnection::PublishStats(bool pass_done) {
+    std::lock_guard<std::mutex> hold(mutex_);
+    stats_.frames_good = stream_.frames().good;
+    stats_.frames_bad = stream_.frames().bad();
+    stats_.log_packets = stream_.stats().log_packets;
+    stats_.delivered = stream_.stats().delivered;
+    if (pass_done) ++stats_.replay_passes;
+}
+
+kora_dmc_stats DiagConnection::Stats() const {
+    std::lock_guard<std::mutex> hold(mutex_);
+    return stats_;
+}
+
+}  // namespace dmux

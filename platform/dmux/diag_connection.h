@@ -1,0 +1,84 @@
+// One open DIAG source and the thread that reads it. Internal to the DM
+// library (kora_dmc.cpp holds the one connection).
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <thread>
+
+#include "platform/dmux/diag_packet.h"
+#include "platform/dmux/diag_source.h"
+#include "platform/dmux/diag_stream.h"
+#include "platform/dmux/kora_dmc.h"
+#include "platform/dmux/log_code_mask.h"
+
+namespace dmux {
+
+// A capture file replays once the mask has held still this long with some
+// code enabled: the daemon sends its masks as a burst, and every group
+// should be in place before the first packet.
+inline constexpr int kReplaySettleMs = 100;
+// Longest wait between two paced packets of a capture.
+inline constexpr int kReplayMaxGapMs = 1000;
+
+class DiagConnection {
+public:
+    // Opens the source; nullptr with *error set when it cannot.
+    static std::unique_ptr<DiagConnection> Open(const DiagSource& source, int* error);
+    ~DiagConnection();
+    DiagConnection(const DiagConnection&) = delete;
+    DiagConnection& operator=(const DiagConnection&) = delete;
+
+    void SetCallback(kora_dmc_log_cb_t callback, void* user_data);
+    int SetLogMask(uint32_t equipment_id, uint32_t last_item, std::span<const uint8_t> mask,
+                   uint32_t* status);
+    // Stops delivery and the thread (waits a bounded time for it). False
+    // when the thread could not be joined: the connection must then be
+    // left allocated.
+    bool Stop();
+    kora_dmc_stats Stats() const;
+
+private:
+    explicit DiagConnection(const DiagSource& source);
+    static void Deliver(void* self, uint16_t code, std::span<const uint8_t> record);
+    void OnConfigFrame(std::span<const uint8_t> body);
+    void StreamLoop();
+    void ReplayLoop();
+    void ReplayOnce();
+    void PublishStats(bool pass_done);
+    bool SleepUntil(std::chrono::steady_clock::time_point when);  // false when stopping
+
+    DiagSource source_;
+    int fd_ = -1;
+    const uint8_t* file_data_ = nullptr;
+    size_t file_size_ = 0;
+
+    LogCodeMask mask_;
+    DiagStream stream_;
+    std::atomic<kora_dmc_log_cb_t> callback_{nullptr};
+    std::atomic<void*> user_data_{nullptr};
+    std::atomic<bool> stopping_{false};
+    std::atomic<bool> exited_{false};
+    std::thread thread_;
+
+    mutable std::mutex mutex_;  // the fields below
+    std::condition_variable changed_;
+    std::optional<LogConfigResponse> response_;
+    bool transport_lost_ = false;
+    std::chrono::steady_clock::time_point mask_changed_at_{};
+    kora_dmc_stats stats_{};
+
+    std::mutex write_mutex_;  // one request on the wire at a time
+
+    // Pacing state of a paced replay.
+    bool pace_started_ = false;
+    double pace_last_ms_ = 0;
+    std::chrono::steady_clock::time_point pace_next_{};
+};
+
+}  // namespace dmux

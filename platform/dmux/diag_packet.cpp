@@ -1,0 +1,142 @@
+#include "platform/dmux/diag_packet.h"
+
+#include "platform/dmux/byte_reader.h"
+
+namespace dmux {
+
+namespace {
+
+DiagFrame ParseLogPacket(std::span<const uint8_t> body) {
+    DiagFrame frame;
+    ByteReader in(body);
+    in.Skip(2);  // command, "more"
+    auto length = in.U16();
+    if (!length || in.remaining() < kLogRecordHeaderSize) {
+        frame.kind = DiagFrameKind::kMalformed;
+        return frame;
+    }
+    frame.kind = DiagFrameKind::kLogPacket;
+    frame.record = in.Take(*length < kLogRecordHeaderSize ? in.remaining() : *length);
+    frame.log_code = LogRecordCode(frame.record);
+    return frame;
+}
+
+}  // namespace
+
+DiagFrame ParseDiagFrame(std::span<const uint8_t> body) {
+    DiagFrame frame;
+    if (body.empty()) return frame;
+    switch (body[0]) {
+        case kDiagLogCommand:
+            return ParseLogPacket(body);
+        case kDiagMultiSimCommand: {
+            ByteReader in(body);
+            in.Skip(4);
+            auto subscription = in.U32();
+            if (!subscription || in.remaining() == 0 || body[kMultiSimWrapperSize] != kDiagLogCommand)
+                return frame;
+            frame = ParseLogPacket(in.Rest());
+            frame.wrapped = true;
+            frame.subscription = *subscription;
+            return frame;
+        }
+        case kDiagLogConfigCommand:
+            frame.kind = DiagFrameKind::kLogConfig;
+            return frame;
+        case kDiagCustomMarker:
+            if (body.size() >= 2 && body[1] == kDiagCustomMarker) frame.kind = DiagFrameKind::kMarker;
+            return frame;
+        default:
+            return frame;
+    }
+}
+
+uint16_t LogRecordCode(std::span<const uint8_t> record) {
+    ByteReader in(record);
+    in.Skip(2);
+    return in.U16().value_or(0);
+}
+
+uint64_t LogRecordTimestamp(std::span<const uint8_t> record) {
+    ByteReader in(record);
+    in.Skip(4);
+    return in.U64().value_or(0);
+}
+
+double LogTimestampMs(uint64_t timestamp) { return static_cast<double>(timestamp >> 16) * 1.25; }
+
+std::vector<uint8_t> BuildLogRecord(uint16_t code, uint64_t timestamp,
+                                    std::span<const uint8_t> payload) {
+    std::vector<uint8_t> record;
+    PutU16(&record, static_cast<uint16_t>(kLogRecordHeaderSize + payload.size()));
+    PutU16(&record, code);
+    PutU64(&record, timestamp);
+    record.insert(record.end(), payload.begin(), payload.end());
+    return record;
+}
+
+std::vector<uint8_t> BuildLogPacketBody(std::span<const uint8_t> record,
+                                        std::optional<uint32_t> subscription) {
+    std::vector<uint8_t> body;
+    if (subscription) {
+        body = {kDiagMultiSimCommand, 0x01, 0x00, 0x00};
+        PutU32(&body, *subscription);
+    }
+    body.push_back(kDiagLogCommand);
+    body.push_back(0);  // more
+    PutU16(&body, static_cast<uint16_t>(record.size()));
+    body.insert(body.end(), record.begin(), record.end());
+    return body;
+}
+
+std::vector<uint8_t> BuildLogConfigSetMask(uint32_t equipment_id, uint32_t last_item,
+                                           std::span<const uint8_t> mask) {
+    std::vector<uint8_t> body = {kDiagLogConfigCommand, 0, 0, 0};
+    PutU32(&body, kLogConfigSetMask);
+    PutU32(&body, equipment_id);
+    PutU32(&body, last_item);
+    body.insert(body.end(), mask.begin(), mask.end());
+    return body;
+}
+
+std::optional<LogConfigSetMask> ParseLogConfigSetMask(std::span<const uint8_t> body) {
+    ByteReader in(body);
+    auto command = in.U8();
+    if (!command || *command != kDiagLogConfigCommand || !in.Skip(3)) return std::nullopt;
+    auto operation = in.U32();
+    auto equipment = in.U32();
+    auto last = in.U32();
+    if (!operation || *operation != kLogConfigSetMask || !equipment || !last) return std::nullopt;
+    LogConfigSetMask out;
+    out.equipment_id = *equipment;
+    out.last_item = *last;
+    auto mask = in.Rest();
+    out.mask.assign(mask.begin(), mask.end());
+    return out;
+}
+
+std::vector<uint8_t> BuildLogConfigResponse(const LogConfigResponse& response) {
+    std::vector<uint8_t> body = {kDiagLogConfigCommand, 0, 0, 0};
+    PutU32(&body, response.operation);
+    PutU32(&body, response.status);
+    PutU32(&body, response.equipment_id);
+    PutU32(&body, response.last_item);
+    return body;
+}
+
+std::optional<LogConfigResponse> ParseLogConfigResponse(std::span<const uint8_t> body) {
+    ByteReader in(body);
+    auto command = in.U8();
+    if (!command || *command != kDiagLogConfigCommand || !in.Skip(3)) return std::nullopt;
+    LogConfigResponse out;
+    auto operation = in.U32();
+    auto status = in.U32();
+    if (!operation || !status) return std::nullopt;
+    out.operation = *operation;
+    out.status = *status;
+    out.equipment_id = in.U32().value_or(0);
+    out.last_item = in.U32().value_or(0);
+    return out;
+}
+
+}  // namespace dmux

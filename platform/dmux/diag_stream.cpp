@@ -1,0 +1,33 @@
+#include "platform/dmux/diag_stream.h"
+
+namespace dmux {
+
+void DiagStream::OnFrame(std::span<const uint8_t> body) {
+    DiagFrame frame = ParseDiagFrame(body);
+    switch (frame.kind) {
+        case DiagFrameKind::kLogPacket:
+            ++stats_.log_packets;
+            if (frame.wrapped) ++stats_.wrapped;
+            if (observer_) observer_(frame);
+            if (mask_ == nullptr || mask_->Enabled(frame.log_code)) {
+                ++stats_.delivered;
+                if (sink_ != nullptr) sink_(context_, frame.log_code, frame.record);
+            }
+            break;
+        case DiagFrameKind::kLogConfig:
+            ++stats_.log_config;
+            if (config_sink_) config_sink_(body);
+            break;
+        case DiagFrameKind::kMarker:
+            ++stats_.markers;
+            break;
+        case DiagFrameKind::kMalformed:
+            ++stats_.malformed;
+            break;
+        case DiagFrameKind::kOther:
+            ++stats_.other;
+            break;
+    }
+}
+
+}  // namespace dmux

@@ -1,0 +1,59 @@
+// The receiving half of a DIAG port: bytes in, log records of enabled codes
+// out. Deframes, parses, unwraps multi-SIM frames, filters by the log-code
+// mask and hands each record to the sink; 0x73 answers go to their own sink.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+
+#include "platform/dmux/diag_packet.h"
+#include "platform/dmux/hdlc.h"
+#include "platform/dmux/log_code_mask.h"
+
+namespace dmux {
+
+struct DiagStreamStats {
+    uint64_t log_packets = 0;   // good log frames, wrapped or not
+    uint64_t wrapped = 0;       // of those, inside a multi-SIM wrapper
+    uint64_t delivered = 0;     // passed the mask
+    uint64_t log_config = 0;    // 0x73 frames
+    uint64_t markers = 0;       // 0xEE EE frames
+    uint64_t other = 0;         // any other kind of frame
+    uint64_t malformed = 0;     // log frames too short for a record header
+};
+
+class DiagStream {
+public:
+    using RecordSink = void (*)(void* context, uint16_t code, std::span<const uint8_t> record);
+    using ConfigSink = std::function<void(std::span<const uint8_t> body)>;
+
+    DiagStream(const LogCodeMask* mask, RecordSink sink, void* context)
+        : mask_(mask), sink_(sink), context_(context) {}
+
+    void SetConfigSink(ConfigSink sink) { config_sink_ = std::move(sink); }
+    // Called with every good log record before the mask (counts, tests).
+    void SetObserver(std::function<void(const DiagFrame&)> observer) { observer_ = std::move(observer); }
+
+    void Feed(std::span<const uint8_t> bytes) {
+        deframer_.Feed(bytes.data(), bytes.size(), [this](std::span<const uint8_t> body) { OnFrame(body); });
+    }
+    void Finish() { deframer_.Finish(); }
+
+    const HdlcStats& frames() const { return deframer_.stats(); }
+    const DiagStreamStats& stats() const { return stats_; }
+
+    // Handles one deframed body (also used for frames found another way).
+    void OnFrame(std::span<const uint8_t> body);
+
+private:
+    const LogCodeMask* mask_;
+    RecordSink sink_;
+    void* context_;
+    ConfigSink config_sink_;
+    std::function<void(const DiagFrame&)> observer_;
+    HdlcDeframer deframer_;
+    DiagStreamStats stats_;
+};
+
+}  // namespace dmux

@@ -1,0 +1,141 @@
+// HDLC framing of the DIAG port: each frame is escaped(body || crc16_le)
+// followed by one 0x7E flag. 0x7D and 0x7E inside a frame are sent as 0x7D
+// then the byte XOR 0x20.
+//
+// HdlcDeframer takes a byte stream in pieces of any size and hands every
+// frame whose CRC checks to a callback as its body (CRC removed). A frame
+// that fails (bad CRC, too short, an escape right before the flag, larger
+// than the limit) is counted and skipped; reading resumes after the next
+// flag. Bytes are only copied when a frame carries escapes or spans two
+// pieces of input; nothing is allocated per frame.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <vector>
+
+#include "platform/dmux/crc16.h"
+
+namespace dmux {
+
+inline constexpr uint8_t kHdlcFlag = 0x7E;
+inline constexpr uint8_t kHdlcEscape = 0x7D;
+inline constexpr uint8_t kHdlcEscapeXor = 0x20;
+
+// Largest unescaped frame (body and CRC) accepted: a log packet's 16-bit
+// length, its command header, a multi-SIM wrapper and the CRC.
+inline constexpr size_t kMaxHdlcFrame = 65535 + 4 + 8 + 2;
+
+// Appends escaped(body || crc) and the closing flag to `out`.
+void HdlcEncode(std::span<const uint8_t> body, std::vector<uint8_t>* out);
+std::vector<uint8_t> HdlcEncode(std::span<const uint8_t> body);
+
+struct HdlcStats {
+    uint64_t good = 0;         // CRC checked, delivered
+    uint64_t bad_crc = 0;      // CRC mismatch (includes frames cut short and run into the next)
+    uint64_t too_short = 0;    // fewer than 3 bytes between flags
+    uint64_t stray_escape = 0; // 0x7D right before the flag
+    uint64_t oversize = 0;     // longer than kMaxHdlcFrame
+    uint64_t truncated = 0;    // bytes left without a closing flag at Finish()
+    uint64_t bad() const { return bad_crc + too_short + stray_escape + oversize; }
+};
+
+class HdlcDeframer {
+public:
+    HdlcDeframer() : scratch_(kMaxHdlcFrame), pending_() { pending_.reserve(2 * kMaxHdlcFrame); }
+
+    // Calls on_frame(std::span<const uint8_t> body) for each good frame completed by
+    // these bytes. The span is valid only during the call.
+    template <class OnFrame>
+    void Feed(const uint8_t* data, size_t length, OnFrame&& on_frame);
+
+    // End of input: a partial frame still buffered is dropped and counted.
+    void Finish();
+    // Forgets a partial frame and the counters.
+    void Reset();
+
+    const HdlcStats& stats() const { return stats_; }
+
+private:
+    template <class OnFrame>
+    void Frame(const uint8_t* data, size_t length, OnFrame& on_frame);
+    void AddPending(const uint8_t* data, size_t length);
+
+    std::vector<uint8_t> scratch_;
+    std::vector<uint8_t> pending_;
+    bool pending_overflow_ = false;
+    HdlcStats stats_;
+};
+
+template <class OnFrame>
+void HdlcDeframer::Feed(const uint8_t* data, size_t length, OnFrame&& on_frame) {
+    const uint8_t* p = data;
+    const uint8_t* end = data + length;
+    while (p < end) {
+        const uint8_t* flag = static_cast<const uint8_t*>(std::memchr(p, kHdlcFlag, end - p));
+        if (flag == nullptr) {
+            AddPending(p, end - p);
+            return;
+        }
+        if (pending_.empty() && !pending_overflow_) {
+            Frame(p, flag - p, on_frame);
+        } else {
+            AddPending(p, flag - p);
+            if (pending_overflow_) {
+                ++stats_.oversize;
+            } else {
+                Frame(pending_.data(), pending_.size(), on_frame);
+            }
+            pending_.clear();
+            pending_overflow_ = false;
+        }
+        p = flag + 1;
+    }
+}
+
+template <class OnFrame>
+void HdlcDeframer::Frame(const uint8_t* data, size_t length, OnFrame& on_frame) {
+    if (length == 0) return;  // a leading flag or two flags in a row: no frame at all
+    const uint8_t* body = data;
+    size_t size = length;
+    if (std::memchr(data, kHdlcEscape, length) != nullptr) {
+        uint8_t* out = scratch_.data();
+        size_t n = 0;
+        for (size_t i = 0; i < length; ++i) {
+            if (n == scratch_.size()) {
+                ++stats_.oversize;
+                return;
+            }
+            uint8_t b = data[i];
+            if (b == kHdlcEscape) {
+                if (++i == length) {
+                    ++stats_.stray_escape;
+                    return;
+                }
+                b = data[i] ^ kHdlcEscapeXor;
+            }
+            out[n++] = b;
+        }
+        body = out;
+        size = n;
+    } else if (length > kMaxHdlcFrame) {
+        ++stats_.oversize;
+        return;
+    }
+    if (size < 3) {
+        ++stats_.too_short;
+        return;
+    }
+    size -= 2;
+    uint16_t stored = static_cast<uint16_t>(body[size] | body[size + 1] << 8);
+    if (Crc16X25(body, size) != stored) {
+        ++stats_.bad_crc;
+        return;
+    }
+    ++stats_.good;
+    on_frame(std::span<const uint8_t>(body, size));
+}
+
+}  // namespace dmux

@@ -1,0 +1,150 @@
+#include "platform/dmux/hdlc.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "testsupport/diag_capture_builder.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+struct Collected {
+    std::vector<Bytes> frames;
+    dmux::HdlcStats stats;
+};
+
+Collected Deframe(const Bytes& stream, size_t piece = 0) {
+    dmux::HdlcDeframer deframer;
+    Collected out;
+    auto sink = [&](std::span<const uint8_t> body) { out.frames.emplace_back(body.begin(), body.end()); };
+    if (piece == 0) piece = stream.size() == 0 ? 1 : stream.size();
+    for (size_t at = 0; at < stream.size(); at += piece)
+        deframer.Feed(stream.data() + at, std::min(piece, stream.size() - at), sink);
+    deframer.Finish();
+    out.stats = deframer.stats();
+    return out;
+}
+
+TEST(Crc16X25, CheckValueOf123456789) {
+    const std::string check = "123456789";
+    EXPECT_EQ(dmux::Crc16X25(reinterpret_cast<const uint8_t*>(check.data()), check.size()), 0x906E);
+}
+
+TEST(Crc16X25, AgreesWithBitwiseCrcAtEveryLength) {
+    Bytes data;
+    for (int i = 0; i < 300; ++i) {
+        EXPECT_EQ(dmux::Crc16X25(data.data(), data.size()), rt::test::DiagCrc(data)) << i;
+        data.push_back(static_cast<uint8_t>(i * 37 + 11));
+    }
+}
+
+TEST(HdlcEncode, EscapesFlagAndEscapeBytes) {
+    // body 7E 01 7D -> 7D 5E 01 7D 5D, then the CRC (escaped too) and the flag
+    Bytes body = {0x7E, 0x01, 0x7D};
+    Bytes framed = dmux::HdlcEncode(body);
+    EXPECT_EQ(framed, rt::test::DiagHdlcFrame(body));
+    ASSERT_GE(framed.size(), 6u);
+    EXPECT_EQ(Bytes(framed.begin(), framed.begin() + 5), (Bytes{0x7D, 0x5E, 0x01, 0x7D, 0x5D}));
+    EXPECT_EQ(framed.back(), 0x7E);
+}
+
+TEST(HdlcDeframer, RoundTripsFramesWithEscapesWhateverThePieceSize) {
+    std::vector<Bytes> bodies = {{0x10, 0x00, 0x7E, 0x7D}, {0x7D}, {0x7E, 0x7E, 0x7E}, Bytes(1000, 0x7D)};
+    Bytes stream;
+    for (const auto& b : bodies) dmux::HdlcEncode(b, &stream);
+    for (size_t piece : {0, 1, 2, 3, 7, 64}) {
+        auto got = Deframe(stream, piece);
+        EXPECT_EQ(got.frames, bodies) << "piece " << piece;
+        EXPECT_EQ(got.stats.good, bodies.size());
+        EXPECT_EQ(got.stats.bad(), 0u);
+    }
+}
+
+TEST(HdlcDeframer, BadCrcIsCountedAndNeverDelivered) {
+    Bytes good = {0x01, 0x02, 0x03};
+    Bytes stream = rt::test::DiagHdlcFrame(good);
+    Bytes broken = rt::test::DiagHdlcFrame({0x04, 0x05});
+    broken[0] ^= 0x01;
+    stream.insert(stream.end(), broken.begin(), broken.end());
+    dmux::HdlcEncode(good, &stream);
+    auto got = Deframe(stream);
+    EXPECT_EQ(got.frames, (std::vector<Bytes>{good, good}));
+    EXPECT_EQ(got.stats.bad_crc, 1u);
+}
+
+TEST(HdlcDeframer, TruncatedFrameRunsIntoTheNextAndBothAreDropped) {
+    // A frame cut short without its flag, then a whole frame: the two merge
+    // into one bad frame, and reading goes on after that flag.
+    Bytes cut = rt::test::DiagHdlcFrame({0x10, 0x00, 0x20, 0x00, 0x01, 0x02});
+    cut.resize(4);
+    Bytes stream = cut;
+    dmux::HdlcEncode(Bytes{0xAA, 0xBB}, &stream);
+    dmux::HdlcEncode(Bytes{0xCC, 0xDD}, &stream);
+    auto got = Deframe(stream);
+    EXPECT_EQ(got.frames, (std::vector<Bytes>{{0xCC, 0xDD}}));
+    EXPECT_EQ(got.stats.bad_crc, 1u);
+}
+
+TEST(HdlcDeframer, TruncatedAtEndOfInputIsCountedAtFinish) {
+    Bytes stream = rt::test::DiagHdlcFrame({0x01, 0x02});
+    Bytes tail = rt::test::DiagHdlcFrame({0x03, 0x04, 0x05});
+    tail.pop_back();  // no flag
+    stream.insert(stream.end(), tail.begin(), tail.end());
+    auto got = Deframe(stream, 3);
+    EXPECT_EQ(got.frames.size(), 1u);
+    EXPECT_EQ(got.stats.truncated, 1u);
+    EXPECT_EQ(got.stats.bad(), 0u);
+}
+
+TEST(HdlcDeframer, StrayEscapeAtFrameEnd) {
+    // 01 02 03 7D 7E: the escape has nothing to escape
+    Bytes stream = {0x01, 0x02, 0x03, 0x7D, 0x7E};
+    dmux::HdlcEncode(Bytes{0x09}, &stream);
+    for (size_t piece : {0, 1}) {
+        auto got = Deframe(stream, piece);
+        EXPECT_EQ(got.stats.stray_escape, 1u);
+        EXPECT_EQ(got.frames, (std::vector<Bytes>{{0x09}}));
+    }
+}
+
+TEST(HdlcDeframer, GarbageBetweenFramesIsOneBadFrameAndEmptyFramesAreNothing) {
+    Bytes stream = {0x7E};  // leading flag: an empty frame, not counted
+    dmux::HdlcEncode(Bytes{0x01}, &stream);
+    Bytes garbage = {0x13, 0x37, 0xC0, 0xFF, 0xEE, 0x7E};
+    stream.insert(stream.end(), garbage.begin(), garbage.end());
+    stream.push_back(0x7E);  // two flags in a row
+    stream.insert(stream.end(), {0x55, 0x7E});  // one byte between flags
+    dmux::HdlcEncode(Bytes{0x02}, &stream);
+    auto got = Deframe(stream);
+    EXPECT_EQ(got.frames, (std::vector<Bytes>{{0x01}, {0x02}}));
+    EXPECT_EQ(got.stats.bad_crc, 1u);
+    EXPECT_EQ(got.stats.too_short, 1u);
+    EXPECT_EQ(got.stats.good, 2u);
+}
+
+TEST(HdlcDeframer, OversizeFrameIsDroppedAndReadingResumes) {
+    Bytes stream(dmux::kMaxHdlcFrame + 10, 0x11);
+    stream.push_back(0x7E);
+    dmux::HdlcEncode(Bytes{0x42}, &stream);
+    for (size_t piece : {0, 4096}) {
+        auto got = Deframe(stream, piece);
+        EXPECT_EQ(got.stats.oversize, 1u) << piece;
+        EXPECT_EQ(got.frames, (std::vector<Bytes>{{0x42}}));
+    }
+}
+
+TEST(HdlcDeframer, EndlessGarbageWithoutFlagDoesNotGrowWithoutBound) {
+    dmux::HdlcDeframer deframer;
+    Bytes junk(100000, 0x33);
+    int frames = 0;
+    for (int i = 0; i < 10; ++i) deframer.Feed(junk.data(), junk.size(), [&](auto) { ++frames; });
+    Bytes flag = {0x7E};
+    deframer.Feed(flag.data(), 1, [&](auto) { ++frames; });
+    EXPECT_EQ(frames, 0);
+    EXPECT_EQ(deframer.stats().oversize, 1u);
+}
+
+}  // namespace
