@@ -106,8 +106,10 @@ DaemonOptions WithDiag(const std::string& diag_device, const TempDir& dir) {
 TEST(DiagLogProcessTest, CaptureThroughModemsim) {
     TempDir dir;
     std::string capture = WriteRrcCapture(dir);
-    auto modemsim = StartModemsim(
-        dir, WriteScenario(dir, R"({"diag": {"capture_pace": "fast", "capture_loop": false}})"), capture);
+    auto modemsim = StartModemsim(dir,
+                                  WriteScenario(dir, R"({"diag": {"capture_pace": "fast", "capture_loop": false,
+                                                                  "capture_after_masks": 3}})"),
+                                  capture);
     ASSERT_TRUE(modemsim->WaitForStderr("modemsim: ready")) << modemsim->Stderr();
     DaemonFixture daemon(WithDiag("unix:" + dir.file("diag.sock"), dir));
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
@@ -177,7 +179,7 @@ TEST(DiagLogProcessTest, CaptureStraightFromAFile) {
     EXPECT_NE(before.find("rrc_state::No data available!"), std::string::npos) << before;
 
     ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
-    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_DCH")) << RadioStats(daemon);
+    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_DCH")) << daemon.daemon().Stderr();
     EXPECT_TRUE(daemon.daemon().WaitForStderr("Tavora: LTE Log Config sent successfully"));
     ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::0"}));
     EXPECT_TRUE(daemon.daemon().WaitForStderr("Tavora: DM Mask is OFF"));

@@ -234,7 +234,7 @@ TEST_F(DmLogMaskTest, CaptureThroughThePeerWithABrokenFrame) {
     capture.Log(0x4125, {0}).Log(0x4125, {3}).LogWithBadCrc(0x4125, {5});
     std::string file = dir.file("rrc.qmdl");
     ASSERT_TRUE(capture.WriteTo(file));
-    StartPeer({{"capture_pace", "fast"}, {"capture_loop", false}}, file);
+    StartPeer({{"capture_pace", "fast"}, {"capture_loop", false}, {"capture_after_masks", 3}}, file);
     SetTavoraLogMask("1");
     kora_dmc_stats stats{};
     ASSERT_TRUE(Eventually([&] {

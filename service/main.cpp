@@ -75,6 +75,15 @@ int main(int argc, char** argv) {
     std::signal(SIGHUP, Cleanup);
     std::signal(SIGTERM, Cleanup);
     std::signal(SIGINT, Cleanup);
+    // Cleanup takes locks and frees memory, so it must not interrupt code
+    // holding them: the signals stay blocked (in every thread started from
+    // here on too) except while PPSRun waits.
+    sigset_t termination;
+    sigemptyset(&termination);
+    sigaddset(&termination, SIGHUP);
+    sigaddset(&termination, SIGTERM);
+    sigaddset(&termination, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &termination, nullptr);
 
     status = server->PPSRun();
     CloseTavoraContext(g_tavora_context);

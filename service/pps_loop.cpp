@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <memory>
 #include <new>
 
@@ -28,8 +29,16 @@ int PPSServer::PPSRun() {
     std::unique_ptr<pollfd[]> table(new (std::nothrow) pollfd[count]);
     if (!table) return 12;
     PPSFillPollTable(table.get(), count);
+    // main blocks the termination signals when it installs Cleanup; they are
+    // let in only while waiting here, where this thread holds no lock that
+    // Cleanup needs (syslog's, malloc's, the snapshot store's).
+    sigset_t wait_mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &wait_mask);
+    sigdelset(&wait_mask, SIGHUP);
+    sigdelset(&wait_mask, SIGTERM);
+    sigdelset(&wait_mask, SIGINT);
     for (;;) {
-        if (::poll(table.get(), count, -1) < 0) continue;  // interrupted: poll again
+        if (::ppoll(table.get(), count, nullptr, &wait_mask) < 0) continue;  // interrupted: poll again
         PPSRunOnce(table.get(), count);
     }
 }

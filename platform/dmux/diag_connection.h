@@ -22,7 +22,7 @@ namespace dmux {
 // A capture file replays once the mask has held still this long with some
 // code enabled: the daemon sends its masks as a burst, and every group
 // should be in place before the first packet.
-inline constexpr int kReplaySettleMs = 100;
+inline constexpr int kReplaySettleMs = 250;
 // Longest wait between two paced packets of a capture.
 inline constexpr int kReplayMaxGapMs = 1000;
 

@@ -3,6 +3,7 @@
 #include "platform/pps/pps_client.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -16,6 +17,10 @@
 #include "platform/pps/pps_wire.h"
 
 namespace {
+
+// How long an open waits for the object's copy that the broker sends right
+// after its answer (only a stalled broker makes this wait at all).
+constexpr int kCopyWaitMs = 2000;
 
 // Connects to the broker; -1 with errno on failure.
 int ConnectBroker(bool cloexec) {
@@ -106,11 +111,21 @@ int OpenWithExtras(const char* path, int flags, mode_t mode, int extras) {
     char head[96];
     std::snprintf(head, sizeof head, "%s %d %o %d\n", pps_wire::kOpenVerb, wire_flags,
                   static_cast<unsigned>(mode & 07777), extras);
-    int code = Exchange(fd, std::string(head) + path, nullptr);
+    std::string answer;
+    int code = Exchange(fd, std::string(head) + path, &answer);
     if (code != 0) {
         ::close(fd);
         errno = code;
         return -1;
+    }
+    if (answer == pps_wire::kCopyFollows) {
+        // The broker sends the copy right after the answer; wait for it so
+        // that a non-blocking read straight after this open finds it.
+        pollfd pfd{fd, POLLIN, 0};
+        int ready;
+        do {
+            ready = ::poll(&pfd, 1, kCopyWaitMs);
+        } while (ready < 0 && errno == EINTR);
     }
     // Without "wait" a read must never block: it fails with EAGAIN when
     // nothing is pending, as the daemon's server read expects.

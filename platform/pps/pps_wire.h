@@ -10,7 +10,11 @@
 //
 // The broker answers with one message: the errno as decimal text, "0" on
 // success; a list answer goes on with one entry per line, directories with a
-// trailing '/'. After a successful open the connection IS the object: each
+// trailing '/'. An open answer that goes on with kCopyFollows tells the
+// client that the object's current text is the next message, already on its
+// way: the client waits for it, so a read right after the open finds it (as
+// a read of a freshly opened PPS file does). After a successful open the
+// connection IS the object: each
 // message the client writes is one PPS write, each message it reads is one
 // PPS read. stat, unlink and list connections are closed after the answer.
 #pragma once
@@ -27,6 +31,9 @@ inline constexpr const char* kListVerb = "list";
 // Open only as a client of a server object that has its server now; ENXIO
 // otherwise (so a request never lands in a plain object's attributes).
 inline constexpr int kOpenExtraRequireServer = 1;
+
+// The open answer's extra line when the object's current copy follows.
+inline constexpr const char* kCopyFollows = "copy";
 
 // Largest message the broker accepts from a client (larger ones are dropped).
 inline constexpr size_t kMaxMessage = 64 * 1024;

@@ -443,9 +443,10 @@ int Broker::OpenObject(Conn* conn, char* head) {
         conn->role = Conn::Role::Writer;
     }
 
-    AnswerAndMaybeClose(conn, 0, "", false);
+    bool copy_follows = conn->role == Conn::Role::Plain || conn->role == Conn::Role::Delta;
+    AnswerAndMaybeClose(conn, 0, copy_follows ? pps_wire::kCopyFollows : "", false);
     if (conn->dead) return 0;
-    if (conn->role == Conn::Role::Plain || conn->role == Conn::Role::Delta) {
+    if (copy_follows) {
         SendWhole(conn);
     } else if (conn->role == Conn::Role::Client) {
         SendConnectLine(att, conn);

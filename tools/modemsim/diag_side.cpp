@@ -23,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr int kMaxGapMs = 1000;
-constexpr int kSettleMs = 100;
+constexpr int kSettleMs = 250;
 
 std::vector<uint8_t> Unescape(const uint8_t* data, size_t length) {
     std::vector<uint8_t> out;
@@ -89,6 +89,7 @@ nlohmann::json DefaultDiagScenario() {
         {"status", 0},
         {"capture_pace", "real"},
         {"capture_loop", true},
+        {"capture_after_masks", 0},
         {"rrc_states",
          {{{"state", 0}, {"hold_ms", 3000}},
           {{"state", 1}, {"hold_ms", 500}},
@@ -118,6 +119,7 @@ struct DiagSide::Session {
     std::condition_variable changed;
     bool closed = false;
     Clock::time_point mask_changed_at{};
+    unsigned masks_received = 0;
 
     bool Send(const uint8_t* data, size_t length) {
         std::lock_guard<std::mutex> hold(mutex);
@@ -259,6 +261,7 @@ void DiagSide::Serve(int fd) {
             session.Send(answer.data(), answer.size());
             std::lock_guard<std::mutex> hold(session.mutex);
             session.mask_changed_at = Clock::now();
+            ++session.masks_received;
             session.changed.notify_all();
         });
     }
@@ -281,11 +284,16 @@ void DiagSide::Produce(Session* session) {
 
 void DiagSide::ProduceCapture(Session* session) {
     // Start once some code is enabled and the masks have held still, so a
-    // burst of mask commands is complete before the first packet.
+    // burst of mask commands is complete before the first packet; or, when
+    // the scenario names a count, once that many commands have come.
+    unsigned after_masks = scenario_.value("capture_after_masks", 0u);
     {
         std::unique_lock<std::mutex> hold(session->mutex);
         while (!session->closed) {
-            if (session->mask.Any()) {
+            if (after_masks > 0) {
+                if (session->masks_received >= after_masks) break;
+                session->changed.wait_for(hold, std::chrono::milliseconds(100));
+            } else if (session->mask.Any()) {
                 auto settled = session->mask_changed_at + std::chrono::milliseconds(kSettleMs);
                 if (Clock::now() >= settled) break;
                 session->changed.wait_until(hold, settled);

@@ -14,6 +14,8 @@
 //   status          u32 answered to every set-mask (0 = accepted)
 //   capture_pace    "real" or "fast"
 //   capture_loop    bool
+//   capture_after_masks  start the capture only after this many set-mask
+//                   commands (0: once the masks have held still)
 //   rrc_states      [{"state": 3, "hold_ms": 2000}, ...]: 0x4125 timeline, cycling
 //   rrc_period_ms   how often the current state is logged during a hold
 //   records         [{"code": "0x4110", "payload": "hex", "period_ms": 1000}]
