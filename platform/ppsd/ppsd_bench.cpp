@@ -3,13 +3,15 @@
 //
 //   broker: client --write--> ppsd --> echo server --write--> ppsd --> client
 //   raw:    client --write--> relay --> echo --write--> relay --> client
+//   direct: client --write--> echo --write--> client
 //
 // Both paths cross two processes in the middle and four socket hops per
 // round trip; the raw relay is a poll loop that forwards each message as it
 // is, so the difference is what the broker itself costs (routing, the client
 // prefix, the object-line rewrite). Each iteration is one blocking round
-// trip; its latency is recorded and the medians and their ratio are printed
-// at the end.
+// trip; its latency is recorded and the medians and their ratios are
+// printed at the end. The direct ping-pong is the floor: one process in the
+// middle, two socket hops.
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
@@ -35,6 +37,7 @@ constexpr const char* kRequest = "msg::radiostats\nid::17\n";
 
 double g_broker_median_us = 0;
 double g_raw_median_us = 0;
+double g_direct_median_us = 0;
 
 double Median(std::vector<double>& samples) {
     if (samples.empty()) return 0;
@@ -159,6 +162,32 @@ void BM_RawTwoHopPingPong(benchmark::State& state) {
     for (int fd : {client_relay[0], client_relay[1], relay_echo[0], relay_echo[1]}) ::close(fd);
 }
 
+void BM_RawDirectPingPong(benchmark::State& state) {
+    int pair[2];
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair) != 0) return state.SkipWithError("socketpair");
+    pid_t echo = ::fork();
+    if (echo == 0) Echo(pair[1]);
+    std::vector<double> samples;
+    samples.reserve(1 << 20);
+    char reply[4096];
+    const size_t length = std::strlen(kRequest);
+    for (auto _ : state) {
+        auto start = std::chrono::steady_clock::now();
+        if (::send(pair[0], kRequest, length, 0) != static_cast<ssize_t>(length) ||
+            ::recv(pair[0], reply, sizeof reply, 0) <= 0) {
+            state.SkipWithError("round trip failed");
+            break;
+        }
+        samples.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
+    }
+    g_direct_median_us = Median(samples);
+    state.counters["median_us"] = g_direct_median_us;
+    Stop(echo);
+    ::close(pair[0]);
+    ::close(pair[1]);
+}
+
+BENCHMARK(BM_RawDirectPingPong)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_RawTwoHopPingPong)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_BrokerRequestReply)->MinTime(2.0)->UseRealTime();
 
@@ -170,8 +199,10 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    if (g_broker_median_us > 0 && g_raw_median_us > 0)
-        std::printf("median round trip: broker %.2f us, raw two-hop %.2f us, ratio %.2f\n", g_broker_median_us,
-                    g_raw_median_us, g_broker_median_us / g_raw_median_us);
+    if (g_broker_median_us > 0 && g_raw_median_us > 0 && g_direct_median_us > 0)
+        std::printf("median round trip: broker %.2f us, raw relayed %.2f us (ratio %.2f), raw direct %.2f us "
+                    "(ratio %.2f)\n",
+                    g_broker_median_us, g_raw_median_us, g_broker_median_us / g_raw_median_us, g_direct_median_us,
+                    g_broker_median_us / g_direct_median_us);
     return 0;
 }
