@@ -193,6 +193,34 @@ TEST(DiagLogProcessTest, CaptureStraightFromAFile) {
     ExpectCleanExit(daemon.daemon());
 }
 
+TEST(DiagLogProcessTest, PacedLoopingFileReplayStopsWhenTheMaskGoesOff) {
+    TempDir dir;
+    // CELL_DCH, then CELL_FACH 150 ms later and again 150 ms after that: a
+    // paced loop shows CELL_DCH again only when it starts over.
+    rt::test::DiagCaptureBuilder capture;
+    capture.Log(0x4125, {3}, rt::test::DiagTimestampMs(1000))
+        .Log(0x4125, {2}, rt::test::DiagTimestampMs(1150))
+        .Log(0x4125, {2}, rt::test::DiagTimestampMs(1300));
+    std::string path = dir.file("loop.qmdl");
+    ASSERT_TRUE(capture.WriteTo(path));
+    DaemonFixture daemon(WithDiag("file:" + path + "?pace=real&loop=1", dir));
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_DCH")) << daemon.daemon().Stderr();
+    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_FACH"));
+    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_DCH")) << "the replay did not loop";
+
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::0"}));
+    ASSERT_TRUE(daemon.daemon().WaitForStderr("Tavora: DM Mask is OFF"));
+    std::string frozen = RadioStats(daemon);
+    // Several passes of the loop later, the last snapshot is unchanged.
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    EXPECT_EQ(RadioStats(daemon), frozen);
+    EXPECT_EQ(daemon.Stop(SIGTERM), 0);
+    ExpectCleanExit(daemon.daemon());
+}
+
 TEST(DiagLogProcessTest, NoDiagPortLogsInitFailure) {
     TempDir dir;
     DaemonFixture daemon(WithDiag("unix:" + dir.file("nobody.sock"), dir));

@@ -2,9 +2,19 @@
 // real QMUX, the simulator's scenario deciding the answers.
 #include "platform/qmi_client/qmi_client.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <termios.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstring>
+#include <thread>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
@@ -238,6 +248,70 @@ TEST_F(QmiClientTest, RequestShorterThanItsHeaderRoomIsRejected) {
     EXPECT_EQ(qmi_client_send_raw_msg_sync(client_, 0x1F, request.data(), 46, response.data(), 7,
                                            nullptr, 2000),
               QMI_CLIENT_INTERNAL_ERR);
+}
+
+// A pseudo-terminal in raw mode stands in for a QMI character device; a
+// relay joins its master side to modemsim's socket.
+class CharDeviceRelay {
+public:
+    explicit CharDeviceRelay(const std::string& socket_path) {
+        master_ = ::posix_openpt(O_RDWR | O_NOCTTY);
+        if (master_ < 0 || ::grantpt(master_) != 0 || ::unlockpt(master_) != 0) return;
+        device_ = ::ptsname(master_);
+        // Raw line settings, kept while this descriptor stays open.
+        slave_ = ::open(device_.c_str(), O_RDWR | O_NOCTTY);
+        termios tio{};
+        if (slave_ < 0 || ::tcgetattr(slave_, &tio) != 0) return;
+        ::cfmakeraw(&tio);
+        if (::tcsetattr(slave_, TCSANOW, &tio) != 0) return;
+        modem_ = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, socket_path.c_str(), sizeof address.sun_path - 1);
+        if (::connect(modem_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return;
+        thread_ = std::thread([this] { Run(); });
+    }
+    ~CharDeviceRelay() {
+        stopping_ = true;
+        if (thread_.joinable()) thread_.join();
+        for (int fd : {master_, slave_, modem_})
+            if (fd >= 0) ::close(fd);
+    }
+    bool ok() const { return thread_.joinable(); }
+    const std::string& device() const { return device_; }
+
+private:
+    void Run() {
+        pollfd fds[2] = {{master_, POLLIN, 0}, {modem_, POLLIN, 0}};
+        uint8_t buffer[4096];
+        while (!stopping_) {
+            if (::poll(fds, 2, 50) <= 0) continue;
+            for (int i = 0; i < 2; ++i) {
+                if (fds[i].revents == 0) continue;
+                ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
+                if (n <= 0 || ::write(fds[1 - i].fd, buffer, static_cast<size_t>(n)) != n) return;
+            }
+        }
+    }
+    int master_ = -1, slave_ = -1, modem_ = -1;
+    std::string device_;
+    std::atomic<bool> stopping_{false};
+    std::thread thread_;
+};
+
+TEST_F(QmiClientTest, CharacterDeviceCarriesTheSameExchange) {
+    StartModem();
+    CharDeviceRelay relay(dir_.file("qmi.sock"));
+    ASSERT_TRUE(relay.ok());
+    setenv("QMI_DEVICE", relay.device().c_str(), 1);
+    OpenClient();
+    Bytes response(7, 0xEE);
+    unsigned received = 0;
+    ASSERT_EQ(Send(0x1F, {0x01, 0x01, 0x00, 0x00}, &response, &received), 0);
+    EXPECT_EQ(received, 7u);
+    EXPECT_EQ(response, (Bytes{0x02, 0x04, 0x00, 0x00, 0x00, 0x00, 0x00}));
+    qmi_release(handle_);
+    handle_ = -1;
 }
 
 TEST(QmiClientEndpoint, UnknownEndpointFormIsRefusedAtInit) {
