@@ -87,8 +87,19 @@ wait_for "$run/radio_tavora.log" "LTE Log Config"
 echo "-- what modemsim received:"
 grep -E 'rx' "$run/modemsim.log" | tail -n 5 || true
 
+if [ -n "$capture" ]; then
+    echo
+    echo "note: radiostats follows the WCDMA RRC packets (0x4125); a capture without"
+    echo "      them leaves it at 'No data available!'. modemsim's progress through"
+    echo "      the capture is shown after the reports."
+fi
+
 echo
 echo "== live reports (Ctrl-C to stop) =="
 watch_args=(--interval "$interval")
 ((rounds > 0)) && watch_args+=(--count "$rounds")
-"$bin/fieldtest" watch "${watch_args[@]}" radiostats 3gpp2info
+"$bin/fieldtest" watch "${watch_args[@]}" radiostats 3gpp2info || true
+if [ -n "$capture" ]; then
+    echo "-- modemsim's capture playback:"
+    grep -E 'diag capture' "$run/modemsim.log" | tail -n 3 || true
+fi

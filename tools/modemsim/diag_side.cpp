@@ -24,6 +24,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr int kMaxGapMs = 1000;
 constexpr int kSettleMs = 250;
+// How often a capture's playback reports how far it has come.
+constexpr int kProgressEverySec = 5;
 
 std::vector<uint8_t> Unescape(const uint8_t* data, size_t length) {
     std::vector<uint8_t> out;
@@ -305,6 +307,7 @@ void DiagSide::ProduceCapture(Session* session) {
     }
     bool paced = scenario_.value("capture_pace", std::string("real")) == "real";
     bool loop = scenario_.value("capture_loop", true);
+    auto progress_at = Clock::now() + std::chrono::seconds(kProgressEverySec);
     do {
         auto next = Clock::now();
         double last_ms = -1;
@@ -320,6 +323,12 @@ void DiagSide::ProduceCapture(Session* session) {
             if (!session->Send(frame.raw.data(), frame.raw.size())) return;
             ++sent;
             packets_sent_.fetch_add(1);
+            if (Clock::now() >= progress_at) {
+                // A paced pass can take as long as the capture did: show it move.
+                std::fprintf(stderr, "modemsim: diag capture sent=%llu of this pass\n",
+                             static_cast<unsigned long long>(sent));
+                progress_at = Clock::now() + std::chrono::seconds(kProgressEverySec);
+            }
         }
         std::fprintf(stderr, "modemsim: diag capture pass done sent=%llu\n",
                      static_cast<unsigned long long>(sent));
