@@ -1,22 +1,26 @@
 #include "platform/dmux/diag_packet.h"
 
-#include "platform/dmux/byte_reader.h"
+#include "platform/common/byte_reader.h"
 
 namespace dmux {
 
 namespace {
 
+using rt::ByteReader;
+using rt::PutU16;
+using rt::PutU32;
+using rt::PutU64;
+
 DiagFrame ParseLogPacket(std::span<const uint8_t> body) {
     DiagFrame frame;
     ByteReader in(body);
-    in.Skip(2);  // command, "more"
-    auto length = in.U16();
-    if (!length || in.remaining() < kLogRecordHeaderSize) {
+    uint16_t length = 0;
+    if (!in.Skip(2) /* command, "more" */ || !in.U16(&length) || in.remaining() < kLogRecordHeaderSize) {
         frame.kind = DiagFrameKind::kMalformed;
         return frame;
     }
     frame.kind = DiagFrameKind::kLogPacket;
-    frame.record = in.Take(*length < kLogRecordHeaderSize ? in.remaining() : *length);
+    frame.record = in.Take(length < kLogRecordHeaderSize ? in.remaining() : length);
     frame.log_code = LogRecordCode(frame.record);
     return frame;
 }
@@ -31,13 +35,13 @@ DiagFrame ParseDiagFrame(std::span<const uint8_t> body) {
             return ParseLogPacket(body);
         case kDiagMultiSimCommand: {
             ByteReader in(body);
-            in.Skip(4);
-            auto subscription = in.U32();
-            if (!subscription || in.remaining() == 0 || body[kMultiSimWrapperSize] != kDiagLogCommand)
+            uint32_t subscription = 0;
+            if (!in.Skip(4) || !in.U32(&subscription) || in.remaining() == 0 ||
+                body[kMultiSimWrapperSize] != kDiagLogCommand)
                 return frame;
             frame = ParseLogPacket(in.Rest());
             frame.wrapped = true;
-            frame.subscription = *subscription;
+            frame.subscription = subscription;
             return frame;
         }
         case kDiagLogConfigCommand:
@@ -53,14 +57,16 @@ DiagFrame ParseDiagFrame(std::span<const uint8_t> body) {
 
 uint16_t LogRecordCode(std::span<const uint8_t> record) {
     ByteReader in(record);
-    in.Skip(2);
-    return in.U16().value_or(0);
+    uint16_t code = 0;
+    if (in.Skip(2)) in.U16(&code);
+    return code;
 }
 
 uint64_t LogRecordTimestamp(std::span<const uint8_t> record) {
     ByteReader in(record);
-    in.Skip(4);
-    return in.U64().value_or(0);
+    uint64_t timestamp = 0;
+    if (in.Skip(4)) in.U64(&timestamp);
+    return timestamp;
 }
 
 double LogTimestampMs(uint64_t timestamp) { return static_cast<double>(timestamp >> 16) * 1.25; }
@@ -101,15 +107,12 @@ std::vector<uint8_t> BuildLogConfigSetMask(uint32_t equipment_id, uint32_t last_
 
 std::optional<LogConfigSetMask> ParseLogConfigSetMask(std::span<const uint8_t> body) {
     ByteReader in(body);
-    auto command = in.U8();
-    if (!command || *command != kDiagLogConfigCommand || !in.Skip(3)) return std::nullopt;
-    auto operation = in.U32();
-    auto equipment = in.U32();
-    auto last = in.U32();
-    if (!operation || *operation != kLogConfigSetMask || !equipment || !last) return std::nullopt;
+    uint8_t command = 0;
+    uint32_t operation = 0;
     LogConfigSetMask out;
-    out.equipment_id = *equipment;
-    out.last_item = *last;
+    if (!in.U8(&command) || command != kDiagLogConfigCommand || !in.Skip(3) || !in.U32(&operation) ||
+        operation != kLogConfigSetMask || !in.U32(&out.equipment_id) || !in.U32(&out.last_item))
+        return std::nullopt;
     auto mask = in.Rest();
     out.mask.assign(mask.begin(), mask.end());
     return out;
@@ -126,16 +129,13 @@ std::vector<uint8_t> BuildLogConfigResponse(const LogConfigResponse& response) {
 
 std::optional<LogConfigResponse> ParseLogConfigResponse(std::span<const uint8_t> body) {
     ByteReader in(body);
-    auto command = in.U8();
-    if (!command || *command != kDiagLogConfigCommand || !in.Skip(3)) return std::nullopt;
+    uint8_t command = 0;
     LogConfigResponse out;
-    auto operation = in.U32();
-    auto status = in.U32();
-    if (!operation || !status) return std::nullopt;
-    out.operation = *operation;
-    out.status = *status;
-    out.equipment_id = in.U32().value_or(0);
-    out.last_item = in.U32().value_or(0);
+    if (!in.U8(&command) || command != kDiagLogConfigCommand || !in.Skip(3) || !in.U32(&out.operation) ||
+        !in.U32(&out.status))
+        return std::nullopt;
+    // The echoed equipment id and last item may be missing: zeros then.
+    if (in.U32(&out.equipment_id)) in.U32(&out.last_item);
     return out;
 }
 

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <span>
 
-#include "platform/dmux/byte_reader.h"
+#include "platform/common/byte_reader.h"
 #include "platform/dmux/diag_connection.h"
 
 namespace {
@@ -48,9 +48,10 @@ int kora_dmc_set_log_config(uint32_t client_id, uint32_t operation, const void* 
         return EINVAL;
     dmux::DiagConnection* conn = g_connection.load();
     if (conn == nullptr) return ENOTCONN;
-    dmux::ByteReader in(std::span(static_cast<const uint8_t*>(request), length));
-    uint32_t equipment_id = *in.U32();
-    uint32_t last_item = *in.U32();
+    rt::ByteReader in(std::span(static_cast<const uint8_t*>(request), length));
+    uint32_t equipment_id = 0, last_item = 0;
+    in.U32(&equipment_id);  // the length was checked above
+    in.U32(&last_item);
     return conn->SetLogMask(equipment_id, last_item, in.Rest(), status);
 }
 

@@ -17,7 +17,7 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/qmi_client/byte_reader.h"
+#include "platform/common/byte_reader.h"
 #include "platform/qmi_client/qmux_codec.h"
 #include "platform/qmi_client/transport.h"
 
@@ -299,7 +299,7 @@ int Library::GetServiceList(qmi_idl_service_object_type service_obj, qmi_service
     if (!result || !list) return QMI_CLIENT_BAD_RESPONSE;
     if (result->result != 0) return QMI_CLIENT_SERVICE_NOT_FOUND;
     // Service list: count, then (service u8, major u16, minor u16) each.
-    qmux::ByteReader reader(list->value);
+    rt::ByteReader reader(list->value);
     uint8_t count = 0;
     if (!reader.U8(&count)) return QMI_CLIENT_BAD_RESPONSE;
     for (unsigned i = 0; i < count; ++i) {
@@ -341,7 +341,7 @@ int Library::ClientInit(const qmi_service_info* info, qmi_idl_service_object_typ
     if (!result) return QMI_CLIENT_BAD_RESPONSE;
     if (result->result != 0) return QMI_CLIENT_ALLOC_FAILURE;
     std::optional<qmux::Tlv> assigned = qmux::FindTlv(response, qmux::kCtlArgumentTlv);
-    qmux::ByteReader reader(assigned ? assigned->value : std::span<const uint8_t>{});
+    rt::ByteReader reader(assigned ? assigned->value : std::span<const uint8_t>{});
     uint8_t got_service = 0, client_id = 0;
     if (!reader.U8(&got_service) || !reader.U8(&client_id) || got_service != service) {
         return QMI_CLIENT_BAD_RESPONSE;

@@ -1,15 +1,13 @@
 #include "platform/qmi_client/qmux_codec.h"
 
-#include "platform/qmi_client/byte_reader.h"
+#include "platform/common/byte_reader.h"
 
 namespace qmux {
 
 namespace {
 
-void PutU16(std::vector<uint8_t>* out, uint16_t value) {
-    out->push_back(static_cast<uint8_t>(value & 0xFF));
-    out->push_back(static_cast<uint8_t>(value >> 8));
-}
+using rt::ByteReader;
+using rt::PutU16;
 
 // The smallest QMUX length any frame can carry: the header after 01 and a
 // CTL message header.

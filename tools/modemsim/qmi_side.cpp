@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "platform/qmi_client/byte_reader.h"
 #include "platform/qmi_client/transport.h"
 
 namespace modemsim {
