@@ -183,53 +183,44 @@ int radio_tavora_vendor_set_ens(uint8_t ens, int32_t fd) {
     return 0;
 }
 
-int radio_tavora_vendor_set_evdo_1x_ims_state(uint8_t* response, long msg_id, uint8_t state) {
-    static const char* const kName = "radio_tavora_vendor_set_evdo_1x_ims_state";
-    std::memset(response, 0, 4);
+namespace {
+
+// The exchange both state requests make: the client check, the request,
+// and the send and response failures logged in the caller's words.
+int StateExchange(const char* name, long msg_id, const RawRequest& request,
+                  uint8_t* response, const char* response_error_format) {
     qmi_client_type client = VendorQmiClient();
     if (client == 0) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: Tavora: QMI port not initialized",
-              kName);
+              name);
         return kEinval;
     }
-    int rc = Send(client, msg_id, OneByteTlvRequest(state), response, kStateResponseSize);
+    int rc = Send(client, msg_id, request, response, kStateResponseSize);
     if (rc != 0) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: Error in sending %ld STATE QMI req: Error = %d", kName, msg_id,
+              "%30s : ERROR: Tavora: Error in sending %ld STATE QMI req: Error = %d", name, msg_id,
               rc);
         return kEinval;
     }
     if (ResultField(response) != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: %ld STATE QMI response has a Error = %d", kName, msg_id,
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, response_error_format, name, msg_id,
               ErrorField(response));
         return kEinval;
     }
     return 0;
 }
 
+}  // namespace
+
+int radio_tavora_vendor_set_evdo_1x_ims_state(uint8_t* response, long msg_id, uint8_t state) {
+    std::memset(response, 0, 4);
+    return StateExchange("radio_tavora_vendor_set_evdo_1x_ims_state", msg_id, OneByteTlvRequest(state),
+                         response, "%30s : ERROR: Tavora: %ld STATE QMI response has a Error = %d");
+}
+
 int radio_tavora_vendor_get_evdo_1x_ims_state(uint8_t* response, long msg_id) {
-    static const char* const kName = "radio_tavora_vendor_get_evdo_1x_ims_state";
-    qmi_client_type client = VendorQmiClient();
-    if (client == 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: Tavora: QMI port not initialized",
-              kName);
-        return kEinval;
-    }
-    int rc = Send(client, msg_id, NoTlvRequest(), response, kStateResponseSize);
-    if (rc != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: Error in sending %ld STATE QMI req: Error = %d", kName, msg_id,
-              rc);
-        return kEinval;
-    }
-    if (ResultField(response) != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: %ld response has a Error = %d", kName, msg_id,
-              ErrorField(response));
-        return kEinval;
-    }
-    return 0;
+    return StateExchange("radio_tavora_vendor_get_evdo_1x_ims_state", msg_id, NoTlvRequest(), response,
+                         "%30s : ERROR: Tavora: %ld response has a Error = %d");
 }
 
 int radio_tavora_vendor_rat_meas_info(RatMeasInfoResponse* response, uint8_t rat_type) {

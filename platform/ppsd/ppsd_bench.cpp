@@ -45,6 +45,26 @@ double Median(std::vector<double>& samples) {
     return samples[samples.size() / 2];
 }
 
+// Runs the benchmark's iterations as blocking round trips (`round_trip`
+// sends the request and reads the answer, false on failure); records the
+// median latency in microseconds as a counter and returns it.
+template <class RoundTrip>
+double MeasureRoundTrips(benchmark::State& state, RoundTrip round_trip) {
+    std::vector<double> samples;
+    samples.reserve(1 << 20);
+    for (auto _ : state) {
+        auto start = std::chrono::steady_clock::now();
+        if (!round_trip()) {
+            state.SkipWithError("round trip failed");
+            break;
+        }
+        samples.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
+    }
+    double median = Median(samples);
+    state.counters["median_us"] = median;
+    return median;
+}
+
 void Stop(pid_t pid) {
     if (pid <= 0) return;
     ::kill(pid, SIGKILL);
@@ -88,21 +108,12 @@ void BM_BrokerRequestReply(benchmark::State& state) {
         Stop(server);
         return state.SkipWithError("client open failed");
     }
-    std::vector<double> samples;
-    samples.reserve(1 << 20);
     char reply[4096];
     const size_t length = std::strlen(kRequest);
-    for (auto _ : state) {
-        auto start = std::chrono::steady_clock::now();
-        if (::write(client, kRequest, length) != static_cast<ssize_t>(length) ||
-            ::read(client, reply, sizeof reply) <= 0) {
-            state.SkipWithError("round trip failed");
-            break;
-        }
-        samples.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
-    }
-    g_broker_median_us = Median(samples);
-    state.counters["median_us"] = g_broker_median_us;
+    g_broker_median_us = MeasureRoundTrips(state, [&] {
+        return ::write(client, kRequest, length) == static_cast<ssize_t>(length) &&
+               ::read(client, reply, sizeof reply) > 0;
+    });
     ::close(client);
     Stop(server);
     ::close(ready[0]);
@@ -142,21 +153,12 @@ void BM_RawTwoHopPingPong(benchmark::State& state) {
     pid_t echo = ::fork();
     if (echo == 0) Echo(relay_echo[1]);
     int client = client_relay[0];
-    std::vector<double> samples;
-    samples.reserve(1 << 20);
     char reply[4096];
     const size_t length = std::strlen(kRequest);
-    for (auto _ : state) {
-        auto start = std::chrono::steady_clock::now();
-        if (::send(client, kRequest, length, 0) != static_cast<ssize_t>(length) ||
-            ::recv(client, reply, sizeof reply, 0) <= 0) {
-            state.SkipWithError("round trip failed");
-            break;
-        }
-        samples.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
-    }
-    g_raw_median_us = Median(samples);
-    state.counters["median_us"] = g_raw_median_us;
+    g_raw_median_us = MeasureRoundTrips(state, [&] {
+        return ::send(client, kRequest, length, 0) == static_cast<ssize_t>(length) &&
+               ::recv(client, reply, sizeof reply, 0) > 0;
+    });
     Stop(relay);
     Stop(echo);
     for (int fd : {client_relay[0], client_relay[1], relay_echo[0], relay_echo[1]}) ::close(fd);
@@ -167,21 +169,12 @@ void BM_RawDirectPingPong(benchmark::State& state) {
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair) != 0) return state.SkipWithError("socketpair");
     pid_t echo = ::fork();
     if (echo == 0) Echo(pair[1]);
-    std::vector<double> samples;
-    samples.reserve(1 << 20);
     char reply[4096];
     const size_t length = std::strlen(kRequest);
-    for (auto _ : state) {
-        auto start = std::chrono::steady_clock::now();
-        if (::send(pair[0], kRequest, length, 0) != static_cast<ssize_t>(length) ||
-            ::recv(pair[0], reply, sizeof reply, 0) <= 0) {
-            state.SkipWithError("round trip failed");
-            break;
-        }
-        samples.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
-    }
-    g_direct_median_us = Median(samples);
-    state.counters["median_us"] = g_direct_median_us;
+    g_direct_median_us = MeasureRoundTrips(state, [&] {
+        return ::send(pair[0], kRequest, length, 0) == static_cast<ssize_t>(length) &&
+               ::recv(pair[0], reply, sizeof reply, 0) > 0;
+    });
     Stop(echo);
     ::close(pair[0]);
     ::close(pair[1]);
