@@ -559,21 +559,23 @@ void Broker::RouteFromServer(Conn* conn, const char* text, size_t length) {
         if (!client->dead) Send(client, iov, 2);
 }
 
+bool Broker::TrySend(Conn* conn, const iovec* iov, int count) {
+    msghdr msg{};
+    msg.msg_iov = const_cast<iovec*>(iov);
+    msg.msg_iovlen = static_cast<size_t>(count);
+    ssize_t n;
+    do {
+        n = ::sendmsg(conn->fd, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+    } while (n < 0 && errno == EINTR);
+    if (n >= 0) return true;
+    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) Close(conn);
+    return false;
+}
+
 void Broker::Send(Conn* conn, const iovec* iov, int count) {
     if (conn->dead) return;
     if (conn->queue.empty() && !conn->whole_pending && !conn->resync_pending) {
-        msghdr msg{};
-        msg.msg_iov = const_cast<iovec*>(iov);
-        msg.msg_iovlen = static_cast<size_t>(count);
-        ssize_t n;
-        do {
-            n = ::sendmsg(conn->fd, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
-        } while (n < 0 && errno == EINTR);
-        if (n >= 0) return;
-        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) {
-            Close(conn);
-            return;
-        }
+        if (TrySend(conn, iov, count) || conn->dead) return;
     }
     Enqueue(conn, iov, count);
 }
@@ -617,31 +619,19 @@ void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
 }
 
 void Broker::Flush(Conn* conn) {
-    auto try_send = [&](const iovec* iov, int count) {
-        msghdr msg{};
-        msg.msg_iov = const_cast<iovec*>(iov);
-        msg.msg_iovlen = static_cast<size_t>(count);
-        ssize_t n;
-        do {
-            n = ::sendmsg(conn->fd, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
-        } while (n < 0 && errno == EINTR);
-        if (n >= 0) return true;
-        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) Close(conn);
-        return false;
-    };
     while (!conn->queue.empty()) {
         iovec iov = Iov(conn->queue.front());
-        if (!try_send(&iov, 1)) return;
+        if (!TrySend(conn, &iov, 1)) return;
         conn->queue.pop_front();
     }
     if (conn->resync_pending) {
         iovec iov[2] = {Iov("#", 1), Iov(conn->att->object->Render())};
-        if (!try_send(iov, 2)) return;
+        if (!TrySend(conn, iov, 2)) return;
         conn->resync_pending = false;
     }
     if (conn->whole_pending) {
         iovec iov = Iov(conn->att->object->Render());
-        if (!try_send(&iov, 1)) return;
+        if (!TrySend(conn, &iov, 1)) return;
         conn->whole_pending = false;
     }
     SetWantOut(conn, false);

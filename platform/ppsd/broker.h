@@ -93,6 +93,9 @@ private:
     void NotifyChange(Attachments* att, Conn* except);
     void NotifyLine(Attachments* att, Conn* except, const char* prefix);
     void SendConnectLine(Attachments* att, Conn* client);
+    // One message now, without blocking: false when it would block, or when
+    // the handle failed (it is closed then).
+    bool TrySend(Conn* conn, const iovec* iov, int count);
     void Send(Conn* conn, const iovec* iov, int count);
     void SendWhole(Conn* conn);
     void Enqueue(Conn* conn, const iovec* iov, int count);
