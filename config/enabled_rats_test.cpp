@@ -165,6 +165,8 @@ struct MenuCase {
     int current_after;
     std::optional<int> not_supported_logged;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const MenuCase& c, std::ostream* os) { *os << c.name; }
 
 class MenuChoiceTest : public EnabledRatsTest, public ::testing::WithParamInterface<MenuCase> {};
 
@@ -223,6 +225,8 @@ struct ReportCase {
     std::vector<std::string> menu_writes;
     int current_after;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const ReportCase& c, std::ostream* os) { *os << c.name; }
 
 class ModemReportTest : public EnabledRatsTest, public ::testing::WithParamInterface<ReportCase> {};
 

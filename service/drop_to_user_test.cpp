@@ -21,6 +21,8 @@ struct DropCase {
     gid_t gid;
     std::vector<gid_t> groups;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const DropCase& c, std::ostream* os) { *os << c.name; }
 
 // Exits 0 when the drop succeeded and left exactly these ids, else 1..4.
 void DropAndCheck(const DropCase& c) {

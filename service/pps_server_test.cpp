@@ -109,6 +109,8 @@ struct ClientIdCase {
     const char* object_line;
     std::optional<uint64_t> dispatched_to;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const ClientIdCase& c, std::ostream* os) { *os << c.name; }
 
 class ClientIdTest : public PPSServerTest, public ::testing::WithParamInterface<ClientIdCase> {};
 

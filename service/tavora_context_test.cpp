@@ -87,6 +87,8 @@ struct HardwareCase {
     const char* stored;
     const char* logged;  // text after "GetHardwareID : ", or nullptr
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const HardwareCase& c, std::ostream* os) { *os << c.name; }
 
 class HardwareIdTest : public TavoraContextTest,
                        public ::testing::WithParamInterface<HardwareCase> {};

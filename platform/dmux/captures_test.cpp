@@ -24,6 +24,8 @@ struct CaptureCounts {
     uint64_t markers;
     std::map<uint16_t, uint64_t> codes;  // the README's codes of interest
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const CaptureCounts& c, std::ostream* os) { *os << c.file; }
 
 const CaptureCounts kCaptures[] = {
     {"mi-core_ATT-iphone.mi2log", 1040390, 16485, 0, 1127, 0, 0,

@@ -204,6 +204,8 @@ struct MalformedCase {
     const char* name;
     std::string text;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const MalformedCase& c, std::ostream* os) { *os << c.name; }
 
 class PpsDecoderMalformed : public ::testing::TestWithParam<MalformedCase> {};
 

@@ -30,6 +30,8 @@ struct ExactCase {
     Calls calls;
     const char* expected;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const ExactCase& c, std::ostream* os) { *os << c.name; }
 
 class PpsEncoderExact : public ::testing::TestWithParam<ExactCase> {};
 
@@ -219,6 +221,8 @@ struct MisuseCase {
     const char* name;
     Calls calls;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const MisuseCase& c, std::ostream* os) { *os << c.name; }
 
 class PpsEncoderMisuse : public ::testing::TestWithParam<MisuseCase> {};
 

@@ -43,6 +43,8 @@ struct KindCase {
     const char* text;
     Line expected;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const KindCase& c, std::ostream* os) { *os << c.name; }
 
 class PpsParseKind : public ::testing::TestWithParam<KindCase> {};
 

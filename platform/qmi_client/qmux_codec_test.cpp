@@ -97,6 +97,8 @@ struct MalformedFrame {
     Bytes bytes;
     qmux::DecodeStatus expected;
 };
+// Shown by name in test listings instead of as raw bytes.
+void PrintTo(const MalformedFrame& c, std::ostream* os) { *os << c.fault; }
 
 class QmuxDecodeMalformed : public testing::TestWithParam<MalformedFrame> {};
 

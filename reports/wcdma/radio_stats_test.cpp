@@ -80,6 +80,8 @@ struct StateCase {
     uint8_t code;
     const char* report;
 };
+// Shown by its code in test listings instead of as raw bytes.
+void PrintTo(const StateCase& c, std::ostream* os) { *os << "code " << static_cast<int>(c.code); }
 
 class RadioStatsStateTest : public RadioStatsTest, public ::testing::WithParamInterface<StateCase> {};
 
