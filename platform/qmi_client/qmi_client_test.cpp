@@ -93,6 +93,15 @@ protected:
                                             timeout_ms);
     }
 
+    // ENS byte 0 (TLV 01 01 00 00) answered with the result TLV alone.
+    void ExpectEnsRoundTrip() {
+        Bytes response(7, 0xEE);
+        unsigned received = 0;
+        ASSERT_EQ(Send(0x1F, {0x01, 0x01, 0x00, 0x00}, &response, &received), 0);
+        EXPECT_EQ(received, 7u);
+        EXPECT_EQ(response, (Bytes{0x02, 0x04, 0x00, 0x00, 0x00, 0x00, 0x00}));
+    }
+
     rt::test::TempDir dir_;
     std::string endpoint_;
     std::unique_ptr<modemsim::QmiSide> modem_;
@@ -104,12 +113,7 @@ protected:
 TEST_F(QmiClientTest, EnsRoundTripGivesResultTlvFirst) {
     StartModem();
     OpenClient();
-    Bytes response(7, 0xEE);
-    unsigned received = 0;
-    // 01 01 00 00: ENS byte 0.
-    ASSERT_EQ(Send(0x1F, {0x01, 0x01, 0x00, 0x00}, &response, &received), 0);
-    EXPECT_EQ(received, 7u);
-    EXPECT_EQ(response, (Bytes{0x02, 0x04, 0x00, 0x00, 0x00, 0x00, 0x00}));
+    ExpectEnsRoundTrip();
 }
 
 TEST_F(QmiClientTest, RefusedRequestCarriesTheScenarioError) {
@@ -305,11 +309,7 @@ TEST_F(QmiClientTest, CharacterDeviceCarriesTheSameExchange) {
     ASSERT_TRUE(relay.ok());
     setenv("QMI_DEVICE", relay.device().c_str(), 1);
     OpenClient();
-    Bytes response(7, 0xEE);
-    unsigned received = 0;
-    ASSERT_EQ(Send(0x1F, {0x01, 0x01, 0x00, 0x00}, &response, &received), 0);
-    EXPECT_EQ(received, 7u);
-    EXPECT_EQ(response, (Bytes{0x02, 0x04, 0x00, 0x00, 0x00, 0x00, 0x00}));
+    ExpectEnsRoundTrip();
     qmi_release(handle_);
     handle_ = -1;
 }
