@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <cstdlib>
 #include <mutex>
 #include <thread>
@@ -58,7 +60,7 @@ std::optional<dmux::LogConfigSetMask> AnswerOneMaskCommand(int master) {
 
 TEST(DiagSerialPort, MaskCommandIsAnsweredAndOnlyEnabledCodesAreDelivered) {
     int master = ::posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_GE(master, 0);
+    if (master < 0) GTEST_SKIP() << "no pseudo-terminals on this machine: " << std::strerror(errno);
     ASSERT_EQ(::grantpt(master), 0);
     ASSERT_EQ(::unlockpt(master), 0);
     ::setenv("DIAG_DEVICE", ::ptsname(master), 1);

@@ -306,6 +306,7 @@ private:
 TEST_F(QmiClientTest, CharacterDeviceCarriesTheSameExchange) {
     StartModem();
     CharDeviceRelay relay(dir_.file("qmi.sock"));
+    if (relay.device().empty()) GTEST_SKIP() << "no pseudo-terminals on this machine";
     ASSERT_TRUE(relay.ok());
     setenv("QMI_DEVICE", relay.device().c_str(), 1);
     OpenClient();
