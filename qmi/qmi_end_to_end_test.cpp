@@ -78,10 +78,15 @@ TEST_F(ControlChannel, BeforeAnyEnsValueTheReportHoldsPlaceholders) {
     std::string reply = daemon_->Request("3gpp2info", "3");
     EXPECT_NE(reply.find("res::3gpp2info\n"), std::string::npos) << reply;
     std::string report = daemon_->ReadObject(rt::test::kStatus3gpp2Object);
-    for (const char* name : {"mob_fw", "pesn", "mob_p_rev", "sci", "model"}) {
-        EXPECT_NE(report.find(std::string(name) + "::No data available!\n"), std::string::npos)
-            << name << " in\n" << report;
-    }
+    // The broker keeps attributes in the order they were first written: the
+    // order the placeholders were published in.
+    EXPECT_EQ(report,
+              "@status_3gpp2\n"
+              "mob_fw::No data available!\n"
+              "pesn::No data available!\n"
+              "mob_p_rev::No data available!\n"
+              "sci::No data available!\n"
+              "model::No data available!\n");
     EXPECT_TRUE(daemon_->daemon().WaitForStderr(Slog(Line(
         "Get3GPP2Info", "Error in sending & processing get_misc_info_qmi: Error = %d", 22))));
     EXPECT_EQ(modem_->CountInStderr("svc=0xe3"), 0);  // nothing reached the modem

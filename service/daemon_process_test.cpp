@@ -190,6 +190,15 @@ TEST(DaemonProcessTest, DropsToNumericUserWhenRoot) {
     struct stat st{};
     ASSERT_EQ(::stat(("/proc/" + std::to_string(fixture.daemon().pid())).c_str(), &st), 0);
     EXPECT_EQ(st.st_uid, 65534u);
+    // The drop comes after the watchers are added and before the start line.
+    std::vector<std::string> texts = SlogTexts(fixture.daemon().Stderr());
+    int rat_line = IndexOf(
+        texts, MainLine("calling function to initialize callback function for configure rat state"));
+    int drop_line = IndexOf(texts, MainLine("Dropping to user '65534:65534'"));
+    int started_line = IndexOf(texts, MainLine("tavora_pps started successfully."));
+    ASSERT_GE(rat_line, 0);
+    EXPECT_GT(drop_line, rat_line);
+    EXPECT_GT(started_line, drop_line);
     EXPECT_EQ(fixture.Stop(SIGTERM), 0);
 }
 
