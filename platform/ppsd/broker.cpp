@@ -74,6 +74,9 @@ struct Broker::Conn {
     int fd = -1;
     Role role = Role::Handshake;
     bool dead = false;
+    // A send to it failed for good: it is closed at the end of the pass,
+    // not while a list it is in (readers, clients) is being walked.
+    bool broken = false;
     bool can_read = false;
     bool can_write = false;
     bool critical = false;
@@ -240,7 +243,9 @@ void Broker::OnReadable(Conn* conn) {
     for (int round = 0; round < kReadsPerWake && !conn->dead; ++round) {
         ssize_t n = ::recv(conn->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
         if (n < 0) {
-            if (errno == EINTR) continue;
+            // ECONNRESET: the peer closed with messages of ours unread; the
+            // error is reported once, and what it wrote before comes next.
+            if (errno == EINTR || errno == ECONNRESET) continue;
             if (errno != EAGAIN && errno != EWOULDBLOCK) Close(conn);
             return;
         }
@@ -271,9 +276,13 @@ void Broker::DrainEstablished(Conn* except) {
     for (size_t i = 0; i < conns_.size(); ++i) {
         Conn* other = conns_[i].get();
         if (other == except || other->dead || other->role == Conn::Role::Handshake) continue;
-        for (;;) {
+        for (bool reset_seen = false;;) {
             ssize_t n = ::recv(other->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
             if (n < 0 && errno == EINTR) continue;
+            if (n < 0 && errno == ECONNRESET && !reset_seen) {  // as in OnReadable
+                reset_seen = true;
+                continue;
+            }
             if (n < 0) {
                 if (errno != EAGAIN && errno != EWOULDBLOCK) Close(other);
                 break;
@@ -506,7 +515,7 @@ void Broker::NotifyChange(Attachments* att, Conn* except) {
 }
 
 // A one-line notice ("#@name" truncated, "-@name" deleted) to every reader
-// and client; a truncation also clears a pending whole copy's need.
+// of the object.
 void Broker::NotifyLine(Attachments* att, Conn* except, const char* prefix) {
     iovec iov[2] = {Iov(prefix, std::strlen(prefix)), Iov(att->object->object_line())};
     for (Conn* reader : att->readers)
@@ -568,14 +577,17 @@ bool Broker::TrySend(Conn* conn, const iovec* iov, int count) {
         n = ::sendmsg(conn->fd, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
     } while (n < 0 && errno == EINTR);
     if (n >= 0) return true;
-    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) Close(conn);
+    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) {
+        conn->broken = true;
+        sweep_needed_ = true;
+    }
     return false;
 }
 
 void Broker::Send(Conn* conn, const iovec* iov, int count) {
-    if (conn->dead) return;
+    if (conn->dead || conn->broken) return;
     if (conn->queue.empty() && !conn->whole_pending && !conn->resync_pending) {
-        if (TrySend(conn, iov, count) || conn->dead) return;
+        if (TrySend(conn, iov, count) || conn->broken) return;
     }
     Enqueue(conn, iov, count);
 }
@@ -675,6 +687,17 @@ void Broker::Close(Conn* conn) {
 }
 
 void Broker::Sweep() {
+    // Closing one handle may tell others (a server, readers), and a send to
+    // them may fail in turn: close until none is left broken.
+    for (bool closed = true; closed;) {
+        closed = false;
+        for (auto& conn : conns_) {
+            if (conn->broken && !conn->dead) {
+                Close(conn.get());
+                closed = true;
+            }
+        }
+    }
     size_t out = 0;
     for (size_t i = 0; i < conns_.size(); ++i) {
         if (conns_[i]->dead) continue;

@@ -107,8 +107,9 @@ public:
     int Save(Object& object) const;
     // Removes the stored copy, if any.
     void Remove(const std::string& path) const;
-    // Loads every stored object into `tree`; removes leftover temporary
-    // files and files that do not parse. Returns the number loaded.
+    // Loads every stored object into `tree`, skipping leftover temporary
+    // files and files that do not parse (each reported in `problems`, left
+    // on disk for a look). Returns the number loaded.
     size_t LoadAll(ObjectTree* tree, std::vector<std::string>* problems) const;
 
     std::string FileFor(const std::string& path) const;

@@ -185,6 +185,39 @@ TEST_F(PpsdTest, DeltaGivesOneGroupPerWriteWithOnlyWhatChanged) {
     ::close(w);
 }
 
+TEST_F(PpsdTest, AReaderGoneUnnoticedDoesNotDisturbTheOthers) {
+    int w = Open("/pps/t/many", O_RDWR | O_CREAT);
+    int readers[3];
+    for (int& r : readers) {
+        r = Open("/pps/t/many?delta", O_RDONLY);
+        ASSERT_GE(r, 0);
+        ASSERT_TRUE(ReadMsg(r).has_value());
+    }
+    // The first reader goes while the broker is stopped, so the broker finds
+    // out only when it sends to it, in the middle of telling them all.
+    ASSERT_TRUE(broker_.process().Signal(SIGSTOP));
+    ::close(readers[0]);
+    ASSERT_TRUE(Write(w, "x::1\n"));
+    ASSERT_TRUE(broker_.process().Signal(SIGCONT));
+    for (int i : {1, 2}) {
+        EXPECT_EQ(ReadMsg(readers[i]).value_or(""), "@many\nx::1\n") << i;
+        EXPECT_TRUE(NothingPending(readers[i])) << i;
+    }
+    ::close(readers[1]);
+    ::close(readers[2]);
+    ::close(w);
+}
+
+TEST_F(PpsdTest, WriteJustBeforeCloseIsKeptWithTheCopyUnread) {
+    for (int i = 0; i < 20; ++i) {
+        int fd = Open("/pps/t/last", O_RDWR | O_CREAT);  // its copy is never read
+        ASSERT_GE(fd, 0);
+        ASSERT_TRUE(Write(fd, "n:n:" + std::to_string(i) + "\n"));
+        ::close(fd);
+        EXPECT_EQ(ReadWhole("/pps/t/last"), "@last\nn:n:" + std::to_string(i) + "\n");
+    }
+}
+
 TEST_F(PpsdTest, AHandleDoesNotGetItsOwnWritesBack) {
     int a = Open("/pps/t/echo?delta", O_RDWR | O_CREAT);
     int b = Open("/pps/t/echo?delta", O_RDWR);
