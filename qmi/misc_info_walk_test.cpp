@@ -2,6 +2,8 @@
 // lines, unknown TLVs, the five-TLV cap and the end of the buffer.
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -38,7 +40,10 @@ std::string Text(const char* field, size_t width) {
 
 class MiscInfoWalk : public testing::Test {
 protected:
-    Response response = {};
+    // On the heap and alone there, so that a read past its 64 bytes is
+    // caught by the sanitizer build instead of landing in `record`.
+    std::unique_ptr<uint8_t[]> storage = std::make_unique<uint8_t[]>(kMiscInfoResponseSize);
+    Response& response = *reinterpret_cast<Response*>(storage.get());
     MiscInfo record = {};
     SlogCapture capture;
     void Walk() { DecodeMiscInfoResponse(response, &record); }

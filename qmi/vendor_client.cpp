@@ -32,9 +32,16 @@ qmi_client_type VendorQmiClient() {
     return vendor_qmi_client;
 }
 
+namespace {
+// Counts the drops by the event thread, so an open that a drop overtook is
+// not stored as if the modem still knew it.
+uint64_t vendor_client_drops = 0;
+}  // namespace
+
 void DropVendorQmiClient() {
     std::lock_guard<std::recursive_mutex> hold(QmiStateMutex());
     vendor_qmi_client = 0;
+    ++vendor_client_drops;
 }
 
 int QmiLibraryHandle() { return qmi_library_handle; }
@@ -68,9 +75,15 @@ int radio_tavora_vendor_qmi_client_init() {
     slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : starting QMI port initialization", kName);
     // The open itself waits on the modem: the lock is taken only to store.
     qmi_client_type opened = 0;
+    uint64_t drops_before;
+    {
+        std::lock_guard<std::recursive_mutex> hold(QmiStateMutex());
+        drops_before = vendor_client_drops;
+    }
     rc = qmi_client_init(service_info, &vendor_service_object, nullptr, nullptr, nullptr, &opened);
     {
         std::lock_guard<std::recursive_mutex> hold(QmiStateMutex());
+        if (rc == 0 && vendor_client_drops != drops_before) rc = QMI_CLIENT_TRANSPORT_ERR;
         vendor_qmi_client = (rc == 0) ? opened : 0;
     }
     if (rc != 0) {

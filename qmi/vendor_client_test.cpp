@@ -153,6 +153,11 @@ TEST(VendorRequestsWithoutClient, EachFailsWith22AndItsLine) {
     RatMeasInfoResponse zero = {};
     EXPECT_EQ(radio_tavora_vendor_rat_meas_info(&rat, kRatTypeUmts), 22);
     EXPECT_EQ(std::memcmp(&rat, &zero, sizeof rat), 0);
+    // A failed misc request leaves its record all zero too.
+    MiscInfo zero_misc = {};
+    std::memset(&misc, 0xAA, sizeof misc);
+    EXPECT_EQ(radio_tavora_vendor_misc_info(&misc), 22);
+    EXPECT_EQ(std::memcmp(&misc, &zero_misc, sizeof misc), 0);
 }
 
 TEST(VendorRequestsWithoutClient, NullMiscRecordIsRefused) {

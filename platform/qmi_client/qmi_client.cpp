@@ -192,6 +192,9 @@ void Library::Run() {
             qmux::Message message;
             if (qmux::Decode(frame, &message) == qmux::DecodeStatus::kOk) Deliver(message);
         }
+        // A device read ends on a frame's end: what is left is a bad frame,
+        // and waiting for the rest of its length would swallow good ones.
+        if (endpoint_.kind == qmux::Endpoint::Kind::kCharDevice) assembler.Clear();
     }
 }
 
@@ -347,7 +350,7 @@ int Library::ClientInit(const qmi_service_info* info, qmi_idl_service_object_typ
         return QMI_CLIENT_BAD_RESPONSE;
     }
     std::lock_guard<std::mutex> hold(mutex_);
-    if (connection != connection_) return QMI_CLIENT_TRANSPORT_ERR;  // lost meanwhile
+    if (connection != connection_ || fd_ < 0) return QMI_CLIENT_TRANSPORT_ERR;  // lost meanwhile
     qmi_client_type handle = next_handle_++;
     if (next_handle_ == 0) next_handle_ = 1;
     clients_[handle] = {service, client_id, connection, 1, ind_cb, ind_cb_data};
@@ -392,10 +395,11 @@ int Library::Release(qmi_client_type client) {
     qmux::AppendTlv(&request, qmux::kCtlArgumentTlv,
                     std::vector<uint8_t>{entry.service, entry.client_id});
     std::vector<uint8_t> response;
-    int rc = CtlExchange(qmux::kCtlReleaseClientId, std::move(request), &response);
-    // The handle is gone either way; a modem that cannot be told has lost
-    // the client id with its transport.
-    return rc == QMI_CLIENT_TRANSPORT_ERR ? QMI_CLIENT_NO_ERR : rc;
+    // The handle is gone whatever the modem answers (or if it does not):
+    // failing here would leave the caller holding a handle that no longer
+    // exists. A modem that cannot be told has lost the id with its transport.
+    CtlExchange(qmux::kCtlReleaseClientId, std::move(request), &response);
+    return QMI_CLIENT_NO_ERR;
 }
 
 // One library at a time.

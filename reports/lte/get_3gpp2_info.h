@@ -12,6 +12,3 @@ class PPSServer;
 // Command handler of "3gpp2info"; arg is the TavoraContext.
 void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
                   const char* id, const char* dat);
-
-// The record the last request filled.
-const MiscInfo& CurrentMiscInfo();
