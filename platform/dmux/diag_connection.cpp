@@ -258,9 +258,15 @@ void DiagConnection::ReplayLoop() {
         });
     }
     do {
+        uint64_t delivered_before = stream_.stats().delivered;
         ReplayOnce();
         PublishStats(!stopping_.load());
         pace_started_ = false;
+        // A paced loop pauses before it starts over (its first packet has no
+        // gap of its own), and so does any pass that delivered nothing: a
+        // short or empty capture must not spin a core.
+        if (source_.loop && (source_.pace_real || stream_.stats().delivered == delivered_before))
+            SleepUntil(Clock::now() + std::chrono::milliseconds(kReplayLoopPauseMs));
     } while (source_.loop && !stopping_.load() && file_size_ > 0);
     // A finished replay keeps the connection open, like a quiet modem.
     {

@@ -25,6 +25,8 @@ namespace dmux {
 inline constexpr int kReplaySettleMs = 250;
 // Longest wait between two paced packets of a capture.
 inline constexpr int kReplayMaxGapMs = 1000;
+// Pause before a looping replay starts over (paced, or nothing delivered).
+inline constexpr int kReplayLoopPauseMs = 100;
 
 class DiagConnection {
 public:

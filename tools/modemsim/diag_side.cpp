@@ -14,16 +14,16 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/dmux/diag_connection.h"
 #include "platform/dmux/hdlc.h"
 #include "platform/dmux/log_code_mask.h"
+#include "tools/modemsim/scenario.h"
 
 namespace modemsim {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr int kMaxGapMs = 1000;
-constexpr int kSettleMs = 250;
 // How often a capture's playback reports how far it has come.
 constexpr int kProgressEverySec = 5;
 
@@ -40,25 +40,14 @@ std::vector<uint8_t> Unescape(const uint8_t* data, size_t length) {
     return out;
 }
 
-std::optional<std::vector<uint8_t>> HexBytes(const std::string& text) {
-    std::vector<uint8_t> out;
-    int nibbles = 0;
-    uint8_t value = 0;
-    for (char c : text) {
-        if (c == ' ' || c == ':') continue;
-        int v = (c >= '0' && c <= '9') ? c - '0' : (c >= 'a' && c <= 'f') ? c - 'a' + 10 : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : -1;
-        if (v < 0) return std::nullopt;
-        value = static_cast<uint8_t>(value << 4 | v);
-        if (++nibbles % 2 == 0) out.push_back(value);
+// A log code written as a number or as text ("0x4125"); nullopt when it is
+// neither or does not fit 16 bits.
+std::optional<uint16_t> CodeFromJson(const nlohmann::json& value) {
+    if (value.is_number_unsigned() && value.get<uint64_t>() <= 0xFFFF) return value.get<uint16_t>();
+    if (value.is_string()) {
+        if (auto code = ParseMessageIdKey(value.get<std::string>())) return static_cast<uint16_t>(*code);
     }
-    if (nibbles % 2 != 0) return std::nullopt;
-    return out;
-}
-
-uint16_t CodeFromJson(const nlohmann::json& value) {
-    if (value.is_number_unsigned()) return value.get<uint16_t>();
-    if (value.is_string()) return static_cast<uint16_t>(std::stoul(value.get<std::string>(), nullptr, 0));
-    return 0;
+    return std::nullopt;
 }
 
 uint64_t TimestampNow() {
@@ -296,7 +285,7 @@ void DiagSide::ProduceCapture(Session* session) {
                 if (session->masks_received >= after_masks) break;
                 session->changed.wait_for(hold, std::chrono::milliseconds(100));
             } else if (session->mask.Any()) {
-                auto settled = session->mask_changed_at + std::chrono::milliseconds(kSettleMs);
+                auto settled = session->mask_changed_at + std::chrono::milliseconds(dmux::kReplaySettleMs);
                 if (Clock::now() >= settled) break;
                 session->changed.wait_until(hold, settled);
             } else {
@@ -314,7 +303,7 @@ void DiagSide::ProduceCapture(Session* session) {
         uint64_t sent = 0;
         for (const auto& frame : frames_) {
             if (paced && last_ms >= 0) {
-                double gap = std::clamp(frame.timestamp_ms - last_ms, 0.0, double(kMaxGapMs));
+                double gap = std::clamp(frame.timestamp_ms - last_ms, 0.0, double(dmux::kReplayMaxGapMs));
                 next += std::chrono::microseconds(static_cast<int64_t>(gap * 1000));
                 if (!session->SleepUntil(next)) return;
             }
@@ -332,7 +321,11 @@ void DiagSide::ProduceCapture(Session* session) {
         }
         std::fprintf(stderr, "modemsim: diag capture pass done sent=%llu\n",
                      static_cast<unsigned long long>(sent));
-        if (frames_.empty() && !session->SleepUntil(Clock::now() + std::chrono::milliseconds(100))) return;
+        // Pause before starting over when paced or when nothing went out, so
+        // that a short capture does not flood the port or spin a core.
+        if (loop && (paced || sent == 0) &&
+            !session->SleepUntil(Clock::now() + std::chrono::milliseconds(dmux::kReplayLoopPauseMs)))
+            return;
     } while (loop);
 }
 
@@ -353,9 +346,10 @@ void DiagSide::ProduceScenario(Session* session) {
     int rrc_period = std::max(10, scenario_.value("rrc_period_ms", 500));
     std::vector<Periodic> records;
     for (const auto& r : scenario_.value("records", nlohmann::json::array())) {
-        auto payload = HexBytes(r.value("payload", std::string()));
-        if (!payload) continue;
-        records.push_back({CodeFromJson(r.value("code", nlohmann::json(0))), *payload,
+        auto payload = ParseHex(r.value("payload", std::string()));
+        auto code = CodeFromJson(r.value("code", nlohmann::json(0)));
+        if (!payload || !code) continue;
+        records.push_back({*code, *payload,
                            std::max(10, r.value("period_ms", 1000)), Clock::now()});
     }
 

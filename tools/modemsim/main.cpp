@@ -15,13 +15,10 @@
 #include <string>
 
 #include "platform/qmi_client/qmi_client.h"
+#include "platform/qmi_client/transport.h"
+#include "tools/modemsim/diag_side.h"
 #include "tools/modemsim/qmi_side.h"
 #include "tools/modemsim/scenario.h"
-
-#if __has_include("tools/modemsim/diag_side.h")
-#include "tools/modemsim/diag_side.h"
-#define MODEMSIM_HAVE_DIAG 1
-#endif
 
 namespace {
 
@@ -30,7 +27,6 @@ constexpr const char* kDefaultDiagEndpoint = "unix:/tmp/modemsim-diag.sock";
 struct Options {
     std::string qmi;
     std::string diag;
-    bool diag_given = false;
     std::string scenario;
     std::string capture;
 };
@@ -55,7 +51,7 @@ std::string EnvOr(const char* name, const char* fallback) {
 
 // 0 to run, 1 for a bad command line, 2 for --help.
 int ParseOptions(int argc, char** argv, Options* options) {
-    options->qmi = EnvOr("QMI_DEVICE", kQmiDefaultDevice);
+    options->qmi = qmux::QmiDeviceFromEnvironment();
     options->diag = EnvOr("DIAG_DEVICE", kDefaultDiagEndpoint);
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
@@ -74,7 +70,6 @@ int ParseOptions(int argc, char** argv, Options* options) {
             return 1;
         }
         *target = argv[++i];
-        if (arg == "--diag") options->diag_given = true;
     }
     return 0;
 }
@@ -113,22 +108,12 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    // The DIAG side joins here.
-#ifdef MODEMSIM_HAVE_DIAG
     modemsim::DiagSide diag(options.diag, options.capture, scenario.value("diag", nlohmann::json::object()));
     if (!diag.Start(&error)) {
         std::fprintf(stderr, "modemsim: %s\n", error.c_str());
         qmi.Stop();
         return 1;
     }
-#else
-    if (options.diag_given || !options.capture.empty()) {
-        std::fprintf(stderr, "modemsim: this build has no DIAG side; --diag and --capture are not "
-                             "available\n");
-        qmi.Stop();
-        return 1;
-    }
-#endif
 
     std::fprintf(stderr, "modemsim: ready\n");
     for (;;) {
