@@ -17,11 +17,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "platform/pps/pps_client.h"
 #include "platform/pps/ppsparse.h"
@@ -39,9 +38,8 @@ struct ReportInfo {
 
 // The daemon's eight requests and the status object each report lands in.
 constexpr ReportInfo kReports[] = {
-    {"radionwinfo", "status_utra"}, {"radiostats", "status_utra"},
-    {"umtsopinfo", "status_utra"},  {"hspaopinfo", "status_utra"},
-    {"lteopinfo", "status_eutra"},  {"bearer", "status_data"},
+    {"radionwinfo", "status_utra"}, {"radiostats", "status_utra"}, {"umtsopinfo", "status_utra"},
+    {"hspaopinfo", "status_utra"},  {"lteopinfo", "status_eutra"}, {"bearer", "status_data"},
     {"tchtxpwr", "status_utra"},    {"3gpp2info", "status_3gpp2"},
 };
 
@@ -93,7 +91,11 @@ using Clock = std::chrono::steady_clock;
 // Sends one request and waits for the reply carrying the same id.
 // Returns an error text, empty on success.
 std::string Ask(const std::string& report, int request_id, int timeout_ms) {
-    int fd = pps_open(kControlPath, O_RDWR);
+    // As a client of the daemon's server object: with no daemon serving it,
+    // the request would otherwise land in a leftover plain object.
+    int fd = pps_open_client(kControlPath, O_RDWR);
+    if (fd < 0 && errno == ENXIO)
+        return "radio_tavora is not running (no server for " + std::string(kControlPath) + ")";
     if (fd < 0) return std::string("cannot open ") + kControlPath + ": " + std::strerror(errno);
     std::string request = "msg::" + report + "\nid::" + std::to_string(request_id) + "\n";
     if (::write(fd, request.data(), request.size()) < 0) {
@@ -102,12 +104,18 @@ std::string Ask(const std::string& report, int request_id, int timeout_ms) {
         return error;
     }
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
-    std::string error = "no reply within " + std::to_string(timeout_ms / 1000.0).substr(0, 4) + " s";
+    std::string error =
+        "no reply within " + std::to_string(timeout_ms / 1000.0).substr(0, 4) + " s";
     for (;;) {
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
         if (left.count() <= 0) break;
-        std::string reply = ReadOnce(fd, static_cast<int>(left.count()));
-        if (reply.empty()) continue;
+        pollfd pfd{fd, POLLIN, 0};
+        if (::poll(&pfd, 1, static_cast<int>(left.count())) <= 0) continue;
+        std::string reply = ReadOnce(fd, 0);
+        if (reply.empty()) {  // the broker or the server went away
+            error = "the connection to the daemon closed";
+            break;
+        }
         bool ours = false;
         for (const auto& attr : ParseAttributes(reply))
             if (attr.name == "id" && attr.value == std::to_string(request_id)) ours = true;
@@ -125,7 +133,8 @@ void PrintTable(const std::string& report, const std::vector<Attribute>& attrs) 
     for (const auto& a : attrs) width = std::max(width, a.name.size());
     std::printf("== %s ==\n", report.c_str());
     if (attrs.empty()) std::printf("  (empty)\n");
-    for (const auto& a : attrs) std::printf("  %-*s  %s\n", static_cast<int>(width), a.name.c_str(), a.value.c_str());
+    for (const auto& a : attrs)
+        std::printf("  %-*s  %s\n", static_cast<int>(width), a.name.c_str(), a.value.c_str());
 }
 
 nlohmann::ordered_json ToJson(const std::vector<Attribute>& attrs) {
@@ -221,19 +230,31 @@ int main(int argc, char** argv) {
     double timeout_s = 5, interval_s = 2;
     long count = -1;
     static const option kOptions[] = {
-        {"json", no_argument, nullptr, 'j'},         {"timeout", required_argument, nullptr, 't'},
+        {"json", no_argument, nullptr, 'j'},           {"timeout", required_argument, nullptr, 't'},
         {"interval", required_argument, nullptr, 'i'}, {"count", required_argument, nullptr, 'c'},
-        {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0},
+        {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0},
     };
     for (int opt; (opt = getopt_long(argc, argv, "+", kOptions, nullptr)) != -1;) {
         char* end = nullptr;
         switch (opt) {
-            case 'j': json = true; break;
-            case 't': timeout_s = std::strtod(optarg, &end); break;
-            case 'i': interval_s = std::strtod(optarg, &end); break;
-            case 'c': count = std::strtol(optarg, &end, 10); break;
-            case 'h': Usage(stdout); return 0;
-            default: Usage(stderr); return 2;
+            case 'j':
+                json = true;
+                break;
+            case 't':
+                timeout_s = std::strtod(optarg, &end);
+                break;
+            case 'i':
+                interval_s = std::strtod(optarg, &end);
+                break;
+            case 'c':
+                count = std::strtol(optarg, &end, 10);
+                break;
+            case 'h':
+                Usage(stdout);
+                return 0;
+            default:
+                Usage(stderr);
+                return 2;
         }
         if (end != nullptr && (*end != '\0' || end == optarg)) {
             std::fprintf(stderr, "fieldtest: not a number: '%s'\n", optarg);
@@ -257,7 +278,9 @@ int main(int argc, char** argv) {
     if (verb != "watch") return ShowReports(args, json, timeout_ms, next_id);
     int status = 0;
     for (long round = 0; count < 0 || round < count; ++round) {
-        if (round > 0) std::this_thread::sleep_for(std::chrono::milliseconds(static_cast<int>(interval_s * 1000)));
+        if (round > 0)
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(static_cast<int>(interval_s * 1000)));
         if (!json) std::printf("\n-- round %ld --\n", round + 1);
         status = ShowReports(args, json, timeout_ms, next_id);
     }
