@@ -2,11 +2,10 @@
 // applied through a table of recording actions in place of the real one.
 #include "config/config_delta.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -40,15 +39,12 @@ constexpr char kIms[] = "ims_enable";
 
 // The real order, with the RAT step's absent case like the real one.
 const ConfigAction kRecordingActions[] = {
-    {kLogMask, Apply<kLogMask>},
-    {kTether, Apply<kTether>},
-    {kEns, Apply<kEns>},
-    {kRats, Apply<kRats>, Absent<kRats>},
-    {kIms, Apply<kIms>},
+    {kLogMask, Apply<kLogMask>},          {kTether, Apply<kTether>}, {kEns, Apply<kEns>},
+    {kRats, Apply<kRats>, Absent<kRats>}, {kIms, Apply<kIms>},
 };
 
 class ConfigDeltaTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         applied.clear();
         int fds[2];
@@ -67,8 +63,7 @@ protected:
     }
     void Delta(const std::string& lines) {
         std::string text = "@config\n" + lines;
-        ASSERT_EQ(::write(screen_fd_, text.data(), text.size()),
-                  static_cast<ssize_t>(text.size()));
+        ASSERT_EQ(::write(screen_fd_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
         TavoraConfigObjDelta();
     }
 
@@ -77,52 +72,49 @@ protected:
     int screen_fd_ = -1;
 };
 
-TEST_F(ConfigDeltaTest, SeveralAttributesApplyInTableOrder) {
-    Delta("ims_enable::1\ntether_enable::1\nenabled_rats::LTE_ONLY\ndiaglogmask::1\n");
-    EXPECT_THAT(applied, ElementsAre("diaglogmask=1", "tether_enable=1", "enabled_rats=LTE_ONLY",
-                                     "ims_enable=1"));
+// One delta in, the actions it ran out, in the order they ran.
+struct DeltaCase {
+    const char* name;
+    const char* lines;
+    std::vector<std::string> applied;
+};
+void PrintTo(const DeltaCase& c, std::ostream* os) {
+    *os << c.name;
 }
 
-TEST_F(ConfigDeltaTest, LogMaskBeforeTetheringWhateverTheTextOrder) {
-    Delta("tether_enable::1\ndiaglogmask::1\n");
-    EXPECT_THAT(applied,
-                ElementsAre("diaglogmask=1", "tether_enable=1", "enabled_rats absent"));
+class ConfigDeltaCases : public ConfigDeltaTest, public ::testing::WithParamInterface<DeltaCase> {};
+
+TEST_P(ConfigDeltaCases, Applies) {
+    Delta(GetParam().lines);
+    EXPECT_EQ(applied, GetParam().applied);
 }
 
-TEST_F(ConfigDeltaTest, OnlyImsRunsTheRatStepFirst) {
-    Delta("ims_enable::1\n");
-    EXPECT_THAT(applied, ElementsAre("enabled_rats absent", "ims_enable=1"));
-}
-
-TEST_F(ConfigDeltaTest, NumberTypedAttributeNotApplied) {
-    Delta("diaglogmask:n:1\n");
-    EXPECT_THAT(applied, ElementsAre("enabled_rats absent"));
-}
-
-TEST_F(ConfigDeltaTest, NumberTypedEnabledRatsCountsAsAbsent) {
-    Delta("enabled_rats:n:18\n");
-    EXPECT_THAT(applied, ElementsAre("enabled_rats absent"));
-}
-
-TEST_F(ConfigDeltaTest, DeletedAttributeNotApplied) {
-    Delta("-ens_value\n");
-    EXPECT_THAT(applied, ElementsAre("enabled_rats absent"));
-}
-
-TEST_F(ConfigDeltaTest, EmptyStringIsStillAString) {
-    Delta("ens_value::\n");
-    EXPECT_THAT(applied, ElementsAre("ens_value=", "enabled_rats absent"));
-}
-
-TEST_F(ConfigDeltaTest, EmptyDeltaRunsOnlyTheRatStep) {
-    Delta("");
-    EXPECT_THAT(applied, ElementsAre("enabled_rats absent"));
-}
-
-TEST_F(ConfigDeltaTest, UnknownAttributesIgnored) {
-    Delta("brightness::7\nens_value::3\n");
-    EXPECT_THAT(applied, ElementsAre("ens_value=3", "enabled_rats absent"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ConfigDeltaCases,
+    ::testing::Values(
+        DeltaCase{"several_attributes_apply_in_table_order",
+                  "ims_enable::1\ntether_enable::1\nenabled_rats::LTE_ONLY\ndiaglogmask::1\n",
+                  {"diaglogmask=1", "tether_enable=1", "enabled_rats=LTE_ONLY", "ims_enable=1"}},
+        DeltaCase{"log_mask_before_tethering_whatever_the_text_order",
+                  "tether_enable::1\ndiaglogmask::1\n",
+                  {"diaglogmask=1", "tether_enable=1", "enabled_rats absent"}},
+        DeltaCase{"only_ims_runs_the_rat_step_first",
+                  "ims_enable::1\n",
+                  {"enabled_rats absent", "ims_enable=1"}},
+        DeltaCase{
+            "number_typed_attribute_not_applied", "diaglogmask:n:1\n", {"enabled_rats absent"}},
+        DeltaCase{"number_typed_enabled_rats_counts_as_absent",
+                  "enabled_rats:n:18\n",
+                  {"enabled_rats absent"}},
+        DeltaCase{"deleted_attribute_not_applied", "-ens_value\n", {"enabled_rats absent"}},
+        DeltaCase{"empty_string_is_still_a_string",
+                  "ens_value::\n",
+                  {"ens_value=", "enabled_rats absent"}},
+        DeltaCase{"empty_delta_runs_only_the_rat_step", "", {"enabled_rats absent"}},
+        DeltaCase{"unknown_attributes_ignored",
+                  "brightness::7\nens_value::3\n",
+                  {"ens_value=3", "enabled_rats absent"}}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ConfigDeltaTest, NothingToReadAppliesNothing) {
     TavoraConfigObjDelta();

@@ -56,6 +56,11 @@ uint8_t RrcState() {
     std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
     return g_log_snapshot_store.Snapshot(0x4125)[12];
 }
+std::vector<uint8_t> RrcSnapshot() {
+    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    auto s = g_log_snapshot_store.Snapshot(0x4125);
+    return std::vector<uint8_t>(s.begin(), s.begin() + 13);
+}
 bool HasRrcPacket() {
     std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
     auto s = g_log_snapshot_store.Snapshot(0x4125);
@@ -198,10 +203,14 @@ TEST_F(DmLogMaskTest, ScenarioPacketsFillTheStoreOnlyWhileOn) {
     EXPECT_EQ(RrcState(), 3);
     SetTavoraLogMask("0");
     uint64_t sent = peer->PacketsSent();
+    // Each packet carries its own timestamp: the snapshot, timestamp and
+    // all, must not change once the mask is off.
+    std::vector<uint8_t> last = RrcSnapshot();
     // The peer saw the zero masks and the connection go: nothing more flows.
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(peer->PacketsSent(), sent);
-    EXPECT_EQ(RrcState(), 3);  // the last snapshot stays
+    EXPECT_EQ(RrcSnapshot(), last);
+    EXPECT_EQ(last[12], 3);  // the last snapshot stays
 }
 
 TEST_F(DmLogMaskTest, CaptureFileReplayDeliversValidPacketsOfEnabledCodes) {

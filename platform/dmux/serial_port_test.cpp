@@ -97,8 +97,10 @@ TEST(DiagSerialPort, MaskCommandIsAnsweredAndOnlyEnabledCodesAreDelivered) {
     ASSERT_TRUE(WriteAll(master, frame(0x4126, 1)));
     ASSERT_TRUE(WriteAll(master, frame(0x4125, 3)));
     for (int i = 0; i < 500; ++i) {
-        std::lock_guard<std::mutex> hold(delivered.mutex);
-        if (!delivered.packets.empty()) break;
+        {
+            std::lock_guard<std::mutex> hold(delivered.mutex);
+            if (!delivered.packets.empty()) break;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     uint32_t release_id = KORA_DMC_CLIENT_ID;
