@@ -53,7 +53,8 @@ void TavoraConfigObjDelta() {
     }
     status = pps_decoder_pop(&decoder);
     if (status != PPS_DECODER_OK) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pop : %d", kName, status);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pop : %d", kName,
+              status);
     }
     // Cleaned up after a failed pop too: a decoder left behind would leak.
     pps_decoder_cleanup(&decoder);

@@ -23,8 +23,8 @@ constexpr const char* kRadioControlPath = "/pps/services/radioctrl/modem0/contro
 constexpr const char* kRequestId = "3323";
 
 constexpr RatName kRatNames[] = {
-    {"NONE", 0},          {"CDMA_ONLY", 4}, {"EVDO_ONLY", 8},         {"WCDMA", 2},
-    {"CDMA+EVDO", 12},    {"LTE_ONLY", 16}, {"WCDMA+LTE", 18},        {"CDMA1X+EVDO+LTE", 28},
+    {"NONE", 0},       {"CDMA_ONLY", 4}, {"EVDO_ONLY", 8},  {"WCDMA", 2},
+    {"CDMA+EVDO", 12}, {"LTE_ONLY", 16}, {"WCDMA+LTE", 18}, {"CDMA1X+EVDO+LTE", 28},
 };
 
 constexpr int32_t kWcdmaOnly[] = {0, 2};
@@ -41,7 +41,8 @@ const RatDeviceClass kDeviceClasses[] = {
 // first nine characters, regardless of case; none for any other device.
 std::span<const int32_t> SupportedSettings() {
     for (const RatDeviceClass& device : kDeviceClasses) {
-        if (strnicmp(hardware_id, device.hardware_id, kHardwareIdLength) == 0) return device.settings;
+        if (strnicmp(hardware_id, device.hardware_id, kHardwareIdLength) == 0)
+            return device.settings;
     }
     return {};
 }
@@ -66,8 +67,12 @@ char persist_buffer[4096];
 
 }  // namespace
 
-std::span<const RatName> RatNameTable() { return kRatNames; }
-std::span<const RatDeviceClass> RatDeviceClasses() { return kDeviceClasses; }
+std::span<const RatName> RatNameTable() {
+    return kRatNames;
+}
+std::span<const RatDeviceClass> RatDeviceClasses() {
+    return kDeviceClasses;
+}
 
 bool Is_Rat_Supported(int32_t setting) {
     for (int32_t supported : SupportedSettings())
@@ -118,8 +123,9 @@ void Update_Rat_Menu(int32_t setting) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : Failed to open /pps/services/radioctrl/modem0/diag/config(%s)",
               "Update_Rat_Menu", std::strerror(errno));
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Failed to open %s for encoding\n",
-              "Update_Rat_Menu", kConfigObjectPath);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Tavora: Failed to open %s for encoding\n", "Update_Rat_Menu",
+              kConfigObjectPath);
         skip_rats_state = 0;
         return;
     }
@@ -167,15 +173,14 @@ void GetRatsState() {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : Tavora: Error in pps_decoder_parse_pps_str : %d\n", kName, status);
     } else if ((status = pps_decoder_push(&decoder, nullptr)) != PPS_DECODER_OK) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pps_decoder_push : %d\n",
-              kName, status);
-    } else if (++pushes, (status = pps_decoder_push(&decoder, "configure_rats_state")) !=
-                             PPS_DECODER_OK) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pps_decoder_push : %d\n",
-              kName, status);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Tavora: Error in pps_decoder_push : %d\n", kName, status);
     } else if (++pushes,
-               (status = pps_decoder_get_int(&decoder, "enabled_technologies", &reported)) !=
-                   PPS_DECODER_OK) {
+               (status = pps_decoder_push(&decoder, "configure_rats_state")) != PPS_DECODER_OK) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Tavora: Error in pps_decoder_push : %d\n", kName, status);
+    } else if (++pushes, (status = pps_decoder_get_int(&decoder, "enabled_technologies",
+                                                       &reported)) != PPS_DECODER_OK) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : Tavora: Error in pps_decoder_get_string for 'enabled_technologies' : %d\n",
               kName, status);
@@ -196,7 +201,9 @@ void GetRatsState() {
     pps_decoder_cleanup(&decoder);
 }
 
-void GetRatsStateWatcher(PPSServer* /*server*/, void* /*arg*/, int /*fd*/) { GetRatsState(); }
+void GetRatsStateWatcher(PPSServer* /*server*/, void* /*arg*/, int /*fd*/) {
+    GetRatsState();
+}
 
 void SelectRatByName(const char* name) {
     const RatName* row = FindRatByName(name);

@@ -5,12 +5,11 @@
 #include "config/enabled_rats.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <optional>
@@ -62,11 +61,11 @@ std::vector<std::string> Drain(int fd, int wait_ms) {
 constexpr const char* kMenuNotSupportedFormat = "%30s : Tavora: Not Supported Device Rat %d\n";
 
 class EnabledRatsTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         ResetEnabledRatsForTest();
-        radio_control_ = pps_open("/pps/services/radioctrl/modem0/control?server",
-                                  O_RDWR | O_CREAT, 0666);
+        radio_control_ =
+            pps_open("/pps/services/radioctrl/modem0/control?server", O_RDWR | O_CREAT, 0666);
         ASSERT_GE(radio_control_, 0);
         context_.config_fd = config_.ours;
         context_.persist_fd = persist_.ours;
@@ -166,7 +165,9 @@ struct MenuCase {
     std::optional<int> not_supported_logged;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const MenuCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const MenuCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class MenuChoiceTest : public EnabledRatsTest, public ::testing::WithParamInterface<MenuCase> {};
 
@@ -194,25 +195,67 @@ TEST_P(MenuChoiceTest, Applies) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, MenuChoiceTest,
     ::testing::Values(
-        MenuCase{"wcdma_lte_device_chooses_wcdma_lte", "0x52c0f9e4", -1, "WCDMA+LTE", {18}, {}, 18,
+        MenuCase{"wcdma_lte_device_chooses_wcdma_lte",
+                 "0x52c0f9e4",
+                 -1,
+                 "WCDMA+LTE",
+                 {18},
+                 {},
+                 18,
                  std::nullopt},
-        MenuCase{"unsupported_choice_restores_setting_in_force", "0x52c0f9e4", 18, "CDMA_ONLY",
-                 {18}, {"enabled_rats::WCDMA+LTE\n"}, 18, std::nullopt},
-        MenuCase{"unsupported_choice_with_no_setting_known", "0x52c0f9e4", -1, "CDMA_ONLY", {}, {},
-                 -1, -1},
-        MenuCase{"wcdma_only_device_sends_wcdma", "0x51c0f9e4", -1, "WCDMA", {2}, {}, 2,
+        MenuCase{"unsupported_choice_restores_setting_in_force",
+                 "0x52c0f9e4",
+                 18,
+                 "CDMA_ONLY",
+                 {18},
+                 {"enabled_rats::WCDMA+LTE\n"},
+                 18,
                  std::nullopt},
+        MenuCase{"unsupported_choice_with_no_setting_known",
+                 "0x52c0f9e4",
+                 -1,
+                 "CDMA_ONLY",
+                 {},
+                 {},
+                 -1,
+                 -1},
+        MenuCase{
+            "wcdma_only_device_sends_wcdma", "0x51c0f9e4", -1, "WCDMA", {2}, {}, 2, std::nullopt},
         MenuCase{"wcdma_only_device_sends_none", "0x51c0f9e4", 2, "NONE", {0}, {}, 0, std::nullopt},
-        MenuCase{"wcdma_only_device_refuses_lte", "0x51c0f9e4", 2, "LTE_ONLY", {2},
-                 {"enabled_rats::WCDMA\n"}, 2, std::nullopt},
-        MenuCase{"name_in_other_case_matches_nothing", "0x52c0f9e4", -1, "wcdma", {}, {}, -1,
+        MenuCase{"wcdma_only_device_refuses_lte",
+                 "0x51c0f9e4",
+                 2,
+                 "LTE_ONLY",
+                 {2},
+                 {"enabled_rats::WCDMA\n"},
+                 2,
+                 std::nullopt},
+        MenuCase{"name_in_other_case_matches_nothing",
+                 "0x52c0f9e4",
+                 -1,
+                 "wcdma",
+                 {},
+                 {},
+                 -1,
                  std::nullopt},
         MenuCase{"unknown_name_ignored", "0x52c0f9e4", 18, "GSM_ONLY", {}, {}, 18, std::nullopt},
-        MenuCase{"setting_already_in_force_sends_nothing", "0x52c0f9e4", 18, "WCDMA+LTE", {}, {},
-                 18, std::nullopt},
+        MenuCase{"setting_already_in_force_sends_nothing",
+                 "0x52c0f9e4",
+                 18,
+                 "WCDMA+LTE",
+                 {},
+                 {},
+                 18,
+                 std::nullopt},
         MenuCase{"unknown_device_sends_nothing", "", -1, "WCDMA", {}, {}, -1, -1},
-        MenuCase{"three_rat_device_case_insensitive_id", "0X53C0F9E4", 16, "CDMA1X+EVDO+LTE", {28},
-                 {}, 28, std::nullopt}),
+        MenuCase{"three_rat_device_case_insensitive_id",
+                 "0X53C0F9E4",
+                 16,
+                 "CDMA1X+EVDO+LTE",
+                 {28},
+                 {},
+                 28,
+                 std::nullopt}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // Reports of the modem through status_persistent.
@@ -226,7 +269,9 @@ struct ReportCase {
     int current_after;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const ReportCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const ReportCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class ModemReportTest : public EnabledRatsTest, public ::testing::WithParamInterface<ReportCase> {};
 
@@ -244,15 +289,29 @@ TEST_P(ModemReportTest, Follows) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, ModemReportTest,
-    ::testing::Values(
-        ReportCase{"supported_change_is_taken", "0x53c0f9e4", 28, 16, {16},
-                   {"enabled_rats::LTE_ONLY\n"}, 16},
-        ReportCase{"zero_ignored", "0x53c0f9e4", 28, 0, {}, {}, 28},
-        ReportCase{"unsupported_report_restored", "0x52c0f9e4", 18, 4, {18},
-                   {"enabled_rats::WCDMA+LTE\n"}, 18},
-        ReportCase{"same_as_current_ignored", "0x52c0f9e4", 18, 18, {}, {}, 18},
-        ReportCase{"first_report_with_no_setting_known", "0x52c0f9e4", -1, 2, {2},
-                   {"enabled_rats::WCDMA\n"}, 2}),
+    ::testing::Values(ReportCase{"supported_change_is_taken",
+                                 "0x53c0f9e4",
+                                 28,
+                                 16,
+                                 {16},
+                                 {"enabled_rats::LTE_ONLY\n"},
+                                 16},
+                      ReportCase{"zero_ignored", "0x53c0f9e4", 28, 0, {}, {}, 28},
+                      ReportCase{"unsupported_report_restored",
+                                 "0x52c0f9e4",
+                                 18,
+                                 4,
+                                 {18},
+                                 {"enabled_rats::WCDMA+LTE\n"},
+                                 18},
+                      ReportCase{"same_as_current_ignored", "0x52c0f9e4", 18, 18, {}, {}, 18},
+                      ReportCase{"first_report_with_no_setting_known",
+                                 "0x52c0f9e4",
+                                 -1,
+                                 2,
+                                 {2},
+                                 {"enabled_rats::WCDMA\n"},
+                                 2}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(EnabledRatsTest, ReportAfterOwnRequestIsSkippedOnce) {
@@ -275,8 +334,8 @@ TEST_F(EnabledRatsTest, ReportWithoutRatStateLogsThePush) {
     GetRatsState();
     ASSERT_EQ(capture.texts().size(), 1u);
     char prefix[128];
-    std::snprintf(prefix, sizeof prefix, "%30s : Tavora: Error in pps_decoder_push : ",
-                  "GetRatsState");
+    std::snprintf(prefix, sizeof prefix,
+                  "%30s : Tavora: Error in pps_decoder_push : ", "GetRatsState");
     EXPECT_THAT(capture.texts()[0], ::testing::StartsWith(prefix));
 }
 
@@ -297,9 +356,10 @@ TEST_F(EnabledRatsTest, NoPersistentStatusLogsAndDoesNothing) {
     SlogCapture capture;
     GetRatsState();
     ASSERT_EQ(capture.texts().size(), 1u);
-    EXPECT_THAT(capture.texts()[0],
-                ::testing::HasSubstr(
-                    "GetRatsState : Failed to opend /pps/services/radioctrl/modem0/status_persistent("));
+    EXPECT_THAT(
+        capture.texts()[0],
+        ::testing::HasSubstr(
+            "GetRatsState : Failed to opend /pps/services/radioctrl/modem0/status_persistent("));
 }
 
 TEST_F(EnabledRatsTest, NoConfigObjectLogsTwiceAndSendsNothing) {
@@ -310,11 +370,13 @@ TEST_F(EnabledRatsTest, NoConfigObjectLogsTwiceAndSendsNothing) {
     Update_Rat_Menu(current_rat);
     std::vector<std::string> texts = capture.texts();
     ASSERT_EQ(texts.size(), 2u);
-    EXPECT_THAT(texts[0], ::testing::HasSubstr(
-                              "Update_Rat_Menu : Failed to open /pps/services/radioctrl/modem0/diag/config("));
-    EXPECT_THAT(texts[1],
-                ::testing::EndsWith("Update_Rat_Menu : Tavora: Failed to open "
-                                    "/pps/services/radioctrl/modem0/diag/config?delta for encoding\n"));
+    EXPECT_THAT(
+        texts[0],
+        ::testing::HasSubstr(
+            "Update_Rat_Menu : Failed to open /pps/services/radioctrl/modem0/diag/config("));
+    EXPECT_THAT(texts[1], ::testing::EndsWith(
+                              "Update_Rat_Menu : Tavora: Failed to open "
+                              "/pps/services/radioctrl/modem0/diag/config?delta for encoding\n"));
     EXPECT_EQ(skip_rats_state, 0);
     EXPECT_THAT(Sent(), IsEmpty());
 }
@@ -329,7 +391,8 @@ TEST_F(EnabledRatsTest, NoRadioControlObjectLogsAndKeepsSetting) {
     Enable_Rat(18);
     ASSERT_EQ(capture.texts().size(), 1u);
     EXPECT_THAT(capture.texts()[0],
-                ::testing::HasSubstr("Enable_Rat : Failed to open /pps/services/radioctrl/modem0/control("));
+                ::testing::HasSubstr(
+                    "Enable_Rat : Failed to open /pps/services/radioctrl/modem0/control("));
     EXPECT_EQ(current_rat, 2);
     EXPECT_EQ(skip_rats_state, 0);
 }

@@ -3,10 +3,10 @@
 // what the DIAG side delivered, from modemsim or straight from a capture
 // file (DIAG_DEVICE=file:...).
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <chrono>
 #include <fstream>
-#include <signal.h>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -47,7 +47,8 @@ std::vector<std::string> LogConfigLines(const std::string& stderr_text) {
 
 // One radiostats request; the status object's rrc lines afterwards.
 std::string RadioStats(DaemonFixture& daemon) {
-    if (daemon.Request("radiostats", "17").find("res::radiostats") == std::string::npos) return "no reply";
+    if (daemon.Request("radiostats", "17").find("res::radiostats") == std::string::npos)
+        return "no reply";
     return daemon.ReadObject(rt::test::kStatusUtraObject);
 }
 
@@ -81,8 +82,13 @@ std::string WriteScenario(const TempDir& dir, const std::string& json) {
 
 std::unique_ptr<ChildProcess> StartModemsim(const TempDir& dir, const std::string& scenario,
                                             const std::string& capture = "") {
-    std::vector<std::string> argv = {BinPath("modemsim"), "--qmi", "unix:" + dir.file("qmi.sock"),
-                                     "--diag", "unix:" + dir.file("diag.sock"), "--scenario", scenario};
+    std::vector<std::string> argv = {BinPath("modemsim"),
+                                     "--qmi",
+                                     "unix:" + dir.file("qmi.sock"),
+                                     "--diag",
+                                     "unix:" + dir.file("diag.sock"),
+                                     "--scenario",
+                                     scenario};
     if (!capture.empty()) {
         argv.push_back("--capture");
         argv.push_back(capture);
@@ -106,10 +112,10 @@ DaemonOptions WithDiag(const std::string& diag_device, const TempDir& dir) {
 TEST(DiagLogProcessTest, CaptureThroughModemsim) {
     TempDir dir;
     std::string capture = WriteRrcCapture(dir);
-    auto modemsim = StartModemsim(dir,
-                                  WriteScenario(dir, R"({"diag": {"capture_pace": "fast", "capture_loop": false,
+    auto modemsim = StartModemsim(
+        dir, WriteScenario(dir, R"({"diag": {"capture_pace": "fast", "capture_loop": false,
                                                                   "capture_after_masks": 3}})"),
-                                  capture);
+        capture);
     ASSERT_TRUE(modemsim->WaitForStderr("modemsim: ready")) << modemsim->Stderr();
     DaemonFixture daemon(WithDiag("unix:" + dir.file("diag.sock"), dir));
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
@@ -131,7 +137,8 @@ TEST(DiagLogProcessTest, CaptureThroughModemsim) {
               std::vector<std::string>(std::begin(kSwitchOnLines), std::end(kSwitchOnLines)));
 
     ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::0"}));
-    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: diag client disconnected")) << modemsim->Stderr();
+    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: diag client disconnected"))
+        << modemsim->Stderr();
     auto lines = LogConfigLines(modemsim->Stderr());
     ASSERT_EQ(lines.size(), 6u);
     EXPECT_EQ(std::vector<std::string>(lines.begin() + 3, lines.end()),
@@ -148,8 +155,8 @@ TEST(DiagLogProcessTest, CaptureThroughModemsim) {
 
 TEST(DiagLogProcessTest, ScenarioTimelineStopsWhenTheMaskGoesOff) {
     TempDir dir;
-    auto modemsim = StartModemsim(
-        dir, WriteScenario(dir, R"({"diag": {"rrc_period_ms": 20, "rrc_states": [
+    auto modemsim =
+        StartModemsim(dir, WriteScenario(dir, R"({"diag": {"rrc_period_ms": 20, "rrc_states": [
             {"state": 3, "hold_ms": 150}, {"state": 2, "hold_ms": 150}]}})"));
     ASSERT_TRUE(modemsim->WaitForStderr("modemsim: ready")) << modemsim->Stderr();
     DaemonFixture daemon(WithDiag("unix:" + dir.file("diag.sock"), dir));
@@ -161,7 +168,8 @@ TEST(DiagLogProcessTest, ScenarioTimelineStopsWhenTheMaskGoesOff) {
     EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_FACH"));
 
     ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::0"}));
-    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: diag client disconnected")) << modemsim->Stderr();
+    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: diag client disconnected"))
+        << modemsim->Stderr();
     std::string frozen = RadioStats(daemon);
     EXPECT_NE(frozen.find("rrc_state::RRC_CONNECTED"), std::string::npos) << frozen;
     // Several turns of the timeline later, the last snapshot is unchanged.

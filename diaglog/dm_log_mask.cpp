@@ -18,8 +18,8 @@ constexpr uint32_t kDmClientId = 1;
 constexpr uint32_t kDmSetLogConfigOperation = 3;
 
 // Highest valid item per equipment id.
-constexpr uint16_t kLastItemByEquipId[16] = {0, 0, 0, 0, 0x777, 0, 0, 0x4FF,
-                                             0, 0, 0, 0x210, 0, 0, 0, 0};
+constexpr uint16_t kLastItemByEquipId[16] = {0, 0, 0, 0,     0x777, 0, 0, 0x4FF,
+                                             0, 0, 0, 0x210, 0,     0, 0, 0};
 
 constexpr uint16_t kUmtsCodes[] = {0x7130, 0x7131, 0x7136, 0x7135};
 constexpr uint16_t kWcdmaCodes[] = {0x4005, 0x410C, 0x4110, 0x4111, 0x4116, 0x4125, 0x4127, 0x421C,
@@ -38,10 +38,11 @@ struct RatGroup {
 
 // In the order a switch-on sends them.
 constexpr RatGroup kRatGroups[] = {
-    {1, 0x74FF, kUmtsCodes, std::size(kUmtsCodes), "%30s : Tavora: UMTS Log Config sent successfully ",
-     "%30s : Tavora: UMTS Log Config failed "},
+    {1, 0x74FF, kUmtsCodes, std::size(kUmtsCodes),
+     "%30s : Tavora: UMTS Log Config sent successfully ", "%30s : Tavora: UMTS Log Config failed "},
     {0, 0x4777, kWcdmaCodes, std::size(kWcdmaCodes),
-     "%30s : Tavora: WCDMA Log Config sent successfully ", "%30s : Tavora: WCDMA Log Config failed "},
+     "%30s : Tavora: WCDMA Log Config sent successfully ",
+     "%30s : Tavora: WCDMA Log Config failed "},
     {2, 0xB210, kLteCodes, std::size(kLteCodes), "%30s : Tavora: LTE Log Config sent successfully ",
      "%30s : Tavora: LTE Log Config failed "},
 };
@@ -52,7 +53,6 @@ const RatGroup* FindGroup(int number) {
     return nullptr;
 }
 
-
 }  // namespace
 
 int DM_log_config_mask(uint16_t code, int on) {
@@ -61,7 +61,8 @@ int DM_log_config_mask(uint16_t code, int on) {
     dm_current_item = code & 0xFFF;
     slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Log code 0x%X  ", kName, code);
     if (dm_current_item > kLastItemByEquipId[dm_current_equip_id]) return 0;
-    slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: LOG CODE IS VALID %x ", kName, code);
+    slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: LOG CODE IS VALID %x ", kName,
+          code);
     uint8_t bit = static_cast<uint8_t>(1u << (dm_current_item & 7));
     if (on) {
         dm_log_mask[dm_current_item >> 3] |= bit;
@@ -84,7 +85,8 @@ int DM_Set_log_config(int group) {
     }
     std::memcpy(request + 8, dm_log_mask, kDmLogMaskSize);
 
-    slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: size of dm_log_mask %d ", kName, kDmLogMaskSize);
+    slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: size of dm_log_mask %d ", kName,
+          kDmLogMaskSize);
     slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: set mask equipid %d ", kName,
           static_cast<int>(dm_current_equip_id));
     slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: lastitem 0x%X ", kName, last_item);
@@ -108,16 +110,16 @@ int Tavora_Initialize_DM(int on) {
     if (on == 1) {
         uint32_t registration = 0;
         if (kora_dmc_log_init(kDmClientId, DM_recv_log_packet_cb, &registration, nullptr) != 0) {
-            slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: log call-back registration failed",
-                  kName);
+            slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+                  "%30s : Tavora: log call-back registration failed", kName);
             return -1;
         }
     }
     for (const auto& group : kRatGroups) {
         for (size_t i = 0; i < group.code_count; ++i) DM_log_config_mask(group.codes[i], on);
         int result = DM_Set_log_config(group.number);
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, (result & 0xFF) != 0 ? group.failure_line : group.success_line,
-              kName);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              (result & 0xFF) != 0 ? group.failure_line : group.success_line, kName);
     }
     return 0;
 }
@@ -130,11 +132,13 @@ void SetTavoraLogMask(const char* value) {
         uint32_t client_id = kDmClientId;
         if (kora_dmc_con_init(1, &connection, &client_id) != 0) {
             dm_client_connected = 0;
-            slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: Tavora: DM Client Init failed!!", kName);
+            slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+                  "%30s : ERROR: Tavora: DM Client Init failed!!", kName);
             return;
         }
         dm_client_connected = 1;
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: DM Client Init succeeded!!", kName);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: DM Client Init succeeded!!",
+              kName);
         slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: DM Mask is ON ", kName);
         if (Tavora_Initialize_DM(1) == -1) {
             dm_client_connected = 0;

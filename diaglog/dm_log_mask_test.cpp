@@ -30,10 +30,20 @@ struct ExpectedRequest {
 };
 const ExpectedRequest kSwitchOn[] = {
     {7, 0x74FF, {{38, 0x63}}},
-    {4, 0x4777,
-     {{0, 0x31}, {33, 0x10}, {34, 0x43}, {36, 0xA0}, {39, 0x05}, {42, 0x40}, {44, 0x20}, {67, 0x10},
+    {4,
+     0x4777,
+     {{0, 0x31},
+      {33, 0x10},
+      {34, 0x43},
+      {36, 0xA0},
+      {39, 0x05},
+      {42, 0x40},
+      {44, 0x20},
+      {67, 0x10},
       {68, 0x02}}},
-    {11, 0xB210, {{16, 0x82}, {18, 0x82}, {24, 0x04}, {29, 0x40}, {47, 0x82}, {48, 0x20}, {51, 0x08}}},
+    {11,
+     0xB210,
+     {{16, 0x82}, {18, 0x82}, {24, 0x04}, {29, 0x40}, {47, 0x82}, {48, 0x20}, {51, 0x08}}},
 };
 
 Bytes MaskBytes(const std::map<size_t, uint8_t>& set) {
@@ -68,7 +78,7 @@ bool HasRrcPacket() {
 }
 
 class DmLogMaskTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         ResetDmLogMaskState();
         g_log_snapshot_store.Reset();
@@ -139,16 +149,20 @@ TEST_F(DmLogMaskTest, SwitchOnLogLines) {
         "             DM_Set_log_config : Tavora: size of dm_log_mask 479 ",
         "             DM_Set_log_config : Tavora: set mask equipid 7 ",
         "             DM_Set_log_config : Tavora: lastitem 0x74FF ",
-        "             DM_Set_log_config : Tavora: before dm_con_set_log_config() sent to DM Consumer! ",
+        "             DM_Set_log_config : Tavora: before dm_con_set_log_config() sent to DM "
+        "Consumer! ",
         "             DM_Set_log_config : Tavora: op_data size 487 ",
-        "             DM_Set_log_config : Tavora: after dm_con_set_log_config() sent to DM Consumer! ",
+        "             DM_Set_log_config : Tavora: after dm_con_set_log_config() sent to DM "
+        "Consumer! ",
         "             DM_Set_log_config : Tavora: set_log_status 0 ",
         "          Tavora_Initialize_DM : Tavora: UMTS Log Config sent successfully ",
     };
     ASSERT_GE(texts.size(), 2 + umts.size());
     EXPECT_EQ(std::vector<std::string>(texts.begin() + 2, texts.begin() + 2 + umts.size()), umts);
-    EXPECT_TRUE(log.contains("          Tavora_Initialize_DM : Tavora: WCDMA Log Config sent successfully "));
-    EXPECT_TRUE(log.contains("          Tavora_Initialize_DM : Tavora: LTE Log Config sent successfully "));
+    EXPECT_TRUE(log.contains(
+        "          Tavora_Initialize_DM : Tavora: WCDMA Log Config sent successfully "));
+    EXPECT_TRUE(
+        log.contains("          Tavora_Initialize_DM : Tavora: LTE Log Config sent successfully "));
     // 2 + (4 + 15 + 10) codes x 2 lines + 3 sends x 7 lines + 3 results
     EXPECT_EQ(texts.size(), 2u + 29u * 2u + 3u * 7u + 3u);
     for (const auto& line : log.lines()) {
@@ -174,8 +188,9 @@ TEST_F(DmLogMaskTest, NoPeerMeansInitFailsAndALaterOneTriesAgain) {
     SlogCapture log;
     SetTavoraLogMask("1");
     EXPECT_EQ(dm_client_connected, 0);
-    EXPECT_EQ(log.texts(), std::vector<std::string>{
-                               "              SetTavoraLogMask : ERROR: Tavora: DM Client Init failed!!"});
+    EXPECT_EQ(log.texts(),
+              std::vector<std::string>{
+                  "              SetTavoraLogMask : ERROR: Tavora: DM Client Init failed!!"});
     StartPeer({{"rrc_states", nlohmann::json::array()}});
     SetTavoraLogMask("1");
     EXPECT_EQ(dm_client_connected, 1);
@@ -243,7 +258,8 @@ TEST_F(DmLogMaskTest, CaptureThroughThePeerWithABrokenFrame) {
     capture.Log(0x4125, {0}).Log(0x4125, {3}).LogWithBadCrc(0x4125, {5});
     std::string file = dir.file("rrc.qmdl");
     ASSERT_TRUE(capture.WriteTo(file));
-    StartPeer({{"capture_pace", "fast"}, {"capture_loop", false}, {"capture_after_masks", 3}}, file);
+    StartPeer({{"capture_pace", "fast"}, {"capture_loop", false}, {"capture_after_masks", 3}},
+              file);
     SetTavoraLogMask("1");
     kora_dmc_stats stats{};
     ASSERT_TRUE(Eventually([&] {

@@ -24,7 +24,9 @@ constexpr RlcStatsLayout kRlcStatsLayouts[] = {
 constexpr size_t kRlcDlListSize = 135;
 constexpr size_t kRlcUlListSize = 210;
 
-uint16_t Word0(const uint8_t* bytes) { return static_cast<uint16_t>(bytes[0] | bytes[1] << 8); }
+uint16_t Word0(const uint8_t* bytes) {
+    return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
+}
 
 // Copies min(size, length) bytes and zeroes the rest of the area.
 void CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length) {
@@ -93,7 +95,8 @@ void LogSnapshotStore::StoreRlcConfig(RlcConfigSnapshot* s, const uint8_t* packe
         s->bytes[RlcConfigSnapshot::kRbCountOffset] = p < length ? packet[p] : 0;
         uint8_t* list = s->bytes + RlcConfigSnapshot::kRbListOffset;
         std::memset(list, 0, s->rb_list_size);
-        if (p + 1 < length) std::memcpy(list, packet + p + 1, std::min(length - (p + 1), s->rb_list_size));
+        if (p + 1 < length)
+            std::memcpy(list, packet + p + 1, std::min(length - (p + 1), s->rb_list_size));
     }
     std::memset(s->rb_cfg_idx_table, 0xFF, sizeof s->rb_cfg_idx_table);
     std::memset(s->rb_kind_table, 0xFF, sizeof s->rb_kind_table);
@@ -104,7 +107,8 @@ void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet,
     // after it is released: the lock covers only the swap.
     size_t header = s->header_size;
     bool has_packet = length >= 2 && Word0(packet) != 0;
-    size_t count = length > RlcStatsSnapshot::kCountOffset ? packet[RlcStatsSnapshot::kCountOffset] : 0;
+    size_t count =
+        length > RlcStatsSnapshot::kCountOffset ? packet[RlcStatsSnapshot::kCountOffset] : 0;
     std::shared_ptr<uint8_t[]> entries;
     size_t entries_size = has_packet ? count * s->entry_size : 0;
     if (entries_size > 0) {
@@ -132,11 +136,16 @@ std::span<const uint8_t> LogSnapshotStore::Snapshot(uint16_t code) const {
         if (kFixedSnapshotSizes[i].code == code)
             return {fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size};
     switch (code) {
-        case kLogCodeRlcDlConfig: return rlc_dl_config_.snapshot();
-        case kLogCodeRlcUlConfig: return rlc_ul_config_.snapshot();
-        case kLogCodeRlcDlStats: return rlc_dl_stats_.snapshot();
-        case kLogCodeRlcUlStats: return rlc_ul_stats_.snapshot();
-        default: return {};
+        case kLogCodeRlcDlConfig:
+            return rlc_dl_config_.snapshot();
+        case kLogCodeRlcUlConfig:
+            return rlc_ul_config_.snapshot();
+        case kLogCodeRlcDlStats:
+            return rlc_dl_stats_.snapshot();
+        case kLogCodeRlcUlStats:
+            return rlc_ul_stats_.snapshot();
+        default:
+            return {};
     }
 }
 
@@ -169,8 +178,8 @@ void LogSnapshotStore::FreeRlcStatsEntries() {
 void DM_recv_log_packet_cb(void* /*unused*/, uint32_t log_code, const uint8_t* packet,
                            uint32_t length) {
     if (packet == nullptr) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora:  Callback Called with null buffer !!!",
-              "DM_recv_log_packet_cb");
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Tavora:  Callback Called with null buffer !!!", "DM_recv_log_packet_cb");
         return;
     }
     if (log_code > 0xFFFF) return;

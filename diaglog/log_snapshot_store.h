@@ -74,7 +74,7 @@ struct RlcStatsSnapshot {
 };
 
 class LogSnapshotStore {
-public:
+  public:
     LogSnapshotStore();
     LogSnapshotStore(const LogSnapshotStore&) = delete;
     LogSnapshotStore& operator=(const LogSnapshotStore&) = delete;
@@ -100,7 +100,7 @@ public:
     // Back to the start state (every snapshot zero). Tests only.
     void Reset();
 
-private:
+  private:
     void StoreRlcConfig(RlcConfigSnapshot* snapshot, const uint8_t* packet, size_t length);
     void StoreRlcStats(RlcStatsSnapshot* snapshot, const uint8_t* packet, size_t length);
 

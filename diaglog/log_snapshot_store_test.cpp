@@ -33,7 +33,7 @@ Bytes SnapshotOf(uint16_t code) {
 }
 
 class LogSnapshotStoreTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { g_log_snapshot_store.Reset(); }
     void TearDown() override { g_log_snapshot_store.Reset(); }
 };
@@ -119,7 +119,8 @@ TEST_F(LogSnapshotStoreTest, RlcConfigListLongerThanTheAreaIsCut) {
     RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
     auto list = c->rb_list();
     ASSERT_EQ(list.size(), 135u);
-    EXPECT_EQ(Bytes(list.begin(), list.end()), Bytes(packet.begin() + 25, packet.begin() + 25 + 135));
+    EXPECT_EQ(Bytes(list.begin(), list.end()),
+              Bytes(packet.begin() + 25, packet.begin() + 25 + 135));
 }
 
 TEST_F(LogSnapshotStoreTest, RlcConfigPositionPastThePacketEnd) {
@@ -194,7 +195,7 @@ TEST_F(LogSnapshotStoreTest, RlcStatsEntriesAreReplacedAndKept) {
     Deliver(0xB097, zero_length);
     std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
     RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB097);
-    EXPECT_EQ(s->count(), 2);  // the header was copied
+    EXPECT_EQ(s->count(), 2);          // the header was copied
     ASSERT_EQ(s->entries_size, 126u);  // the array of the packet before was kept
     EXPECT_EQ(s->rlc_stats_entries[0], 0xB2);
 }
@@ -238,7 +239,9 @@ TEST_F(LogSnapshotStoreTest, WriterAndReaderOnTwoThreads) {
     // The callback's thread replaces arrays while a reader walks them.
     std::atomic<bool> done{false};
     std::thread writer([&] {
-        for (int i = 0; i < 2000; ++i) Deliver(0xB097, StatsPacket(static_cast<uint8_t>(i % 4), (i % 4) * 126, static_cast<uint8_t>(i)));
+        for (int i = 0; i < 2000; ++i)
+            Deliver(0xB097, StatsPacket(static_cast<uint8_t>(i % 4), (i % 4) * 126,
+                                        static_cast<uint8_t>(i)));
         done = true;
     });
     uint64_t sum = 0;

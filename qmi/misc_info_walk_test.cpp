@@ -2,10 +2,9 @@
 // lines, unknown TLVs, the five-TLV cap and the end of the buffer.
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "platform/qnx/slogf.h"
@@ -39,7 +38,7 @@ std::string Text(const char* field, size_t width) {
 }
 
 class MiscInfoWalk : public testing::Test {
-protected:
+  protected:
     // On the heap and alone there, so that a read past its 64 bytes is
     // caught by the sanitizer build instead of landing in `record`.
     std::unique_ptr<uint8_t[]> storage = std::make_unique<uint8_t[]>(kMiscInfoResponseSize);
@@ -50,7 +49,8 @@ protected:
 };
 
 TEST_F(MiscInfoWalk, AllFiveKnownValues) {
-    // result TLV | 10 08 00 "80A1B2C3" | 11 01 00 02 | 12 01 00 06 | 13 05 00 "1.0.4" | 14 09 00 "TAVORA-X1"
+    // result TLV | 10 08 00 "80A1B2C3" | 11 01 00 02 | 12 01 00 06 | 13 05 00 "1.0.4" | 14 09 00
+    // "TAVORA-X1"
     size_t at = PutTlv(response, 7, 0x10, 8, "80A1B2C3", 8);
     at = PutTlv(response, at, 0x11, 1, "\x02", 1);
     at = PutTlv(response, at, 0x12, 1, "\x06", 1);
@@ -71,10 +71,10 @@ TEST_F(MiscInfoWalk, ModelOverTheLimitKeeps32AndLogsIt) {
     PutTlv(response, 7, 0x14, 40, model, 40);
     Walk();
     EXPECT_EQ(std::string(record.model, 32), std::string(model, 32));
-    EXPECT_TRUE(capture.contains(Line(
-        "WARN: qmi_misc_MODEL_VAL exceeds the max recv-buf length: length = %d truncated to "
-        "length = %d",
-        40, 32)))
+    EXPECT_TRUE(capture.contains(
+        Line("WARN: qmi_misc_MODEL_VAL exceeds the max recv-buf length: length = %d truncated to "
+             "length = %d",
+             40, 32)))
         << testing::PrintToString(capture.texts());
 }
 

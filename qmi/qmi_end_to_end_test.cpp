@@ -1,17 +1,16 @@
 // The control channel end to end: ppsd, modemsim and radio_tavora as real
 // processes. Settings go to diag/config, requests to the control server
 // object; modemsim's log shows what the daemon sent.
-#include <signal.h>
-
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <chrono>
 #include <fstream>
 #include <thread>
 
-#include "qmi/qmi_test_support.h"
 #include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
+#include "testsupport/qmi_test_support.h"
 
 namespace {
 
@@ -20,10 +19,12 @@ using rt::test::ChildProcess;
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
 
-std::string Slog(const std::string& text) { return "slog 10000 6 " + text; }
+std::string Slog(const std::string& text) {
+    return "slog 10000 6 " + text;
+}
 
 class ControlChannel : public testing::Test {
-protected:
+  protected:
     // modemsim on sockets of this test, with a scenario patch for "qmi".
     void StartModem(const std::string& qmi_patch = "{}") {
         std::string scenario = dir_.file("scenario.json");
@@ -35,7 +36,8 @@ protected:
     }
     void StartDaemon() {
         DaemonOptions options;
-        options.env = {"QMI_DEVICE=" + qmi_endpoint(), "DIAG_DEVICE=unix:" + dir_.file("diag.sock")};
+        options.env = {"QMI_DEVICE=" + qmi_endpoint(),
+                       "DIAG_DEVICE=unix:" + dir_.file("diag.sock")};
         daemon_ = std::make_unique<DaemonFixture>(options);
         ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
     }
@@ -87,8 +89,8 @@ TEST_F(ControlChannel, BeforeAnyEnsValueTheReportHoldsPlaceholders) {
               "mob_p_rev::No data available!\n"
               "sci::No data available!\n"
               "model::No data available!\n");
-    EXPECT_TRUE(daemon_->daemon().WaitForStderr(Slog(Line(
-        "Get3GPP2Info", "Error in sending & processing get_misc_info_qmi: Error = %d", 22))));
+    EXPECT_TRUE(daemon_->daemon().WaitForStderr(Slog(
+        Line("Get3GPP2Info", "Error in sending & processing get_misc_info_qmi: Error = %d", 22))));
     EXPECT_EQ(modem_->CountInStderr("svc=0xe3"), 0);  // nothing reached the modem
 }
 
@@ -109,7 +111,8 @@ TEST_F(ControlChannel, ModemResetIsPublishedAndClosesTheChannelUntilReopened) {
     // Back in service, still closed until an ENS value opens it again.
     int failures_before = daemon_->daemon().CountInStderr("get_misc_info_qmi: Error = 22");
     daemon_->Request("3gpp2info", "5");
-    EXPECT_EQ(daemon_->daemon().CountInStderr("get_misc_info_qmi: Error = 22"), failures_before + 1);
+    EXPECT_EQ(daemon_->daemon().CountInStderr("get_misc_info_qmi: Error = 22"),
+              failures_before + 1);
 
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::0"}));
     ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=01")) << modem_->Stderr();

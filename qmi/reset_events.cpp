@@ -49,8 +49,8 @@ void radio_tavora_reset_event_rx_hdlr(int event, void* event_info, void* /*user_
             DropVendorQmiClient();
             break;
         case QMI_SYS_EVENT_MODEM_IN_SERVICE_IND:
-            slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-                  "%30s : QMI_SYS_EVENT_MODEM_IN_SERVICE_IND", kName);
+            slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : QMI_SYS_EVENT_MODEM_IN_SERVICE_IND",
+                  kName);
             std::snprintf(state, sizeof state, "%s", "modem is out of reset mode");
             break;
         default:

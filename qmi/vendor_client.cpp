@@ -44,7 +44,9 @@ void DropVendorQmiClient() {
     ++vendor_client_drops;
 }
 
-int QmiLibraryHandle() { return qmi_library_handle; }
+int QmiLibraryHandle() {
+    return qmi_library_handle;
+}
 
 int radio_tavora_qmi_init() {
     if (qmi_library_handle >= 0) return 0;
@@ -139,8 +141,8 @@ void radioTavoraCleanQmi() {
     int status = radio_tavora_vendor_qmi_client_close();
     if (status != 0) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : vendor QMI client is not closed properly: status = %d",
-              "radioTavoraCleanQmi", status);
+              "%30s : vendor QMI client is not closed properly: status = %d", "radioTavoraCleanQmi",
+              status);
     }
     radio_tavora_qmi_release();
 }

@@ -1,19 +1,19 @@
 // The vendor client's life cycle, its requests and the system-event handler,
 // against modemsim's QMI side in this process.
+#include "qmi/vendor_client.h"
+
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 
 #include "platform/qnx/slogf.h"
-#include "qmi/qmi_test_support.h"
 #include "qmi/reset_events.h"
-#include "qmi/vendor_client.h"
 #include "qmi/vendor_requests.h"
+#include "testsupport/qmi_test_support.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ using qmi_test::Modem;
 
 // A pipe standing in for diag/status_data: what the handler writes.
 class StatusPipe {
-public:
+  public:
     StatusPipe() { EXPECT_EQ(::pipe2(fds_, O_CLOEXEC | O_NONBLOCK), 0); }
     ~StatusPipe() {
         ::close(fds_[0]);
@@ -38,7 +38,7 @@ public:
         return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";
     }
 
-private:
+  private:
     int fds_[2] = {-1, -1};
 };
 
@@ -81,9 +81,8 @@ TEST(VendorClientLifeCycle, CloseReleasesTheClientAndLogsTheClearedHandle) {
     SlogCapture capture;
     EXPECT_EQ(radio_tavora_vendor_qmi_client_close(), 0);
     EXPECT_EQ(VendorQmiClient(), 0u);
-    EXPECT_EQ(capture.texts(),
-              std::vector<std::string>{
-                  Line("radio_tavora_vendor_qmi_client_close", "ERROR: QMI client %d released", 0)});
+    EXPECT_EQ(capture.texts(), std::vector<std::string>{Line("radio_tavora_vendor_qmi_client_close",
+                                                             "ERROR: QMI client %d released", 0)});
     EXPECT_EQ(radio_tavora_vendor_qmi_client_close(), 0);  // none left: nothing happens
 }
 
@@ -112,8 +111,8 @@ TEST(VendorClientLifeCycle, NoModemMeansServiceListFailure) {
     EXPECT_TRUE(capture.contains(Line("radio_tavora_vendor_qmi_client_init",
                                       "ERROR: qmi_client_get_service_list returns %d",
                                       QMI_CLIENT_TRANSPORT_ERR)));
-    EXPECT_TRUE(capture.contains(Line("radioTavoraInitializeQmi",
-                                      "vendor QMI client not initialized: status = %d", 22)));
+    EXPECT_TRUE(capture.contains(
+        Line("radioTavoraInitializeQmi", "vendor QMI client not initialized: status = %d", 22)));
     ResetVendorQmiForTest();
     unsetenv("QMI_DEVICE");
 }
@@ -176,8 +175,8 @@ TEST(VendorRequests, EnsIsSentAndRecordsTheStatusFd) {
     EXPECT_EQ(radio_tavora_vendor_set_ens(1, 42), 0);
     EXPECT_EQ(ModemStateFd(), 42);
     EXPECT_EQ(capture.texts(),
-              std::vector<std::string>{Line("radio_tavora_vendor_set_ens",
-                                            "ENS value sent as part of QMI is %x", 1)});
+              std::vector<std::string>{
+                  Line("radio_tavora_vendor_set_ens", "ENS value sent as part of QMI is %x", 1)});
 }
 
 TEST(VendorRequests, RefusedEnsLogsTheModemsError) {
@@ -203,9 +202,9 @@ TEST(VendorRequests, StateRequestsAndTheirRefusals) {
     SlogCapture capture;
     EXPECT_EQ(radio_tavora_vendor_set_evdo_1x_ims_state(response, kQmiMsgSetEvdoState, 1), 22);
     EXPECT_EQ(capture.texts(),
-              std::vector<std::string>{Line("radio_tavora_vendor_set_evdo_1x_ims_state",
-                                            "ERROR: Tavora: %ld STATE QMI response has a Error = %d",
-                                            24L, 3)});
+              std::vector<std::string>{
+                  Line("radio_tavora_vendor_set_evdo_1x_ims_state",
+                       "ERROR: Tavora: %ld STATE QMI response has a Error = %d", 24L, 3)});
 }
 
 TEST(VendorRequests, GetStateRefusalHasItsOwnLine) {
@@ -248,10 +247,10 @@ TEST(VendorRequests, RatMeasurementsOfBothTypes) {
     EXPECT_EQ(b[118] | b[119] << 8, 20);   // active-set cell 1 Ec/Io
     ASSERT_EQ(radio_tavora_vendor_rat_meas_info(&response, kRatTypeLteGeran), 0);
     EXPECT_EQ(b[kRatMeasRatTypeOffset], kRatTypeLteGeran);
-    EXPECT_EQ(b[276], 2);                                           // GERAN groups
-    EXPECT_EQ(b[277], 2);                                           // cells of group 0
-    EXPECT_EQ(b[281], 1);                                           // cell 0 present
-    EXPECT_EQ(b[282], 12);                                          // its BSIC
+    EXPECT_EQ(b[276], 2);                                         // GERAN groups
+    EXPECT_EQ(b[277], 2);                                         // cells of group 0
+    EXPECT_EQ(b[281], 1);                                         // cell 0 present
+    EXPECT_EQ(b[282], 12);                                        // its BSIC
     EXPECT_EQ(static_cast<int16_t>(b[283] | b[284] << 8), -955);  // its RSSI
 }
 
@@ -279,10 +278,11 @@ TEST(ResetEvents, OutOfServiceAfterEnsPublishesAndDropsTheClient) {
     EXPECT_EQ(VendorQmiClient(), 0u);
     MiscInfo record;
     EXPECT_EQ(radio_tavora_vendor_misc_info(&record), 22);
-    EXPECT_EQ(capture.texts(),
-              (std::vector<std::string>{
-                  Line("radio_tavora_reset_event_rx_hdlr", "QMI_SYS_EVENT_MODEM_OUT_OF_SERVICE_IND"),
-                  Line("radio_tavora_vendor_misc_info", "ERROR: QMI port not initialized")}));
+    EXPECT_EQ(
+        capture.texts(),
+        (std::vector<std::string>{
+            Line("radio_tavora_reset_event_rx_hdlr", "QMI_SYS_EVENT_MODEM_OUT_OF_SERVICE_IND"),
+            Line("radio_tavora_vendor_misc_info", "ERROR: QMI port not initialized")}));
 }
 
 TEST(ResetEvents, InServiceBeforeAnyEnsOnlyLogs) {
@@ -290,8 +290,8 @@ TEST(ResetEvents, InServiceBeforeAnyEnsOnlyLogs) {
     SlogCapture capture;
     radio_tavora_reset_event_rx_hdlr(QMI_SYS_EVENT_MODEM_IN_SERVICE_IND, &dummy_info, nullptr);
     EXPECT_EQ(capture.texts(),
-              std::vector<std::string>{Line("radio_tavora_reset_event_rx_hdlr",
-                                            "QMI_SYS_EVENT_MODEM_IN_SERVICE_IND")});
+              std::vector<std::string>{
+                  Line("radio_tavora_reset_event_rx_hdlr", "QMI_SYS_EVENT_MODEM_IN_SERVICE_IND")});
 }
 
 TEST(ResetEvents, NullEventInfoOnlyLogsAndKeepsTheClient) {

@@ -19,7 +19,9 @@ struct RawRequest {
     unsigned length = kQmiRawRequestHeaderLen;
 };
 
-RawRequest NoTlvRequest() { return RawRequest{}; }
+RawRequest NoTlvRequest() {
+    return RawRequest{};
+}
 
 RawRequest OneByteTlvRequest(uint8_t value) {
     RawRequest request;
@@ -42,8 +44,12 @@ int Send(qmi_client_type client, long msg_id, const RawRequest& request, void* r
 uint16_t U16At(const uint8_t* bytes, size_t offset) {
     return static_cast<uint16_t>(bytes[offset] | (bytes[offset + 1] << 8));
 }
-uint16_t ResultField(const uint8_t* response) { return U16At(response, 3); }
-uint16_t ErrorField(const uint8_t* response) { return U16At(response, 5); }
+uint16_t ResultField(const uint8_t* response) {
+    return U16At(response, 3);
+}
+uint16_t ErrorField(const uint8_t* response) {
+    return U16At(response, 5);
+}
 
 // --- misc-information walk -------------------------------------------------
 
@@ -159,8 +165,8 @@ int radio_tavora_vendor_set_ens(uint8_t ens, int32_t fd) {
     static const char* const kName = "radio_tavora_vendor_set_ens";
     qmi_client_type client = VendorQmiClient();
     if (client == 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: Tavora: QMI port not initialized",
-              kName);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : ERROR: Tavora: QMI port not initialized", kName);
         return kEinval;
     }
     SetModemStateFd(fd);
@@ -187,12 +193,12 @@ namespace {
 
 // The exchange both state requests make: the client check, the request,
 // and the send and response failures logged in the caller's words.
-int StateExchange(const char* name, long msg_id, const RawRequest& request,
-                  uint8_t* response, const char* response_error_format) {
+int StateExchange(const char* name, long msg_id, const RawRequest& request, uint8_t* response,
+                  const char* response_error_format) {
     qmi_client_type client = VendorQmiClient();
     if (client == 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: Tavora: QMI port not initialized",
-              name);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : ERROR: Tavora: QMI port not initialized", name);
         return kEinval;
     }
     int rc = Send(client, msg_id, request, response, kStateResponseSize);
@@ -214,13 +220,14 @@ int StateExchange(const char* name, long msg_id, const RawRequest& request,
 
 int radio_tavora_vendor_set_evdo_1x_ims_state(uint8_t* response, long msg_id, uint8_t state) {
     std::memset(response, 0, 4);
-    return StateExchange("radio_tavora_vendor_set_evdo_1x_ims_state", msg_id, OneByteTlvRequest(state),
-                         response, "%30s : ERROR: Tavora: %ld STATE QMI response has a Error = %d");
+    return StateExchange("radio_tavora_vendor_set_evdo_1x_ims_state", msg_id,
+                         OneByteTlvRequest(state), response,
+                         "%30s : ERROR: Tavora: %ld STATE QMI response has a Error = %d");
 }
 
 int radio_tavora_vendor_get_evdo_1x_ims_state(uint8_t* response, long msg_id) {
-    return StateExchange("radio_tavora_vendor_get_evdo_1x_ims_state", msg_id, NoTlvRequest(), response,
-                         "%30s : ERROR: Tavora: %ld response has a Error = %d");
+    return StateExchange("radio_tavora_vendor_get_evdo_1x_ims_state", msg_id, NoTlvRequest(),
+                         response, "%30s : ERROR: Tavora: %ld response has a Error = %d");
 }
 
 int radio_tavora_vendor_rat_meas_info(RatMeasInfoResponse* response, uint8_t rat_type) {
@@ -228,7 +235,8 @@ int radio_tavora_vendor_rat_meas_info(RatMeasInfoResponse* response, uint8_t rat
     std::memset(response->bytes, 0, sizeof response->bytes);
     qmi_client_type client = VendorQmiClient();
     if (client == 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: QMI port not initialized", kName);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: QMI port not initialized",
+              kName);
         return kEinval;
     }
     int rc = Send(client, kQmiMsgRatMeasInfo, OneByteTlvRequest(rat_type), response->bytes,

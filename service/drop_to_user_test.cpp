@@ -1,10 +1,9 @@
 // DropToUser: each case runs in a child process (a changed user cannot be
 // changed back), which reports what it became through its exit status.
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <pwd.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <string>
@@ -22,7 +21,9 @@ struct DropCase {
     std::vector<gid_t> groups;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const DropCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const DropCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 // Exits 0 when the drop succeeded and left exactly these ids, else 1..4.
 void DropAndCheck(const DropCase& c) {
@@ -44,13 +45,13 @@ TEST_P(DropToUserTest, BecomesTheUser) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, DropToUserTest,
-    ::testing::Values(
-        DropCase{"uid_only_keeps_group", "1000", 1000, 0, {}},
-        DropCase{"uid_in_hex", "0x3e8", 1000, 0, {}},
-        DropCase{"uid_in_octal", "01750", 1000, 0, {}},
-        DropCase{"uid_and_gid_clear_supplementary_groups", "1000:1000", 1000, 1000, {}},
-        DropCase{"supplementary_groups", "1000:1000,20,30", 1000, 1000, {20, 30}},
-        DropCase{"user_name", "nobody", 65534, 65534, {65534}}),
+    ::testing::Values(DropCase{"uid_only_keeps_group", "1000", 1000, 0, {}},
+                      DropCase{"uid_in_hex", "0x3e8", 1000, 0, {}},
+                      DropCase{"uid_in_octal", "01750", 1000, 0, {}},
+                      DropCase{
+                          "uid_and_gid_clear_supplementary_groups", "1000:1000", 1000, 1000, {}},
+                      DropCase{"supplementary_groups", "1000:1000,20,30", 1000, 1000, {20, 30}},
+                      DropCase{"user_name", "nobody", 65534, 65534, {65534}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(DropToUserNameTest, UnknownNameFailsWithEinval) {

@@ -38,7 +38,8 @@ int PPSServer::PPSRun() {
     sigdelset(&wait_mask, SIGTERM);
     sigdelset(&wait_mask, SIGINT);
     for (;;) {
-        if (::ppoll(table.get(), count, nullptr, &wait_mask) < 0) continue;  // interrupted: poll again
+        if (::ppoll(table.get(), count, nullptr, &wait_mask) < 0)
+            continue;  // interrupted: poll again
         PPSRunOnce(table.get(), count);
     }
 }

@@ -1,12 +1,11 @@
 // The poll loop, the server read and the reply, with a socketpair in place
 // of the server object (one message per write, like the broker's sockets).
 #include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <climits>
@@ -64,7 +63,7 @@ struct SocketPair {
 };
 
 class PPSLoopTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         events.clear();
         ASSERT_GE(server_pair.ours, 0);

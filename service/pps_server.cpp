@@ -19,7 +19,8 @@ uint32_t PPSHash(const char* name) {
     uint32_t hash = 5381;
     for (const char* c = name; *c != '\0'; ++c) {
         // Characters are signed: a byte of 0x80 or more adds a negative amount.
-        hash = hash * 33 + static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(*c)));
+        hash =
+            hash * 33 + static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(*c)));
     }
     return hash;
 }
@@ -106,9 +107,15 @@ bool PPSServer::RegisterClient(char* object_name) {
         int value = 0;
         if (std::sscanf(dot + 2, "%d", &value) != 1) continue;
         switch (letter) {
-            case 'n': record->node = value; break;
-            case 'p': record->pid = value; break;
-            case 'u': record->uid = value; break;
+            case 'n':
+                record->node = value;
+                break;
+            case 'p':
+                record->pid = value;
+                break;
+            case 'u':
+                record->uid = value;
+                break;
             case 'g':
                 if (!have_gid) {
                     record->gid = value;
@@ -116,12 +123,14 @@ bool PPSServer::RegisterClient(char* object_name) {
                 } else if (record->ngroups < kMaxClientGroups) {
                     record->groups[record->ngroups++] = value;
                 } else {
-                    slogf(kPPSServerLogOpcode, SLOG_ERROR,
-                          "PPSServer::PPSProcess: ngroup count for pid[%d] EXCEEDED, gid[%d] dropped",
-                          record->pid, value);
+                    slogf(
+                        kPPSServerLogOpcode, SLOG_ERROR,
+                        "PPSServer::PPSProcess: ngroup count for pid[%d] EXCEEDED, gid[%d] dropped",
+                        record->pid, value);
                 }
                 break;
-            default: break;  // a field this server does not keep
+            default:
+                break;  // a field this server does not keep
         }
     }
     return true;
@@ -153,7 +162,9 @@ void PPSServer::PPSProcess(char* text) {
             case PPS_OBJECT_CREATED:
                 if (!RegisterClient(info.obj_name)) return;
                 break;
-            case PPS_OBJECT_DELETED: UnregisterClient(info.obj_name); break;
+            case PPS_OBJECT_DELETED:
+                UnregisterClient(info.obj_name);
+                break;
             case PPS_ATTRIBUTE:
                 if (std::strcmp(info.attr_name, "msg") == 0) {
                     msg = info.value;
@@ -163,7 +174,8 @@ void PPSServer::PPSProcess(char* text) {
                     dat = info.value;
                 }
                 break;
-            default: break;  // truncated objects, deleted attributes
+            default:
+                break;  // truncated objects, deleted attributes
         }
     }
 

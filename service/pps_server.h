@@ -48,7 +48,7 @@ struct ClientCredentials {
 uint32_t PPSHash(const char* name);
 
 class PPSServer {
-public:
+  public:
     PPSServer();
     virtual ~PPSServer();
     PPSServer(const PPSServer&) = delete;
@@ -81,10 +81,12 @@ public:
     // Serves an already open descriptor instead of opening the object
     // (tests: one end of a socketpair).
     void PPSUseDescriptor(int32_t fd) { fd_ = fd; }
-    const std::map<uint64_t, std::unique_ptr<ClientCredentials>>& clients() const { return clients_; }
+    const std::map<uint64_t, std::unique_ptr<ClientCredentials>>& clients() const {
+        return clients_;
+    }
     const std::vector<std::unique_ptr<PPSFdWatcher>>& watchers() const { return watchers_; }
 
-private:
+  private:
     // Object-created line: records the client's credentials; false when no
     // record could be allocated (the message is then abandoned).
     bool RegisterClient(char* object_name);

@@ -1,11 +1,10 @@
 // PPSServer on a real broker, in this process: the server object opened
 // through pps_open, clients connecting, requests and replies.
 #include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -30,7 +29,7 @@ void Echo(PPSServer* server, void*, uint64_t client_id, const char* msg, const c
 }
 
 class PPSServerBrokerTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         requests.clear();
         ASSERT_EQ(server.pps_create_server_object(kServerPath), 0);

@@ -28,8 +28,8 @@ std::vector<Call> calls;
 
 void Record(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
             const char* dat) {
-    calls.push_back({server, arg, client_id, msg, id,
-                     dat ? std::optional<std::string>(dat) : std::nullopt});
+    calls.push_back(
+        {server, arg, client_id, msg, id, dat ? std::optional<std::string>(dat) : std::nullopt});
 }
 
 int first_tag = 1;
@@ -37,7 +37,7 @@ int second_tag = 2;
 int default_tag = 3;
 
 class PPSServerTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         calls.clear();
         server.PPSAddCommand("radiostats", Record, &first_tag);
@@ -110,7 +110,9 @@ struct ClientIdCase {
     std::optional<uint64_t> dispatched_to;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const ClientIdCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const ClientIdCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class ClientIdTest : public PPSServerTest, public ::testing::WithParamInterface<ClientIdCase> {};
 
@@ -126,16 +128,15 @@ TEST_P(ClientIdTest, ParsedFromObjectLine) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, ClientIdTest,
-    ::testing::Values(
-        ClientIdCase{"plain", "@control.5", 5},
-        ClientIdCase{"zero_is_no_client", "@control.0", std::nullopt},
-        ClientIdCase{"letters_after_dot", "@control.abc", std::nullopt},
-        ClientIdCase{"no_dot", "@control", std::nullopt},
-        ClientIdCase{"dot_at_end", "@control.", std::nullopt},
-        ClientIdCase{"largest_64_bit", "@control.18446744073709551615", UINT64_MAX},
-        ClientIdCase{"hex_prefix_read_base_0", "@control.0x1f", 31},
-        ClientIdCase{"number_stops_at_non_digit", "@control.12abc", 12},
-        ClientIdCase{"first_dot_decides", "@radio.ctrl.7", std::nullopt}),
+    ::testing::Values(ClientIdCase{"plain", "@control.5", 5},
+                      ClientIdCase{"zero_is_no_client", "@control.0", std::nullopt},
+                      ClientIdCase{"letters_after_dot", "@control.abc", std::nullopt},
+                      ClientIdCase{"no_dot", "@control", std::nullopt},
+                      ClientIdCase{"dot_at_end", "@control.", std::nullopt},
+                      ClientIdCase{"largest_64_bit", "@control.18446744073709551615", UINT64_MAX},
+                      ClientIdCase{"hex_prefix_read_base_0", "@control.0x1f", 31},
+                      ClientIdCase{"number_stops_at_non_digit", "@control.12abc", 12},
+                      ClientIdCase{"first_dot_decides", "@radio.ctrl.7", std::nullopt}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(PPSServerTest, NoObjectLineNoDispatch) {
@@ -159,8 +160,9 @@ TEST_F(PPSServerTest, EmptyTextDoesNothing) {
 }
 
 TEST_F(PPSServerTest, TwoRequestsInOneReadDispatchOnceWithLastValues) {
-    Process("@control.5\nmsg::radiostats\nid::17\ndat::first\n"
-            "@control.9\nmsg::radiostats\nid::18\n");
+    Process(
+        "@control.5\nmsg::radiostats\nid::17\ndat::first\n"
+        "@control.9\nmsg::radiostats\nid::18\n");
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0].client_id, 9u);
     EXPECT_EQ(calls[0].id, "18");

@@ -47,8 +47,8 @@ constexpr ContextObject kRequiredObjects[] = {
      kStatusFlags},
     {&TavoraContext::geran_fd,
      "/pps/services/radioctrl/modem0/diag/status_geran?nopersist,critical", kStatusFlags},
-    {&TavoraContext::cdma_fd,
-     "/pps/services/radioctrl/modem0/diag/status_3gpp2?nopersist,critical", kStatusFlags},
+    {&TavoraContext::cdma_fd, "/pps/services/radioctrl/modem0/diag/status_3gpp2?nopersist,critical",
+     kStatusFlags},
     {&TavoraContext::data_fd, "/pps/services/radioctrl/modem0/diag/status_data?nopersist,critical",
      kStatusFlags},
     {&TavoraContext::config_fd, kConfigObjectPath, O_RDWR},
@@ -111,8 +111,8 @@ void GetHardwareID() {
     pps_decoder_t decoder;
     int status = pps_decoder_initialize(&decoder, nullptr);
     if (status != PPS_DECODER_OK) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pps_decoder_initialize : %d\n",
-              kHardwareIdName, status);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Tavora: Error in pps_decoder_initialize : %d\n", kHardwareIdName, status);
         return;
     }
     status = pps_decoder_parse_pps_str(&decoder, buffer);
@@ -120,8 +120,8 @@ void GetHardwareID() {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : Tavora: Error in pps_decoder_parse_pps_str : %d\n", kHardwareIdName, status);
     } else if ((status = pps_decoder_push(&decoder, nullptr)) != PPS_DECODER_OK) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Error in pps_decoder_push : %d\n",
-              kHardwareIdName, status);
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Tavora: Error in pps_decoder_push : %d\n", kHardwareIdName, status);
     } else {
         const char* value = nullptr;
         status = pps_decoder_get_string(&decoder, "HardwareID", &value);
@@ -152,8 +152,8 @@ void ClearEnsValue(int32_t config_fd) {
 }
 
 void CloseTavoraContext(TavoraContext* context) {
-    int32_t* fields[] = {&context->eutra_fd, &context->utra_fd,  &context->geran_fd,
-                         &context->cdma_fd,  &context->data_fd,  &context->config_fd,
+    int32_t* fields[] = {&context->eutra_fd,   &context->utra_fd, &context->geran_fd,
+                         &context->cdma_fd,    &context->data_fd, &context->config_fd,
                          &context->persist_fd, &context->omadm_fd};
     for (int32_t* field : fields) {
         if (*field != -1) {

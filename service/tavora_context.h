@@ -26,4 +26,3 @@ void GetHardwareID();
 void ClearEnsValue(int32_t config_fd);
 void CloseTavoraContext(TavoraContext* context);
 int DropToUser(const char* user);
-[[noreturn]] void Cleanup(int signal_number);

@@ -3,10 +3,9 @@
 #include "service/tavora_context.h"
 
 #include <fcntl.h>
-#include <unistd.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -21,7 +20,7 @@ namespace {
 using ::testing::HasSubstr;
 
 class TavoraContextTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { hardware_id[0] = '\0'; }
     void TearDown() override { hardware_id[0] = '\0'; }
 };
@@ -88,7 +87,9 @@ struct HardwareCase {
     const char* logged;  // text after "GetHardwareID : ", or nullptr
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const HardwareCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const HardwareCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class HardwareIdTest : public TavoraContextTest,
                        public ::testing::WithParamInterface<HardwareCase> {};
@@ -123,8 +124,10 @@ TEST_P(HardwareIdTest, Reads) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, HardwareIdTest,
     ::testing::Values(
-        HardwareCase{"ten_characters_cut_to_nine", "HardwareID::0x53c0f9e4\n", "0x53c0f9e", nullptr},
-        HardwareCase{"upper_case_kept_as_written", "HardwareID::0X53C0F9E4\n", "0X53C0F9E", nullptr},
+        HardwareCase{"ten_characters_cut_to_nine", "HardwareID::0x53c0f9e4\n", "0x53c0f9e",
+                     nullptr},
+        HardwareCase{"upper_case_kept_as_written", "HardwareID::0X53C0F9E4\n", "0X53C0F9E",
+                     nullptr},
         HardwareCase{"short_id_kept_whole", "HardwareID::0x5\n", "0x5", nullptr},
         HardwareCase{"no_hardware_id_attribute", "Serial::1234\n", "",
                      "Tavora: Error in pps_decoder_get_string to retrieve 'HardwareID' : 3\n"},

@@ -40,11 +40,17 @@ bool WaitForPath(const std::string& path, int timeout_ms) {
 
 }  // namespace
 
-std::string BinPath(const std::string& name) { return std::string(RT_BIN_DIR) + "/" + name; }
+std::string BinPath(const std::string& name) {
+    return std::string(RT_BIN_DIR) + "/" + name;
+}
 
-std::string CapturesDir() { return RT_CAPTURES_DIR; }
+std::string CapturesDir() {
+    return RT_CAPTURES_DIR;
+}
 
-bool HaveCaptures() { return std::filesystem::is_directory(CapturesDir()); }
+bool HaveCaptures() {
+    return std::filesystem::is_directory(CapturesDir());
+}
 
 TempDir::TempDir() {
     const char* base = std::getenv("TMPDIR");
@@ -103,8 +109,12 @@ ChildProcess::~ChildProcess() {
     }
 }
 
-std::string ChildProcess::Stdout() const { return ReadFile(stdout_file_); }
-std::string ChildProcess::Stderr() const { return ReadFile(stderr_file_); }
+std::string ChildProcess::Stdout() const {
+    return ReadFile(stdout_file_);
+}
+std::string ChildProcess::Stderr() const {
+    return ReadFile(stderr_file_);
+}
 
 bool ChildProcess::WaitFor(const std::string& file, const std::string& needle,
                            int timeout_ms) const {
@@ -115,7 +125,8 @@ bool ChildProcess::WaitFor(const std::string& file, const std::string& needle,
         if (!reaped_ && ::waitpid(pid_, nullptr, WNOHANG | WNOWAIT) != 0) {
             // Ended (or gone): one last look at what it wrote.
             siginfo_t info{};
-            if (::waitid(P_PID, pid_, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid_)
+            if (::waitid(P_PID, pid_, &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+                info.si_pid == pid_)
                 return ReadFile(file).find(needle) != std::string::npos;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -171,12 +182,15 @@ PpsBroker::PpsBroker() {
     Start();
 }
 
-PpsBroker::~PpsBroker() { delete process_; }
+PpsBroker::~PpsBroker() {
+    delete process_;
+}
 
 void PpsBroker::Start() {
     ::unlink(socket_.c_str());
     process_ = new ChildProcess({BinPath("ppsd"), "--socket", socket_, "--store", store_});
-    if (!WaitForPath(socket_, 5000)) throw std::runtime_error("ppsd did not start: " + process_->Stderr());
+    if (!WaitForPath(socket_, 5000))
+        throw std::runtime_error("ppsd did not start: " + process_->Stderr());
 }
 
 void PpsBroker::Restart() {

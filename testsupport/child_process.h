@@ -17,7 +17,7 @@ bool HaveCaptures();
 
 // A fresh directory under $TMPDIR (or /tmp), removed with its contents.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -25,12 +25,12 @@ public:
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
 
-private:
+  private:
     std::string path_;
 };
 
 class ChildProcess {
-public:
+  public:
     // Starts argv[0] (a path) with the environment of this process plus
     // `env` ("NAME=value" entries override). Standard output and error go
     // to two files read back by the accessors.
@@ -55,7 +55,7 @@ public:
     // Exit status (0-255), 128 + signal if killed, -1 on time-out.
     int Wait(int timeout_ms = 10000);
 
-private:
+  private:
     bool WaitFor(const std::string& file, const std::string& needle, int timeout_ms) const;
     pid_t pid_ = -1;
     int status_ = -1;
@@ -69,7 +69,7 @@ private:
 // dir. Sets PPS_SOCKET in this process so pps_open reaches it, and
 // env() gives the same for child processes.
 class PpsBroker {
-public:
+  public:
     PpsBroker();
     ~PpsBroker();
     const std::string& socket() const { return socket_; }
@@ -79,7 +79,7 @@ public:
     // Stops the broker (SIGTERM) and starts it again on the same store.
     void Restart();
 
-private:
+  private:
     void Start();
     TempDir dir_;
     std::string socket_;

@@ -23,12 +23,16 @@ namespace rt::test {
 // Objects as a client names them (no options).
 inline constexpr const char* kConfigObject = "/pps/services/radioctrl/modem0/diag/config";
 inline constexpr const char* kControlObject = "/pps/services/radioctrl/modem0/diag/control";
-inline constexpr const char* kStatusEutraObject = "/pps/services/radioctrl/modem0/diag/status_eutra";
+inline constexpr const char* kStatusEutraObject =
+    "/pps/services/radioctrl/modem0/diag/status_eutra";
 inline constexpr const char* kStatusUtraObject = "/pps/services/radioctrl/modem0/diag/status_utra";
-inline constexpr const char* kStatusGeranObject = "/pps/services/radioctrl/modem0/diag/status_geran";
-inline constexpr const char* kStatus3gpp2Object = "/pps/services/radioctrl/modem0/diag/status_3gpp2";
+inline constexpr const char* kStatusGeranObject =
+    "/pps/services/radioctrl/modem0/diag/status_geran";
+inline constexpr const char* kStatus3gpp2Object =
+    "/pps/services/radioctrl/modem0/diag/status_3gpp2";
 inline constexpr const char* kStatusDataObject = "/pps/services/radioctrl/modem0/diag/status_data";
-inline constexpr const char* kStatusPersistentObject = "/pps/services/radioctrl/modem0/status_persistent";
+inline constexpr const char* kStatusPersistentObject =
+    "/pps/services/radioctrl/modem0/status_persistent";
 inline constexpr const char* kDeviceInfoObject = "/pps/system/nvram/deviceinfo";
 inline constexpr const char* kOmadmControlObject = "/pps/services/omadm/radio/control";
 inline constexpr const char* kRadioControlObject = "/pps/services/radioctrl/modem0/control";
@@ -57,7 +61,7 @@ struct DaemonOptions {
 
 // A client connection to one PPS object, kept open between calls.
 class PpsClientConnection {
-public:
+  public:
     // Opens `path` (options allowed) read-write; ok() tells whether it did.
     explicit PpsClientConnection(const std::string& path, int flags = -1);
     ~PpsClientConnection();
@@ -71,12 +75,12 @@ public:
     // Waits up to timeout_ms for something to read and returns it ("" on time-out).
     std::string Read(int timeout_ms);
 
-private:
+  private:
     int fd_ = -1;
 };
 
 class DaemonFixture {
-public:
+  public:
     explicit DaemonFixture(DaemonOptions options = {});
     ~DaemonFixture();
     DaemonFixture(const DaemonFixture&) = delete;
@@ -109,7 +113,7 @@ public:
     // Sends a signal and returns the exit status (-1 on time-out).
     int Stop(int signal_number, int timeout_ms = 10000);
 
-private:
+  private:
     DaemonOptions options_;
     std::unique_ptr<PpsBroker> broker_;
     std::unique_ptr<ChildProcess> daemon_;

@@ -65,7 +65,9 @@ std::vector<uint8_t> DiagLogPacketBody(const std::vector<uint8_t>& record,
     return body;
 }
 
-uint64_t DiagTimestampMs(uint64_t ms) { return (ms * 4 / 5) << 16; }
+uint64_t DiagTimestampMs(uint64_t ms) {
+    return (ms * 4 / 5) << 16;
+}
 
 DiagCaptureBuilder& DiagCaptureBuilder::Log(uint16_t code, const std::vector<uint8_t>& payload,
                                             uint64_t timestamp,
@@ -103,7 +105,8 @@ DiagCaptureBuilder& DiagCaptureBuilder::Raw(const std::vector<uint8_t>& bytes) {
 
 bool DiagCaptureBuilder::WriteTo(const std::string& path) const {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes_.data()), static_cast<std::streamsize>(bytes_.size()));
+    out.write(reinterpret_cast<const char*>(bytes_.data()),
+              static_cast<std::streamsize>(bytes_.size()));
     return static_cast<bool>(out);
 }
 

@@ -30,7 +30,7 @@ std::vector<uint8_t> DiagLogPacketBody(const std::vector<uint8_t>& record,
 uint64_t DiagTimestampMs(uint64_t ms);
 
 class DiagCaptureBuilder {
-public:
+  public:
     DiagCaptureBuilder& Log(uint16_t code, const std::vector<uint8_t>& payload,
                             uint64_t timestamp = 0,
                             std::optional<uint32_t> subscription = std::nullopt);
@@ -48,7 +48,7 @@ public:
     size_t frames() const { return frames_; }
     bool WriteTo(const std::string& path) const;
 
-private:
+  private:
     std::vector<uint8_t> bytes_;
     size_t frames_ = 0;
 };

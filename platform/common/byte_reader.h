@@ -14,7 +14,7 @@
 namespace rt {
 
 class ByteReader {
-public:
+  public:
     explicit ByteReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
 
     size_t position() const { return position_; }
@@ -45,7 +45,7 @@ public:
     }
     std::span<const uint8_t> Rest() { return Take(remaining()); }
 
-private:
+  private:
     template <class T>
     bool Read(T* value) {
         if (remaining() < sizeof(T)) return false;
@@ -64,8 +64,14 @@ template <class T>
 void PutLittleEndian(std::vector<uint8_t>* out, T value) {
     for (size_t i = 0; i < sizeof(T); ++i) out->push_back(static_cast<uint8_t>(value >> (8 * i)));
 }
-inline void PutU16(std::vector<uint8_t>* out, uint16_t value) { PutLittleEndian(out, value); }
-inline void PutU32(std::vector<uint8_t>* out, uint32_t value) { PutLittleEndian(out, value); }
-inline void PutU64(std::vector<uint8_t>* out, uint64_t value) { PutLittleEndian(out, value); }
+inline void PutU16(std::vector<uint8_t>* out, uint16_t value) {
+    PutLittleEndian(out, value);
+}
+inline void PutU32(std::vector<uint8_t>* out, uint32_t value) {
+    PutLittleEndian(out, value);
+}
+inline void PutU64(std::vector<uint8_t>* out, uint64_t value) {
+    PutLittleEndian(out, value);
+}
 
 }  // namespace rt

@@ -94,7 +94,7 @@ std::unique_ptr<DiagConnection> DiagConnection::Open(const DiagSource& source, i
             break;
         case DiagSource::Kind::kFile: {
             int fd = ::open(source.path.c_str(), O_RDONLY | O_CLOEXEC);
-            struct stat st{};
+            struct stat st {};
             if (fd < 0 || ::fstat(fd, &st) != 0) {
                 *error = errno;
                 if (fd >= 0) ::close(fd);
@@ -191,9 +191,9 @@ int DiagConnection::SetLogMask(uint32_t equipment_id, uint32_t last_item,
     if (!WriteAll(fd_, frame.data(), frame.size(), &error)) return error;
 
     std::unique_lock<std::mutex> hold(mutex_);
-    bool answered = changed_.wait_for(hold, std::chrono::milliseconds(KORA_DMC_RESPONSE_TIMEOUT_MS), [&] {
-        return response_.has_value() || transport_lost_ || stopping_.load();
-    });
+    bool answered = changed_.wait_for(
+        hold, std::chrono::milliseconds(KORA_DMC_RESPONSE_TIMEOUT_MS),
+        [&] { return response_.has_value() || transport_lost_ || stopping_.load(); });
     if (!answered || !response_) return transport_lost_ ? EPIPE : ETIMEDOUT;
     *status = response_->status;
     return response_->status == 0 ? 0 : EIO;

@@ -29,7 +29,7 @@ inline constexpr int kReplayMaxGapMs = 1000;
 inline constexpr int kReplayLoopPauseMs = 100;
 
 class DiagConnection {
-public:
+  public:
     // Opens the source; nullptr with *error set when it cannot.
     static std::unique_ptr<DiagConnection> Open(const DiagSource& source, int* error);
     ~DiagConnection();
@@ -45,7 +45,7 @@ public:
     bool Stop();
     kora_dmc_stats Stats() const;
 
-private:
+  private:
     explicit DiagConnection(const DiagSource& source);
     static void Deliver(void* self, uint16_t code, std::span<const uint8_t> record);
     void OnConfigFrame(std::span<const uint8_t> body);

@@ -15,7 +15,8 @@ DiagFrame ParseLogPacket(std::span<const uint8_t> body) {
     DiagFrame frame;
     ByteReader in(body);
     uint16_t length = 0;
-    if (!in.Skip(2) /* command, "more" */ || !in.U16(&length) || in.remaining() < kLogRecordHeaderSize) {
+    if (!in.Skip(2) /* command, "more" */ || !in.U16(&length) ||
+        in.remaining() < kLogRecordHeaderSize) {
         frame.kind = DiagFrameKind::kMalformed;
         return frame;
     }
@@ -48,7 +49,8 @@ DiagFrame ParseDiagFrame(std::span<const uint8_t> body) {
             frame.kind = DiagFrameKind::kLogConfig;
             return frame;
         case kDiagCustomMarker:
-            if (body.size() >= 2 && body[1] == kDiagCustomMarker) frame.kind = DiagFrameKind::kMarker;
+            if (body.size() >= 2 && body[1] == kDiagCustomMarker)
+                frame.kind = DiagFrameKind::kMarker;
             return frame;
         default:
             return frame;
@@ -69,7 +71,9 @@ uint64_t LogRecordTimestamp(std::span<const uint8_t> record) {
     return timestamp;
 }
 
-double LogTimestampMs(uint64_t timestamp) { return static_cast<double>(timestamp >> 16) * 1.25; }
+double LogTimestampMs(uint64_t timestamp) {
+    return static_cast<double>(timestamp >> 16) * 1.25;
+}
 
 std::vector<uint8_t> BuildLogRecord(uint16_t code, uint64_t timestamp,
                                     std::span<const uint8_t> payload) {
@@ -110,8 +114,9 @@ std::optional<LogConfigSetMask> ParseLogConfigSetMask(std::span<const uint8_t> b
     uint8_t command = 0;
     uint32_t operation = 0;
     LogConfigSetMask out;
-    if (!in.U8(&command) || command != kDiagLogConfigCommand || !in.Skip(3) || !in.U32(&operation) ||
-        operation != kLogConfigSetMask || !in.U32(&out.equipment_id) || !in.U32(&out.last_item))
+    if (!in.U8(&command) || command != kDiagLogConfigCommand || !in.Skip(3) ||
+        !in.U32(&operation) || operation != kLogConfigSetMask || !in.U32(&out.equipment_id) ||
+        !in.U32(&out.last_item))
         return std::nullopt;
     auto mask = in.Rest();
     out.mask.assign(mask.begin(), mask.end());
@@ -131,8 +136,8 @@ std::optional<LogConfigResponse> ParseLogConfigResponse(std::span<const uint8_t>
     ByteReader in(body);
     uint8_t command = 0;
     LogConfigResponse out;
-    if (!in.U8(&command) || command != kDiagLogConfigCommand || !in.Skip(3) || !in.U32(&out.operation) ||
-        !in.U32(&out.status))
+    if (!in.U8(&command) || command != kDiagLogConfigCommand || !in.Skip(3) ||
+        !in.U32(&out.operation) || !in.U32(&out.status))
         return std::nullopt;
     // The echoed equipment id and last item may be missing: zeros then.
     if (in.U32(&out.equipment_id)) in.U32(&out.last_item);

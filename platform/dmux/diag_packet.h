@@ -35,8 +35,8 @@ enum class DiagFrameKind {
 
 struct DiagFrame {
     DiagFrameKind kind = DiagFrameKind::kOther;
-    bool wrapped = false;        // came inside a multi-SIM wrapper
-    uint32_t subscription = 0;   // the wrapper's subscription id
+    bool wrapped = false;       // came inside a multi-SIM wrapper
+    uint32_t subscription = 0;  // the wrapper's subscription id
     uint16_t log_code = 0;
     // The log record (12-byte header then payload), cut to what the frame holds.
     std::span<const uint8_t> record;

@@ -50,7 +50,8 @@ TEST(ParseDiagFrame, ShortLogPacketIsMalformed) {
 }
 
 TEST(ParseDiagFrame, OtherKindsAreSkipped) {
-    EXPECT_EQ(dmux::ParseDiagFrame(Bytes{0xEE, 0xEE, 5, 0, 0, 0}).kind, dmux::DiagFrameKind::kMarker);
+    EXPECT_EQ(dmux::ParseDiagFrame(Bytes{0xEE, 0xEE, 5, 0, 0, 0}).kind,
+              dmux::DiagFrameKind::kMarker);
     EXPECT_EQ(dmux::ParseDiagFrame(Bytes{0x92, 1, 2}).kind, dmux::DiagFrameKind::kOther);
     EXPECT_EQ(dmux::ParseDiagFrame(Bytes{0x79, 1, 2}).kind, dmux::DiagFrameKind::kOther);
     EXPECT_EQ(dmux::ParseDiagFrame(Bytes{0x73, 0, 0, 0}).kind, dmux::DiagFrameKind::kLogConfig);
@@ -78,8 +79,9 @@ TEST(LogConfig, SetMaskCommandLayout) {
 
 TEST(LogConfig, MalformedSetMask) {
     EXPECT_FALSE(dmux::ParseLogConfigSetMask(Bytes{0x73, 0, 0, 0, 3, 0, 0, 0, 7}).has_value());
-    EXPECT_FALSE(dmux::ParseLogConfigSetMask(Bytes{0x73, 0, 0, 0, 1, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0})
-                     .has_value());  // operation 1 is not set-mask
+    EXPECT_FALSE(
+        dmux::ParseLogConfigSetMask(Bytes{0x73, 0, 0, 0, 1, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0})
+            .has_value());  // operation 1 is not set-mask
     EXPECT_FALSE(dmux::ParseLogConfigResponse(Bytes{0x73, 0, 0}).has_value());
 }
 

@@ -6,14 +6,17 @@ namespace dmux {
 
 namespace {
 
-bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+bool StartsWith(const std::string& text, const char* prefix) {
+    return text.rfind(prefix, 0) == 0;
+}
 
 // "pace=real&loop=1": sets the options, false on anything unknown.
 bool ParseFileOptions(const std::string& query, DiagSource* source) {
     size_t at = 0;
     while (at <= query.size()) {
         size_t amp = query.find('&', at);
-        std::string item = query.substr(at, amp == std::string::npos ? std::string::npos : amp - at);
+        std::string item =
+            query.substr(at, amp == std::string::npos ? std::string::npos : amp - at);
         if (item == "pace=real") {
             source->pace_real = true;
         } else if (item == "pace=fast") {

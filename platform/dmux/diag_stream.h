@@ -14,17 +14,17 @@
 namespace dmux {
 
 struct DiagStreamStats {
-    uint64_t log_packets = 0;   // good log frames, wrapped or not
-    uint64_t wrapped = 0;       // of those, inside a multi-SIM wrapper
-    uint64_t delivered = 0;     // passed the mask
-    uint64_t log_config = 0;    // 0x73 frames
-    uint64_t markers = 0;       // 0xEE EE frames
-    uint64_t other = 0;         // any other kind of frame
-    uint64_t malformed = 0;     // log frames too short for a record header
+    uint64_t log_packets = 0;  // good log frames, wrapped or not
+    uint64_t wrapped = 0;      // of those, inside a multi-SIM wrapper
+    uint64_t delivered = 0;    // passed the mask
+    uint64_t log_config = 0;   // 0x73 frames
+    uint64_t markers = 0;      // 0xEE EE frames
+    uint64_t other = 0;        // any other kind of frame
+    uint64_t malformed = 0;    // log frames too short for a record header
 };
 
 class DiagStream {
-public:
+  public:
     using RecordSink = void (*)(void* context, uint16_t code, std::span<const uint8_t> record);
     using ConfigSink = std::function<void(std::span<const uint8_t> body)>;
 
@@ -33,10 +33,13 @@ public:
 
     void SetConfigSink(ConfigSink sink) { config_sink_ = std::move(sink); }
     // Called with every good log record before the mask (counts, tests).
-    void SetObserver(std::function<void(const DiagFrame&)> observer) { observer_ = std::move(observer); }
+    void SetObserver(std::function<void(const DiagFrame&)> observer) {
+        observer_ = std::move(observer);
+    }
 
     void Feed(std::span<const uint8_t> bytes) {
-        deframer_.Feed(bytes.data(), bytes.size(), [this](std::span<const uint8_t> body) { OnFrame(body); });
+        deframer_.Feed(bytes.data(), bytes.size(),
+                       [this](std::span<const uint8_t> body) { OnFrame(body); });
     }
     void Finish() { deframer_.Finish(); }
 
@@ -46,7 +49,7 @@ public:
     // Handles one deframed body (also used for frames found another way).
     void OnFrame(std::span<const uint8_t> body);
 
-private:
+  private:
     const LogCodeMask* mask_;
     RecordSink sink_;
     void* context_;

@@ -33,17 +33,17 @@ void HdlcEncode(std::span<const uint8_t> body, std::vector<uint8_t>* out);
 std::vector<uint8_t> HdlcEncode(std::span<const uint8_t> body);
 
 struct HdlcStats {
-    uint64_t good = 0;         // CRC checked, delivered
-    uint64_t bad_crc = 0;      // CRC mismatch (includes frames cut short and run into the next)
-    uint64_t too_short = 0;    // fewer than 3 bytes between flags
-    uint64_t stray_escape = 0; // 0x7D right before the flag
-    uint64_t oversize = 0;     // longer than kMaxHdlcFrame
-    uint64_t truncated = 0;    // bytes left without a closing flag at Finish()
+    uint64_t good = 0;          // CRC checked, delivered
+    uint64_t bad_crc = 0;       // CRC mismatch (includes frames cut short and run into the next)
+    uint64_t too_short = 0;     // fewer than 3 bytes between flags
+    uint64_t stray_escape = 0;  // 0x7D right before the flag
+    uint64_t oversize = 0;      // longer than kMaxHdlcFrame
+    uint64_t truncated = 0;     // bytes left without a closing flag at Finish()
     uint64_t bad() const { return bad_crc + too_short + stray_escape + oversize; }
 };
 
 class HdlcDeframer {
-public:
+  public:
     HdlcDeframer() : scratch_(kMaxHdlcFrame), pending_() { pending_.reserve(2 * kMaxHdlcFrame); }
 
     // Calls on_frame(std::span<const uint8_t> body) for each good frame completed by
@@ -58,7 +58,7 @@ public:
 
     const HdlcStats& stats() const { return stats_; }
 
-private:
+  private:
     template <class OnFrame>
     void Frame(const uint8_t* data, size_t length, OnFrame& on_frame);
     void AddPending(const uint8_t* data, size_t length);

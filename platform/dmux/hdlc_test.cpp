@@ -19,7 +19,9 @@ struct Collected {
 Collected Deframe(const Bytes& stream, size_t piece = 0) {
     dmux::HdlcDeframer deframer;
     Collected out;
-    auto sink = [&](std::span<const uint8_t> body) { out.frames.emplace_back(body.begin(), body.end()); };
+    auto sink = [&](std::span<const uint8_t> body) {
+        out.frames.emplace_back(body.begin(), body.end());
+    };
     if (piece == 0) piece = stream.size() == 0 ? 1 : stream.size();
     for (size_t at = 0; at < stream.size(); at += piece)
         deframer.Feed(stream.data() + at, std::min(piece, stream.size() - at), sink);
@@ -52,7 +54,8 @@ TEST(HdlcEncode, EscapesFlagAndEscapeBytes) {
 }
 
 TEST(HdlcDeframer, RoundTripsFramesWithEscapesWhateverThePieceSize) {
-    std::vector<Bytes> bodies = {{0x10, 0x00, 0x7E, 0x7D}, {0x7D}, {0x7E, 0x7E, 0x7E}, Bytes(1000, 0x7D)};
+    std::vector<Bytes> bodies = {
+        {0x10, 0x00, 0x7E, 0x7D}, {0x7D}, {0x7E, 0x7E, 0x7E}, Bytes(1000, 0x7D)};
     Bytes stream;
     for (const auto& b : bodies) dmux::HdlcEncode(b, &stream);
     for (size_t piece : {0, 1, 2, 3, 7, 64}) {
@@ -115,7 +118,7 @@ TEST(HdlcDeframer, GarbageBetweenFramesIsOneBadFrameAndEmptyFramesAreNothing) {
     dmux::HdlcEncode(Bytes{0x01}, &stream);
     Bytes garbage = {0x13, 0x37, 0xC0, 0xFF, 0xEE, 0x7E};
     stream.insert(stream.end(), garbage.begin(), garbage.end());
-    stream.push_back(0x7E);  // two flags in a row
+    stream.push_back(0x7E);                     // two flags in a row
     stream.insert(stream.end(), {0x55, 0x7E});  // one byte between flags
     dmux::HdlcEncode(Bytes{0x02}, &stream);
     auto got = Deframe(stream);

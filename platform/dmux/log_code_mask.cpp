@@ -7,7 +7,8 @@ void LogCodeMask::SetEquipment(uint32_t equipment_id, uint32_t last_item,
     if (equipment_id >= kEquipmentIds) return;
     uint32_t last = last_item & 0xFFF;
     for (uint32_t item = 0; item < kItems; ++item) {
-        bool on = item <= last && (item >> 3) < mask.size() && ((mask[item >> 3] >> (item & 7)) & 1);
+        bool on =
+            item <= last && (item >> 3) < mask.size() && ((mask[item >> 3] >> (item & 7)) & 1);
         Enable(static_cast<uint16_t>(equipment_id << 12 | item), on);
     }
 }

@@ -14,7 +14,7 @@
 namespace dmux {
 
 class LogCodeMask {
-public:
+  public:
     static constexpr int kEquipmentIds = 16;
     static constexpr int kItems = 4096;
 
@@ -29,7 +29,7 @@ public:
     }
     bool Any() const;
 
-private:
+  private:
     std::atomic<uint64_t> words_[kEquipmentIds * kItems / 64] = {};
 };
 

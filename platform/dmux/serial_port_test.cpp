@@ -2,15 +2,14 @@
 // modem's port: the library opens its slave side as DIAG_DEVICE (raw line
 // settings and all), and the test plays the modem on the master side.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -52,8 +51,9 @@ std::optional<dmux::LogConfigSetMask> AnswerOneMaskCommand(int master) {
         });
     }
     if (request) {
-        WriteAll(master, dmux::HdlcEncode(dmux::BuildLogConfigResponse(
-                             {dmux::kLogConfigSetMask, 0, request->equipment_id, request->last_item})));
+        WriteAll(master,
+                 dmux::HdlcEncode(dmux::BuildLogConfigResponse(
+                     {dmux::kLogConfigSetMask, 0, request->equipment_id, request->last_item})));
     }
     return request;
 }
@@ -92,7 +92,8 @@ TEST(DiagSerialPort, MaskCommandIsAnsweredAndOnlyEnabledCodesAreDelivered) {
     // 0x4126 is not enabled and comes first; 0x4125 behind it must be the
     // only packet delivered.
     auto frame = [](uint16_t code, uint8_t state) {
-        return dmux::HdlcEncode(dmux::BuildLogPacketBody(dmux::BuildLogRecord(code, 0, std::vector<uint8_t>{state})));
+        return dmux::HdlcEncode(
+            dmux::BuildLogPacketBody(dmux::BuildLogRecord(code, 0, std::vector<uint8_t>{state})));
     };
     ASSERT_TRUE(WriteAll(master, frame(0x4126, 1)));
     ASSERT_TRUE(WriteAll(master, frame(0x4125, 3)));

@@ -50,7 +50,8 @@ int ConnectBroker(bool cloexec) {
 // Sends `request` and reads the answer into `answer`; returns the errno the
 // broker answered (0 success), or our own errno when the exchange failed.
 int Exchange(int fd, const std::string& request, std::string* answer) {
-    if (::send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size()))
+    if (::send(fd, request.data(), request.size(), MSG_NOSIGNAL) !=
+        static_cast<ssize_t>(request.size()))
         return errno != 0 ? errno : EIO;
     std::string buffer(pps_wire::kMaxMessage, '\0');
     ssize_t n;
@@ -148,13 +149,17 @@ std::string pps_socket_path() {
     return env != nullptr && *env != '\0' ? std::string(env) : std::string(kPpsDefaultSocket);
 }
 
-int pps_open(const char* path, int flags, mode_t mode) { return OpenWithExtras(path, flags, mode, 0); }
+int pps_open(const char* path, int flags, mode_t mode) {
+    return OpenWithExtras(path, flags, mode, 0);
+}
 
 int pps_open_client(const char* path, int flags) {
     return OpenWithExtras(path, flags, 0, pps_wire::kOpenExtraRequireServer);
 }
 
-int pps_unlink(const char* path) { return OneShot(pps_wire::kUnlinkVerb, path, nullptr); }
+int pps_unlink(const char* path) {
+    return OneShot(pps_wire::kUnlinkVerb, path, nullptr);
+}
 
 bool pps_exists(const char* path) {
     int saved = errno;

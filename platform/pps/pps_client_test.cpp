@@ -2,10 +2,9 @@
 #include "platform/pps/pps_client.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -27,7 +26,7 @@ TEST(PpsSocketPath, EnvironmentElseDefault) {
 }
 
 class PpsClientTest : public ::testing::Test {
-protected:
+  protected:
     rt::test::PpsBroker broker_;
 };
 
@@ -73,7 +72,8 @@ TEST_F(PpsClientTest, OptionsDoNotTakePartInLookup) {
 }
 
 TEST_F(PpsClientTest, ListShowsObjectsAndDirectories) {
-    for (const char* path : {"/pps/l/b", "/pps/l/a/x", "/pps/l/a/y"}) ::close(pps_open(path, O_RDWR | O_CREAT, 0644));
+    for (const char* path : {"/pps/l/b", "/pps/l/a/x", "/pps/l/a/y"})
+        ::close(pps_open(path, O_RDWR | O_CREAT, 0644));
     std::vector<std::string> entries;
     ASSERT_EQ(pps_list("/pps/l", &entries), 0);
     EXPECT_EQ(entries, (std::vector<std::string>{"a/", "b"}));

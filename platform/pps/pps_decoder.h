@@ -32,14 +32,14 @@ enum pps_decoder_error_t {
 };
 
 enum pps_node_type_t {
-    PPS_TYPE_NONE = 0,    // no such element (also: past the end of an array)
+    PPS_TYPE_NONE = 0,  // no such element (also: past the end of an array)
     PPS_TYPE_NULL,
     PPS_TYPE_BOOL,
     PPS_TYPE_NUMBER,
     PPS_TYPE_STRING,
     PPS_TYPE_ARRAY,
     PPS_TYPE_OBJECT,
-    PPS_TYPE_DELETED,     // "-name" in the text
+    PPS_TYPE_DELETED,  // "-name" in the text
     PPS_TYPE_UNKNOWN,
 };
 
@@ -62,7 +62,8 @@ pps_decoder_error_t pps_decoder_pop(pps_decoder_t* decoder);
 
 // A null name reads the next element of the current array (or object); the
 // element is taken even when its type is wrong, so a loop always moves on.
-pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* name, const char** value);
+pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* name,
+                                           const char** value);
 pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name, int* value);
 pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const char* name, int64_t* value);
 pps_decoder_error_t pps_decoder_get_double(pps_decoder_t* decoder, const char* name, double* value);

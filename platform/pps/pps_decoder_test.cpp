@@ -205,7 +205,9 @@ struct MalformedCase {
     std::string text;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const MalformedCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const MalformedCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class PpsDecoderMalformed : public ::testing::TestWithParam<MalformedCase> {};
 

@@ -22,9 +22,9 @@
 enum pps_encoder_error_t {
     PPS_ENCODER_OK = 0,
     PPS_ENCODER_NO_MEMORY,
-    PPS_ENCODER_BAD_NESTING,       // end without start, or a name missing or unusable
-                                   // (top-level names hold no ':' and no newline)
-    PPS_ENCODER_INVALID_VALUE,     // e.g. a non-finite double, JSON text that does not parse
+    PPS_ENCODER_BAD_NESTING,    // end without start, or a name missing or unusable
+                                // (top-level names hold no ':' and no newline)
+    PPS_ENCODER_INVALID_VALUE,  // e.g. a non-finite double, JSON text that does not parse
 };
 
 struct pps_encoder_impl;
@@ -42,7 +42,8 @@ pps_encoder_error_t pps_encoder_end_object(pps_encoder_t* encoder);
 pps_encoder_error_t pps_encoder_start_array(pps_encoder_t* encoder, const char* name);
 pps_encoder_error_t pps_encoder_end_array(pps_encoder_t* encoder);
 
-pps_encoder_error_t pps_encoder_add_string(pps_encoder_t* encoder, const char* name, const char* value);
+pps_encoder_error_t pps_encoder_add_string(pps_encoder_t* encoder, const char* name,
+                                           const char* value);
 pps_encoder_error_t pps_encoder_add_int(pps_encoder_t* encoder, const char* name, int32_t value);
 pps_encoder_error_t pps_encoder_add_int64(pps_encoder_t* encoder, const char* name, int64_t value);
 pps_encoder_error_t pps_encoder_add_double(pps_encoder_t* encoder, const char* name, double value);
@@ -50,7 +51,8 @@ pps_encoder_error_t pps_encoder_add_bool(pps_encoder_t* encoder, const char* nam
 pps_encoder_error_t pps_encoder_add_null(pps_encoder_t* encoder, const char* name);
 // `json` is JSON text, written as is under the "json" encoding (top level)
 // or embedded as a value (inside an object or array).
-pps_encoder_error_t pps_encoder_add_json(pps_encoder_t* encoder, const char* name, const char* json);
+pps_encoder_error_t pps_encoder_add_json(pps_encoder_t* encoder, const char* name,
+                                         const char* json);
 // Renders "-name\n".
 pps_encoder_error_t pps_encoder_delete_attribute(pps_encoder_t* encoder, const char* name);
 

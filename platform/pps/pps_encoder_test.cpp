@@ -31,7 +31,9 @@ struct ExactCase {
     const char* expected;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const ExactCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const ExactCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class PpsEncoderExact : public ::testing::TestWithParam<ExactCase> {};
 
@@ -222,7 +224,9 @@ struct MisuseCase {
     Calls calls;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const MisuseCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const MisuseCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class PpsEncoderMisuse : public ::testing::TestWithParam<MisuseCase> {};
 

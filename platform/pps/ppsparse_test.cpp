@@ -44,7 +44,9 @@ struct KindCase {
     Line expected;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const KindCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const KindCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class PpsParseKind : public ::testing::TestWithParam<KindCase> {};
 

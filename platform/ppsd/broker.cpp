@@ -27,8 +27,12 @@ constexpr int kNeedWrite = 2;
 // comes next pass, and a request costs no extra recv that finds nothing.
 constexpr int kReadsPerWake = 1;
 
-iovec Iov(const void* data, size_t length) { return iovec{const_cast<void*>(data), length}; }
-iovec Iov(const std::string& text) { return Iov(text.data(), text.size()); }
+iovec Iov(const void* data, size_t length) {
+    return iovec{const_cast<void*>(data), length};
+}
+iovec Iov(const std::string& text) {
+    return Iov(text.data(), text.size());
+}
 
 struct OpenOptions {
     bool delta = false, wait = false, server = false, nopersist = false, critical = false;
@@ -56,7 +60,9 @@ bool ParseOptions(std::string_view text, OpenOptions* out) {
     return true;
 }
 
-bool IsPpsRoot(const std::string& path) { return path == "/" || path == "/pps"; }
+bool IsPpsRoot(const std::string& path) {
+    return path == "/" || path == "/pps";
+}
 
 }  // namespace
 
@@ -95,12 +101,15 @@ struct Broker::Conn {
     size_t dropped = 0;
 };
 
-Broker::Broker(BrokerOptions options) : options_(std::move(options)), buffer_(pps_wire::kMaxMessage + 1) {
+Broker::Broker(BrokerOptions options)
+    : options_(std::move(options)), buffer_(pps_wire::kMaxMessage + 1) {
     if (!options_.store_dir.empty()) store_ = std::make_unique<ObjectStore>(options_.store_dir);
     if (options_.queue_cap == 0) options_.queue_cap = 1;
 }
 
-Broker::~Broker() { Shutdown(); }
+Broker::~Broker() {
+    Shutdown();
+}
 
 void Broker::Log(const std::string& text) const {
     if (options_.log) options_.log(text);
@@ -131,7 +140,8 @@ int Broker::Start(std::string* error) {
         sockaddr_un live{};
         live.sun_family = AF_UNIX;
         std::memcpy(live.sun_path, options_.socket_path.c_str(), options_.socket_path.size() + 1);
-        bool running = probe >= 0 && ::connect(probe, reinterpret_cast<sockaddr*>(&live), sizeof live) == 0;
+        bool running =
+            probe >= 0 && ::connect(probe, reinterpret_cast<sockaddr*>(&live), sizeof live) == 0;
         if (probe >= 0) ::close(probe);
         if (running) {
             *error = "a broker already listens on " + options_.socket_path;
@@ -241,7 +251,8 @@ void Broker::Accept() {
 
 void Broker::OnReadable(Conn* conn) {
     for (int round = 0; round < kReadsPerWake && !conn->dead; ++round) {
-        ssize_t n = ::recv(conn->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
+        ssize_t n =
+            ::recv(conn->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
         if (n < 0) {
             // ECONNRESET: the peer closed with messages of ours unread; the
             // error is reported once, and what it wrote before comes next.
@@ -277,7 +288,8 @@ void Broker::DrainEstablished(Conn* except) {
         Conn* other = conns_[i].get();
         if (other == except || other->dead || other->role == Conn::Role::Handshake) continue;
         for (bool reset_seen = false;;) {
-            ssize_t n = ::recv(other->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
+            ssize_t n =
+                ::recv(other->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
             if (n < 0 && errno == EINTR) continue;
             if (n < 0 && errno == ECONNRESET && !reset_seen) {  // as in OnReadable
                 reset_seen = true;
@@ -304,7 +316,8 @@ void Broker::AnswerAndMaybeClose(Conn* conn, int code, const std::string& extra,
     if (!extra.empty()) answer += "\n" + extra;
     // The client waits for this answer with nothing else in flight, so the
     // kernel buffer is empty: this send does not block.
-    if (::send(conn->fd, answer.data(), answer.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0) close_after = true;
+    if (::send(conn->fd, answer.data(), answer.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0)
+        close_after = true;
     if (close_after) Close(conn);
 }
 
@@ -370,7 +383,8 @@ bool Broker::Allowed(const Conn& conn, const Object& object, int need) const {
     if (conn.uid == object.owner_uid()) {
         bits = (object.mode() >> 6) & 7;
     } else if (conn.gid == object.owner_gid() ||
-               std::find(conn.groups.begin(), conn.groups.end(), object.owner_gid()) != conn.groups.end()) {
+               std::find(conn.groups.begin(), conn.groups.end(), object.owner_gid()) !=
+                   conn.groups.end()) {
         bits = (object.mode() >> 3) & 7;
     } else {
         bits = object.mode() & 7;
@@ -402,7 +416,9 @@ int Broker::OpenObject(Conn* conn, char* head) {
     if (tree_.HasObjectAncestor(path)) return ENOTDIR;
 
     int accmode = flags & O_ACCMODE;
-    int need = accmode == O_RDONLY ? kNeedRead : accmode == O_WRONLY ? kNeedWrite : kNeedRead | kNeedWrite;
+    int need = accmode == O_RDONLY   ? kNeedRead
+               : accmode == O_WRONLY ? kNeedWrite
+                                     : kNeedRead | kNeedWrite;
     bool require_server = (extras & pps_wire::kOpenExtraRequireServer) != 0;
 
     std::shared_ptr<Object> object = tree_.Find(path);
@@ -443,7 +459,10 @@ int Broker::OpenObject(Conn* conn, char* head) {
         conn->role = Conn::Role::Client;
         conn->client_id = att->next_client_id++;
         conn->client_prefix = "@";
-        conn->client_prefix.append(object->basename()).append(".").append(std::to_string(conn->client_id)).append("\n");
+        conn->client_prefix.append(object->basename())
+            .append(".")
+            .append(std::to_string(conn->client_id))
+            .append("\n");
         att->clients.emplace(conn->client_id, conn);
     } else if (conn->can_read) {
         conn->role = options.delta ? Conn::Role::Delta : Conn::Role::Plain;
@@ -541,7 +560,8 @@ void Broker::RouteFromServer(Conn* conn, const char* text, size_t length) {
     uint64_t id = 0;
     if (!body.empty() && body[0] == '@') {
         size_t nl = body.find('\n');
-        std::string_view line = body.substr(1, nl == std::string_view::npos ? std::string_view::npos : nl - 1);
+        std::string_view line =
+            body.substr(1, nl == std::string_view::npos ? std::string_view::npos : nl - 1);
         body = nl == std::string_view::npos ? std::string_view() : body.substr(nl + 1);
         size_t dot = line.rfind('.');
         if (dot != std::string_view::npos && dot + 1 < line.size() && line.size() - dot - 1 <= 20) {
@@ -612,11 +632,12 @@ void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
             conn->queue.clear();
             conn->whole_pending = false;
             conn->resync_pending = true;
-            if (conn->dropped++ == 0) Log("slow reader of " + conn->att->object->path() + ": queue full, will resync");
+            if (conn->dropped++ == 0)
+                Log("slow reader of " + conn->att->object->path() + ": queue full, will resync");
         } else if (conn->dropped++ % 1000 == 0) {
-            Log("slow " + std::string(conn->role == Conn::Role::Server ? "server" : "client") + " of " +
-                conn->att->object->path() + ": queue full, message dropped (" + std::to_string(conn->dropped) +
-                " so far)");
+            Log("slow " + std::string(conn->role == Conn::Role::Server ? "server" : "client") +
+                " of " + conn->att->object->path() + ": queue full, message dropped (" +
+                std::to_string(conn->dropped) + " so far)");
         }
         SetWantOut(conn, true);
         return;
@@ -625,7 +646,8 @@ void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
     size_t total = 0;
     for (int i = 0; i < count; ++i) total += iov[i].iov_len;
     message.reserve(total);
-    for (int i = 0; i < count; ++i) message.append(static_cast<const char*>(iov[i].iov_base), iov[i].iov_len);
+    for (int i = 0; i < count; ++i)
+        message.append(static_cast<const char*>(iov[i].iov_base), iov[i].iov_len);
     conn->queue.push_back(std::move(message));
     SetWantOut(conn, true);
 }
@@ -672,7 +694,8 @@ void Broker::Close(Conn* conn) {
                 Send(att->server, &iov, 1);
             }
         } else {
-            att->readers.erase(std::remove(att->readers.begin(), att->readers.end(), conn), att->readers.end());
+            att->readers.erase(std::remove(att->readers.begin(), att->readers.end(), conn),
+                               att->readers.end());
         }
         if (conn->critical && object->Clear()) {
             // No stale state outlives the writer that owned it.

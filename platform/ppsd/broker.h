@@ -55,13 +55,13 @@ namespace ppsd {
 
 struct BrokerOptions {
     std::string socket_path;
-    std::string store_dir;  // where persistent objects live; empty: nothing persists
-    size_t queue_cap = 256; // messages held per handle beyond the kernel's buffer
+    std::string store_dir;   // where persistent objects live; empty: nothing persists
+    size_t queue_cap = 256;  // messages held per handle beyond the kernel's buffer
     std::function<void(const std::string&)> log;  // notable events; may be empty
 };
 
 class Broker {
-public:
+  public:
     explicit Broker(BrokerOptions options);
     ~Broker();
     Broker(const Broker&) = delete;
@@ -76,7 +76,7 @@ public:
     // Stores what changed, closes every handle and removes the socket.
     void Shutdown();
 
-private:
+  private:
     struct Conn;
     struct Attachments;
 

@@ -76,7 +76,8 @@ Object::Object(std::string path, uid_t owner_uid, gid_t owner_gid, mode_t mode)
     object_line_ = "@" + LastComponent(path_) + "\n";
 }
 
-bool Object::Set(std::string_view name, std::string_view encoding, std::string_view value, std::string* delta) {
+bool Object::Set(std::string_view name, std::string_view encoding, std::string_view value,
+                 std::string* delta) {
     // Build the line in the delta buffer's tail to avoid a temporary.
     size_t mark = delta->size();
     delta->append(name).append(1, ':').append(encoding).append(1, ':').append(value);
@@ -123,7 +124,8 @@ size_t Object::Apply(char* text, std::string* delta) {
         pps_status_t kind = ppsparse(&cursor, nullptr, nullptr, &info, 0);
         if (kind == PPS_END || kind == PPS_ERROR) break;
         if (kind == PPS_ATTRIBUTE && info.attr_name != nullptr && *info.attr_name != '\0') {
-            if (Set(info.attr_name, info.encoding ? info.encoding : "", info.value ? info.value : "", delta))
+            if (Set(info.attr_name, info.encoding ? info.encoding : "",
+                    info.value ? info.value : "", delta))
                 ++changes;
         } else if (kind == PPS_ATTRIBUTE_DELETED && info.attr_name != nullptr) {
             if (Delete(info.attr_name, delta)) ++changes;
@@ -140,7 +142,8 @@ bool Object::SetLine(std::string_view line) {
     size_t second = line.find(':', colon + 1);
     if (second == std::string_view::npos) return false;
     std::string scratch;
-    Set(line.substr(0, colon), line.substr(colon + 1, second - colon - 1), line.substr(second + 1), &scratch);
+    Set(line.substr(0, colon), line.substr(colon + 1, second - colon - 1), line.substr(second + 1),
+        &scratch);
     return true;
 }
 
@@ -193,7 +196,8 @@ bool ObjectTree::IsDirectory(const std::string& path) const {
 }
 
 bool ObjectTree::HasObjectAncestor(const std::string& path) const {
-    for (size_t slash = path.rfind('/'); slash != std::string::npos && slash > 0; slash = path.rfind('/', slash - 1)) {
+    for (size_t slash = path.rfind('/'); slash != std::string::npos && slash > 0;
+         slash = path.rfind('/', slash - 1)) {
         if (objects_.count(path.substr(0, slash)) != 0) return true;
     }
     return false;
@@ -204,7 +208,9 @@ void ObjectTree::Insert(std::shared_ptr<Object> object) {
     objects_[path] = std::move(object);
 }
 
-void ObjectTree::Erase(const std::string& path) { objects_.erase(path); }
+void ObjectTree::Erase(const std::string& path) {
+    objects_.erase(path);
+}
 
 std::vector<std::string> ObjectTree::List(const std::string& dir) const {
     std::vector<std::string> entries;
@@ -219,7 +225,9 @@ std::vector<std::string> ObjectTree::List(const std::string& dir) const {
     return entries;
 }
 
-std::string ObjectStore::FileFor(const std::string& path) const { return dir_ + "/" + EscapeName(path); }
+std::string ObjectStore::FileFor(const std::string& path) const {
+    return dir_ + "/" + EscapeName(path);
+}
 
 int ObjectStore::Save(Object& object) const {
     std::string text = std::string(kStoreMagic) + "\n";
@@ -248,7 +256,9 @@ int ObjectStore::Save(Object& object) const {
     return 0;
 }
 
-void ObjectStore::Remove(const std::string& path) const { ::unlink(FileFor(path).c_str()); }
+void ObjectStore::Remove(const std::string& path) const {
+    ::unlink(FileFor(path).c_str());
+}
 
 size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems) const {
     size_t loaded = 0;
@@ -263,7 +273,8 @@ size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems
     for (const auto& name : names) {
         std::string file = dir_ + "/" + name;
         if (name.size() > std::strlen(kTempSuffix) &&
-            name.compare(name.size() - std::strlen(kTempSuffix), std::string::npos, kTempSuffix) == 0) {
+            name.compare(name.size() - std::strlen(kTempSuffix), std::string::npos, kTempSuffix) ==
+                0) {
             // An interrupted save: the previous copy (if any) is still whole.
             ::unlink(file.c_str());
             continue;

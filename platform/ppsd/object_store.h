@@ -22,7 +22,7 @@
 namespace ppsd {
 
 class Object {
-public:
+  public:
     Object(std::string path, uid_t owner_uid, gid_t owner_gid, mode_t mode);
 
     const std::string& path() const { return path_; }
@@ -53,17 +53,18 @@ public:
     gid_t owner_gid() const { return owner_gid_; }
     mode_t mode() const { return mode_; }
 
-    bool persistent = true;  // false once opened "?nopersist"
-    bool dirty = false;      // changed since last stored
-    bool detached = false;   // unlinked while handles still had it open
+    bool persistent = true;    // false once opened "?nopersist"
+    bool dirty = false;        // changed since last stored
+    bool detached = false;     // unlinked while handles still had it open
     bool save_queued = false;  // in the broker's list of objects to store
 
-private:
+  private:
     struct Attribute {
         std::string name;
         std::string line;
     };
-    bool Set(std::string_view name, std::string_view encoding, std::string_view value, std::string* delta);
+    bool Set(std::string_view name, std::string_view encoding, std::string_view value,
+             std::string* delta);
     bool Delete(std::string_view name, std::string* delta);
     void Reindex();
 
@@ -83,7 +84,7 @@ private:
 bool NormalizePath(std::string_view in, std::string* out);
 
 class ObjectTree {
-public:
+  public:
     std::shared_ptr<Object> Find(const std::string& path) const;
     // A directory: some object lies under `path` (the root "/" always is).
     bool IsDirectory(const std::string& path) const;
@@ -95,13 +96,13 @@ public:
     std::vector<std::string> List(const std::string& dir) const;
     const std::map<std::string, std::shared_ptr<Object>>& objects() const { return objects_; }
 
-private:
+  private:
     std::map<std::string, std::shared_ptr<Object>> objects_;
 };
 
 // The store directory of persistent objects.
 class ObjectStore {
-public:
+  public:
     explicit ObjectStore(std::string dir) : dir_(std::move(dir)) {}
     // Writes the object safely (temporary file, then rename). 0 or errno.
     int Save(Object& object) const;
@@ -114,7 +115,7 @@ public:
 
     std::string FileFor(const std::string& path) const;
 
-private:
+  private:
     std::string dir_;
 };
 

@@ -78,8 +78,12 @@ TEST(NormalizePath, Table) {
         bool ok;
         const char* out;
     } cases[] = {
-        {"/pps/a/b", true, "/pps/a/b"}, {"/pps//a///b/", true, "/pps/a/b"}, {"/", true, "/"},
-        {"pps/a", false, ""},           {"", false, ""},                    {"/pps/../etc", false, ""},
+        {"/pps/a/b", true, "/pps/a/b"},
+        {"/pps//a///b/", true, "/pps/a/b"},
+        {"/", true, "/"},
+        {"pps/a", false, ""},
+        {"", false, ""},
+        {"/pps/../etc", false, ""},
         {"/pps/./a", false, ""},
     };
     for (const auto& c : cases) {
@@ -135,9 +139,11 @@ TEST(ObjectStore, InterruptedSaveAndForeignFilesAreIgnored) {
     ApplyText(*object, "a::old\n", &delta);
     ASSERT_EQ(store.Save(*object), 0);
     // A crash in the middle of the next save leaves its temporary file.
-    std::ofstream(store.FileFor("/pps/o") + ".tmp") << "ppsd-object 1\nowner 0 0 644\npath /pps/o\na::ne";
+    std::ofstream(store.FileFor("/pps/o") + ".tmp")
+        << "ppsd-object 1\nowner 0 0 644\npath /pps/o\na::ne";
     std::ofstream(dir.file("garbage")) << "not an object\n";
-    std::ofstream(dir.file("%2Fpps%2Fwrongpath")) << "ppsd-object 1\nowner 0 0 644\npath /pps/other\n";
+    std::ofstream(dir.file("%2Fpps%2Fwrongpath"))
+        << "ppsd-object 1\nowner 0 0 644\npath /pps/other\n";
 
     ObjectTree tree;
     std::vector<std::string> problems;

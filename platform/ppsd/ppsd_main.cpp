@@ -72,7 +72,10 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
-    if (!quiet) options.log = [](const std::string& text) { std::fprintf(stderr, "ppsd: %s\n", text.c_str()); };
+    if (!quiet)
+        options.log = [](const std::string& text) {
+            std::fprintf(stderr, "ppsd: %s\n", text.c_str());
+        };
 
     // Termination signals arrive through a descriptor the loop polls.
     sigset_t stop_signals;

@@ -2,13 +2,12 @@
 // handles opened with pps_open in this process and in forked children.
 #include <fcntl.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <map>
@@ -48,7 +47,9 @@ bool Write(int fd, const std::string& text) {
     return ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-int Open(const std::string& path, int flags, mode_t mode = 0666) { return pps_open(path.c_str(), flags, mode); }
+int Open(const std::string& path, int flags, mode_t mode = 0666) {
+    return pps_open(path.c_str(), flags, mode);
+}
 
 // The object's current text, through a fresh plain handle.
 std::string ReadWhole(const std::string& path) {
@@ -80,10 +81,12 @@ void OpenSocketDirToAll(const PpsBroker& broker) {
 }
 
 // Drops the calling (child) process to nobody.
-bool BecomeNobody() { return ::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0; }
+bool BecomeNobody() {
+    return ::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0;
+}
 
 class PpsdTest : public ::testing::Test {
-protected:
+  protected:
     PpsBroker broker_;
 };
 
@@ -254,7 +257,7 @@ TEST_F(PpsdTest, WaitReadBlocksUntilAWrite) {
         if (fd < 0 || (::fcntl(fd, F_GETFL) & O_NONBLOCK) != 0) return 1;
         char buffer[4096];
         if (::read(fd, buffer, sizeof buffer) <= 0) return 2;  // the whole object, at once
-        if (::write(ready[1], "r", 1) != 1) return 3;           // now blocking in read
+        if (::write(ready[1], "r", 1) != 1) return 3;          // now blocking in read
         ssize_t n = ::read(fd, buffer, sizeof buffer);
         if (n <= 0 || ::write(result[1], buffer, static_cast<size_t>(n)) != n) return 4;
         return 0;
@@ -288,8 +291,8 @@ TEST_F(PpsdTest, CriticalHandleClosingDropsTheAttributes) {
 // --- server objects ----------------------------------------------------------
 
 std::string ConnectPrefix(const std::string& name, int id, pid_t pid, uid_t uid, gid_t gid) {
-    return "+@" + name + "." + std::to_string(id) + ".n0.p" + std::to_string(pid) + ".u" + std::to_string(uid) +
-           ".g" + std::to_string(gid);
+    return "+@" + name + "." + std::to_string(id) + ".n0.p" + std::to_string(pid) + ".u" +
+           std::to_string(uid) + ".g" + std::to_string(gid);
 }
 
 TEST_F(PpsdTest, ServerRoutesToOneClientAndToAll) {
@@ -301,8 +304,10 @@ TEST_F(PpsdTest, ServerRoutesToOneClientAndToAll) {
     ASSERT_GE(c2, 0);
     std::string l1 = ReadMsg(server).value_or("");
     std::string l2 = ReadMsg(server).value_or("");
-    EXPECT_EQ(l1.rfind(ConnectPrefix("control", 1, ::getpid(), ::getuid(), ::getgid()), 0), 0u) << l1;
-    EXPECT_EQ(l2.rfind(ConnectPrefix("control", 2, ::getpid(), ::getuid(), ::getgid()), 0), 0u) << l2;
+    EXPECT_EQ(l1.rfind(ConnectPrefix("control", 1, ::getpid(), ::getuid(), ::getgid()), 0), 0u)
+        << l1;
+    EXPECT_EQ(l2.rfind(ConnectPrefix("control", 2, ::getpid(), ::getuid(), ::getgid()), 0), 0u)
+        << l2;
     EXPECT_TRUE(NothingPending(c1)) << "a client gets no object at open";
 
     ASSERT_TRUE(Write(c2, "@control\nmsg::radiostats\nid::17\n"));
@@ -370,8 +375,8 @@ void ExpectConnectOfChild(int server, bool as_nobody, int id) {
         int n = ::getgroups(static_cast<int>(groups.size()), groups.data());
         for (int i = 0; i < n; ++i)
             if (groups[i] != gid) {
-            EXPECT_NE(line.find(".g" + std::to_string(groups[i])), std::string::npos) << line;
-        }
+                EXPECT_NE(line.find(".g" + std::to_string(groups[i])), std::string::npos) << line;
+            }
     }
     ASSERT_EQ(::write(go[1], "x", 1), 1);
     EXPECT_EQ(Reap(child), 0);
@@ -538,7 +543,8 @@ TEST(PpsdQueueCap, SlowDeltaReaderIsResynchronisedWithTheWholeObject) {
     ASSERT_GE(slow, 0);
     constexpr int kWrites = 5000;
     ASSERT_TRUE(Write(writer, "-gone\n"));
-    for (int i = 1; i <= kWrites; ++i) ASSERT_TRUE(Write(writer, "n:n:" + std::to_string(i) + "\n"));
+    for (int i = 1; i <= kWrites; ++i)
+        ASSERT_TRUE(Write(writer, "n:n:" + std::to_string(i) + "\n"));
     // The broker has taken every write once a fresh handle sees the last.
     std::string last = "@obj\nn:n:" + std::to_string(kWrites) + "\n";
     for (int i = 0; i < 500 && ReadWhole("/pps/q/obj") != last; ++i) ::usleep(10000);
@@ -600,7 +606,8 @@ TEST_F(PpsdTest, PpsctlWriteReadAndLs) {
 TEST_F(PpsdTest, PpsctlWatchPrintsEachDelta) {
     int w = Open("/pps/c/watched", O_RDWR | O_CREAT);
     ASSERT_GE(w, 0);
-    std::vector<std::string> args{BinPath("ppsctl"), "watch", "--count", "2", "--timeout", "10", "/pps/c/watched"};
+    std::vector<std::string> args{BinPath("ppsctl"), "watch", "--count",       "2",
+                                  "--timeout",       "10",    "/pps/c/watched"};
     ChildProcess watch(args, {broker_.env()});
     // Once the watcher is there, the broker counts it among the readers:
     // wait for it through ls of nothing... simplest: write until it reports.
@@ -614,7 +621,8 @@ TEST_F(PpsdTest, PpsctlWatchPrintsEachDelta) {
     std::string out = watch.Stdout();
     EXPECT_EQ(out.rfind("@watched\ntick:n:", 0), 0u) << out;
 
-    ToolRun timeout = Ppsctl(broker_, {"watch", "--count", "1", "--timeout", "0.2", "/pps/c/watched"});
+    ToolRun timeout =
+        Ppsctl(broker_, {"watch", "--count", "1", "--timeout", "0.2", "/pps/c/watched"});
     EXPECT_EQ(timeout.status, 3);
     ::close(w);
 }
@@ -622,7 +630,8 @@ TEST_F(PpsdTest, PpsctlWatchPrintsEachDelta) {
 TEST_F(PpsdTest, PpsctlCallGetsTheReply) {
     int server = Open("/pps/c/control?server", O_RDWR | O_CREAT | O_TRUNC, 0666);
     ASSERT_GE(server, 0);
-    std::vector<std::string> args{BinPath("ppsctl"), "call", "/pps/c/control", "msg::radiostats", "id::17"};
+    std::vector<std::string> args{BinPath("ppsctl"), "call", "/pps/c/control", "msg::radiostats",
+                                  "id::17"};
     ChildProcess call(args, {broker_.env()});
     std::string connect = ReadMsg(server).value_or("");
     std::string request = ReadMsg(server).value_or("");
@@ -634,7 +643,8 @@ TEST_F(PpsdTest, PpsctlCallGetsTheReply) {
     EXPECT_EQ(call.Wait(10000), 0) << call.Stderr();
     EXPECT_EQ(call.Stdout(), "@control\nres::radiostats\nid::17\n");
 
-    ToolRun silent = Ppsctl(broker_, {"call", "--timeout", "0.2", "/pps/c/control", "msg::x", "id::1"});
+    ToolRun silent =
+        Ppsctl(broker_, {"call", "--timeout", "0.2", "/pps/c/control", "msg::x", "id::1"});
     EXPECT_EQ(silent.status, 3);
     EXPECT_NE(silent.err.find("no reply"), std::string::npos);
     ::close(server);

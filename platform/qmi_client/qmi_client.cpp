@@ -50,7 +50,7 @@ struct Client {
 };
 
 class Library {
-public:
+  public:
     Library(qmux::Endpoint endpoint, std::string device, qmi_sys_event_handler handler,
             void* user_data)
         : endpoint_(std::move(endpoint)),
@@ -69,7 +69,7 @@ public:
              std::vector<uint8_t>* response_tlvs, unsigned int timeout_ms);
     int Release(qmi_client_type client);
 
-private:
+  private:
     void Run();
     bool Connect();
     void Disconnect();
@@ -358,8 +358,8 @@ int Library::ClientInit(const qmi_service_info* info, qmi_idl_service_object_typ
     return QMI_CLIENT_NO_ERR;
 }
 
-int Library::Send(qmi_client_type client, unsigned int msg_id, const uint8_t* tlvs,
-                  size_t tlvs_len, std::vector<uint8_t>* response_tlvs, unsigned int timeout_ms) {
+int Library::Send(qmi_client_type client, unsigned int msg_id, const uint8_t* tlvs, size_t tlvs_len,
+                  std::vector<uint8_t>* response_tlvs, unsigned int timeout_ms) {
     qmux::Message request;
     {
         std::lock_guard<std::mutex> hold(mutex_);
@@ -451,8 +451,8 @@ int qmi_client_get_service_list(qmi_idl_service_object_type service_obj, qmi_ser
 }
 
 int qmi_client_init(const qmi_service_info* info, qmi_idl_service_object_type service_obj,
-                    qmi_client_ind_cb ind_cb, void* ind_cb_data, qmi_client_os_params* /*os_params*/,
-                    qmi_client_type* client) {
+                    qmi_client_ind_cb ind_cb, void* ind_cb_data,
+                    qmi_client_os_params* /*os_params*/, qmi_client_type* client) {
     std::shared_ptr<Library> library = CurrentLibrary();
     if (!library) return QMI_CLIENT_INTERNAL_ERR;
     return library->ClientInit(info, service_obj, ind_cb, ind_cb_data, client);

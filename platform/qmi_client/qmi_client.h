@@ -39,14 +39,14 @@ inline constexpr size_t kQmiRawRequestHeaderLen = 47;
 // Results of the library's calls.
 enum qmi_client_error_type : int {
     QMI_CLIENT_NO_ERR = 0,
-    QMI_CLIENT_INTERNAL_ERR = -1,        // bad argument or library state
-    QMI_CLIENT_TIMEOUT_ERR = -2,         // no answer within the time-out
-    QMI_CLIENT_TRANSPORT_ERR = -3,       // no transport, or it was lost meanwhile
-    QMI_CLIENT_SERVICE_NOT_FOUND = -4,   // the modem does not offer the service
-    QMI_CLIENT_INVALID_HANDLE = -5,      // unknown or stale client handle
-    QMI_CLIENT_ALLOC_FAILURE = -6,       // the modem refused a client id
-    QMI_CLIENT_ALREADY_STARTED = -7,     // qmi_init while the library runs
-    QMI_CLIENT_BAD_RESPONSE = -8,        // a response that does not decode
+    QMI_CLIENT_INTERNAL_ERR = -1,       // bad argument or library state
+    QMI_CLIENT_TIMEOUT_ERR = -2,        // no answer within the time-out
+    QMI_CLIENT_TRANSPORT_ERR = -3,      // no transport, or it was lost meanwhile
+    QMI_CLIENT_SERVICE_NOT_FOUND = -4,  // the modem does not offer the service
+    QMI_CLIENT_INVALID_HANDLE = -5,     // unknown or stale client handle
+    QMI_CLIENT_ALLOC_FAILURE = -6,      // the modem refused a client id
+    QMI_CLIENT_ALREADY_STARTED = -7,    // qmi_init while the library runs
+    QMI_CLIENT_BAD_RESPONSE = -8,       // a response that does not decode
 };
 
 // System events, as the handler receives them.

@@ -3,21 +3,20 @@
 #include "platform/qmi_client/qmi_client.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
-#include <cstring>
-#include <thread>
 #include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "testsupport/child_process.h"
@@ -53,7 +52,7 @@ struct EventLog {
 };
 
 class QmiClientTest : public testing::Test {
-protected:
+  protected:
     void StartModem(const std::string& qmi_patch = "{}") {
         nlohmann::json scenario = modemsim::DefaultScenario();
         scenario["qmi"].merge_patch(nlohmann::json::parse(qmi_patch));
@@ -87,10 +86,9 @@ protected:
     int Send(unsigned msg_id, const Bytes& tlvs, Bytes* response, unsigned* received,
              unsigned timeout_ms = 2000) {
         Bytes request = Request(tlvs);
-        return qmi_client_send_raw_msg_sync(client_, msg_id, request.data(),
-                                            static_cast<unsigned>(request.size()), response->data(),
-                                            static_cast<unsigned>(response->size()), received,
-                                            timeout_ms);
+        return qmi_client_send_raw_msg_sync(
+            client_, msg_id, request.data(), static_cast<unsigned>(request.size()),
+            response->data(), static_cast<unsigned>(response->size()), received, timeout_ms);
     }
 
     // ENS byte 0 (TLV 01 01 00 00) answered with the result TLV alone.
@@ -197,8 +195,7 @@ TEST_F(QmiClientTest, TransportLossGivesOutOfServiceThenInService) {
     EXPECT_FALSE(events_.null_info);
     // The old client died with the transport; a new one works.
     Bytes response(7, 0);
-    EXPECT_EQ(Send(0x1F, {0x01, 0x01, 0x00, 0x00}, &response, nullptr),
-              QMI_CLIENT_TRANSPORT_ERR);
+    EXPECT_EQ(Send(0x1F, {0x01, 0x01, 0x00, 0x00}, &response, nullptr), QMI_CLIENT_TRANSPORT_ERR);
     qmi_service_info info[1] = {};
     unsigned entries = 1, services = 1;
     ASSERT_EQ(qmi_client_get_service_list(&kVendorObject, info, &entries, &services), 0);
@@ -211,8 +208,7 @@ TEST_F(QmiClientTest, ReleasedClientIsUnknown) {
     OpenClient();
     EXPECT_EQ(qmi_client_release(client_), 0);
     Bytes response(7, 0);
-    EXPECT_EQ(Send(0x1F, {0x01, 0x01, 0x00, 0x00}, &response, nullptr),
-              QMI_CLIENT_INVALID_HANDLE);
+    EXPECT_EQ(Send(0x1F, {0x01, 0x01, 0x00, 0x00}, &response, nullptr), QMI_CLIENT_INVALID_HANDLE);
     EXPECT_EQ(qmi_client_release(client_), QMI_CLIENT_INVALID_HANDLE);
 }
 
@@ -257,7 +253,7 @@ TEST_F(QmiClientTest, RequestShorterThanItsHeaderRoomIsRejected) {
 // A pseudo-terminal in raw mode stands in for a QMI character device; a
 // relay joins its master side to modemsim's socket.
 class CharDeviceRelay {
-public:
+  public:
     explicit CharDeviceRelay(const std::string& socket_path) {
         master_ = ::posix_openpt(O_RDWR | O_NOCTTY);
         if (master_ < 0 || ::grantpt(master_) != 0 || ::unlockpt(master_) != 0) return;
@@ -284,7 +280,7 @@ public:
     bool ok() const { return thread_.joinable(); }
     const std::string& device() const { return device_; }
 
-private:
+  private:
     void Run() {
         pollfd fds[2] = {{master_, POLLIN, 0}, {modem_, POLLIN, 0}};
         uint8_t buffer[4096];

@@ -17,12 +17,18 @@ constexpr size_t kMinQmuxLength = kQmuxHeaderLen - 1 + kCtlSduHeaderLen;
 
 const char* DecodeStatusName(DecodeStatus status) {
     switch (status) {
-        case DecodeStatus::kOk: return "ok";
-        case DecodeStatus::kTooShort: return "too short";
-        case DecodeStatus::kBadInterfaceType: return "bad interface type";
-        case DecodeStatus::kLengthMismatch: return "QMUX length mismatch";
-        case DecodeStatus::kSduTooShort: return "message header too short";
-        case DecodeStatus::kTlvLengthMismatch: return "TLV length mismatch";
+        case DecodeStatus::kOk:
+            return "ok";
+        case DecodeStatus::kTooShort:
+            return "too short";
+        case DecodeStatus::kBadInterfaceType:
+            return "bad interface type";
+        case DecodeStatus::kLengthMismatch:
+            return "QMUX length mismatch";
+        case DecodeStatus::kSduTooShort:
+            return "message header too short";
+        case DecodeStatus::kTlvLengthMismatch:
+            return "TLV length mismatch";
     }
     return "unknown";
 }

@@ -59,11 +59,11 @@ struct Message {
 
 enum class DecodeStatus {
     kOk,
-    kTooShort,          // fewer bytes than a QMUX header
-    kBadInterfaceType,  // first byte is not 0x01
-    kLengthMismatch,    // QMUX length disagrees with the frame's size
-    kSduTooShort,       // no room for the message header
-    kTlvLengthMismatch, // message header's TLV length disagrees with the bytes
+    kTooShort,           // fewer bytes than a QMUX header
+    kBadInterfaceType,   // first byte is not 0x01
+    kLengthMismatch,     // QMUX length disagrees with the frame's size
+    kSduTooShort,        // no room for the message header
+    kTlvLengthMismatch,  // message header's TLV length disagrees with the bytes
 };
 
 const char* DecodeStatusName(DecodeStatus status);
@@ -77,7 +77,7 @@ DecodeStatus Decode(std::span<const uint8_t> frame, Message* message);
 // Splits a byte stream into frames. Bytes that cannot start a frame (not
 // 0x01, or a length too small for any header) are dropped one at a time.
 class FrameAssembler {
-public:
+  public:
     void Append(std::span<const uint8_t> bytes);
     // The next whole frame, or false when more bytes are needed.
     bool Next(std::vector<uint8_t>* frame);
@@ -85,7 +85,7 @@ public:
     size_t buffered() const { return buffer_.size(); }
     void Clear() { buffer_.clear(); }
 
-private:
+  private:
     std::vector<uint8_t> buffer_;
     size_t dropped_ = 0;
 };

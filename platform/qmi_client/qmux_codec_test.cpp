@@ -98,7 +98,9 @@ struct MalformedFrame {
     qmux::DecodeStatus expected;
 };
 // Shown by name in test listings instead of as raw bytes.
-void PrintTo(const MalformedFrame& c, std::ostream* os) { *os << c.fault; }
+void PrintTo(const MalformedFrame& c, std::ostream* os) {
+    *os << c.fault;
+}
 
 class QmuxDecodeMalformed : public testing::TestWithParam<MalformedFrame> {};
 
@@ -109,7 +111,9 @@ TEST_P(QmuxDecodeMalformed, IsRejectedWithoutReadingPastTheEnd) {
     EXPECT_EQ(message.message_id, 0x7777);
 }
 
-Bytes Cut(const Bytes& bytes, size_t length) { return Bytes(bytes.begin(), bytes.begin() + length); }
+Bytes Cut(const Bytes& bytes, size_t length) {
+    return Bytes(bytes.begin(), bytes.begin() + length);
+}
 Bytes With(Bytes bytes, size_t at, uint8_t value) {
     bytes[at] = value;
     return bytes;
@@ -140,7 +144,9 @@ INSTANTIATE_TEST_SUITE_P(
         // TLV area length 3 where 7 bytes follow.
         MalformedFrame{"tlv_area_length_short", With(kEnsResponse, 11, 0x03),
                        qmux::DecodeStatus::kTlvLengthMismatch}),
-    [](const testing::TestParamInfo<MalformedFrame>& info) { return std::string(info.param.fault); });
+    [](const testing::TestParamInfo<MalformedFrame>& info) {
+        return std::string(info.param.fault);
+    });
 
 TEST(QmuxTlvs, ParsesEachTypeAndValue) {
     // 02 04 00 00 00 00 00 | 10 02 00 41 42 | 11 00 00

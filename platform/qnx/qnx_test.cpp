@@ -1,13 +1,13 @@
 // waitfor against the file system and the broker, and strnicmp's
 // comparisons.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <fcntl.h>
 #include <fstream>
 #include <thread>
-#include <unistd.h>
 
 #include "platform/pps/pps_client.h"
 #include "platform/qnx/strnicmp.h"

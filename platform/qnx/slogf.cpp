@@ -16,13 +16,20 @@ SlogCapture* active_capture = nullptr;
 
 int syslog_priority(int severity) {
     switch (severity) {
-        case SLOG_SHUTDOWN: return LOG_EMERG;
-        case SLOG_CRITICAL: return LOG_CRIT;
-        case SLOG_ERROR: return LOG_ERR;
-        case SLOG_WARNING: return LOG_WARNING;
-        case SLOG_NOTICE: return LOG_NOTICE;
-        case SLOG_INFO: return LOG_INFO;
-        default: return LOG_DEBUG;
+        case SLOG_SHUTDOWN:
+            return LOG_EMERG;
+        case SLOG_CRITICAL:
+            return LOG_CRIT;
+        case SLOG_ERROR:
+            return LOG_ERR;
+        case SLOG_WARNING:
+            return LOG_WARNING;
+        case SLOG_NOTICE:
+            return LOG_NOTICE;
+        case SLOG_INFO:
+            return LOG_INFO;
+        default:
+            return LOG_DEBUG;
     }
 }
 
@@ -46,7 +53,9 @@ void slog_capture_record(int opcode, int severity, const std::string& text) {
     }
 }
 
-void slogf_mirror_stderr(bool on) { mirror_state.store(on ? 1 : 0, std::memory_order_relaxed); }
+void slogf_mirror_stderr(bool on) {
+    mirror_state.store(on ? 1 : 0, std::memory_order_relaxed);
+}
 
 int slogf(int opcode, int severity, const char* fmt, ...) {
     char stack_buf[1024];

@@ -38,7 +38,7 @@ struct SlogLine {
 // While an instance lives, every slogf line is also recorded in it.
 // One capture at a time; safe against slogf calls from other threads.
 class SlogCapture {
-public:
+  public:
     SlogCapture();
     ~SlogCapture();
     SlogCapture(const SlogCapture&) = delete;
@@ -50,7 +50,7 @@ public:
     bool contains(const std::string& text) const;
     void clear();
 
-private:
+  private:
     friend void slog_capture_record(int, int, const std::string&);
     mutable std::mutex mutex_;
     std::vector<SlogLine> lines_;

@@ -36,8 +36,8 @@ void AddNumber(pps_encoder_t* encoder, const char* name, uint8_t value) {
 
 }  // namespace
 
-void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                  const char* id, const char* dat) {
+void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
+                  const char* dat) {
     auto* context = static_cast<TavoraContext*>(arg);
     pps_encoder_t encoder;
     pps_encoder_initialize(&encoder, false);

@@ -10,5 +10,5 @@
 class PPSServer;
 
 // Command handler of "3gpp2info"; arg is the TavoraContext.
-void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                  const char* id, const char* dat);
+void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
+                  const char* dat);

@@ -5,19 +5,18 @@
 #include "reports/lte/get_3gpp2_info.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <string>
 
 #include "platform/qnx/slogf.h"
-#include "qmi/qmi_test_support.h"
 #include "service/pps_server.h"
 #include "service/tavora_context.h"
 #include "service/tavora_strings.h"
 #include "testsupport/child_process.h"
+#include "testsupport/qmi_test_support.h"
 
 namespace {
 
@@ -25,7 +24,7 @@ using qmi_test::Line;
 using qmi_test::Modem;
 
 class Get3GPP2InfoTest : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         ASSERT_EQ(::pipe2(status_, O_CLOEXEC | O_NONBLOCK), 0);
         context_.cdma_fd = status_[1];
@@ -59,8 +58,8 @@ TEST_F(Get3GPP2InfoTest, ClosedClientPublishesThePlaceholdersInFailureOrder) {
               "mob_p_rev::No data available!\n"
               "sci::No data available!\n"
               "model::No data available!\n");
-    EXPECT_TRUE(capture.contains(Line(
-        "Get3GPP2Info", "Error in sending & processing get_misc_info_qmi: Error = %d", 22)));
+    EXPECT_TRUE(capture.contains(
+        Line("Get3GPP2Info", "Error in sending & processing get_misc_info_qmi: Error = %d", 22)));
 }
 
 TEST_F(Get3GPP2InfoTest, ModemValuesInSuccessOrder) {
@@ -76,7 +75,8 @@ TEST_F(Get3GPP2InfoTest, ModemValuesInSuccessOrder) {
 }
 
 TEST_F(Get3GPP2InfoTest, MissingSciAndFullWidthPesn) {
-    Modem modem(R"({"misc_info": {"pesn": "0123456789ABCDEF", "sci": null, "mob_fw": "12345678"}})");
+    Modem modem(
+        R"({"misc_info": {"pesn": "0123456789ABCDEF", "sci": null, "mob_fw": "12345678"}})");
     ASSERT_TRUE(modem.started()) << modem.error();
     radioTavoraInitializeQmi();
     EXPECT_EQ(Run(),

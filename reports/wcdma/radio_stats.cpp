@@ -20,7 +20,7 @@ struct RrcStateName {
     const char* name;
 };
 constexpr RrcStateName kRrcStateNames[] = {
-    {0, "RRC_Disconnected"}, {1, "RRC_Connecting"}, {2, "CELL_FACH"}, {3, "CELL_DCH"},
+    {0, "RRC_Disconnected"}, {1, "RRC_Connecting"}, {2, "CELL_FACH"},  {3, "CELL_DCH"},
     {4, "CELL_PCH"},         {5, "URA_PCH"},        {0xFF, "Invalid"},
 };
 

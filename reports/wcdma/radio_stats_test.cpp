@@ -3,10 +3,9 @@
 #include "reports/wcdma/radio_stats.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <string>
 
@@ -35,7 +34,7 @@ std::string ReadAvailable(int fd) {
 }
 
 class RadioStatsTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         g_log_snapshot_store.Reset();
         ASSERT_EQ(::pipe(status_pipe), 0);
@@ -81,9 +80,12 @@ struct StateCase {
     const char* report;
 };
 // Shown by its code in test listings instead of as raw bytes.
-void PrintTo(const StateCase& c, std::ostream* os) { *os << "code " << static_cast<int>(c.code); }
+void PrintTo(const StateCase& c, std::ostream* os) {
+    *os << "code " << static_cast<int>(c.code);
+}
 
-class RadioStatsStateTest : public RadioStatsTest, public ::testing::WithParamInterface<StateCase> {};
+class RadioStatsStateTest : public RadioStatsTest,
+                            public ::testing::WithParamInterface<StateCase> {};
 
 TEST_P(RadioStatsStateTest, ClassifiesTheStateCode) {
     StoreState(GetParam().code);
@@ -95,20 +97,27 @@ constexpr const char* kTail = "rrc_release::No data available!\nrrc_reject::No d
 INSTANTIATE_TEST_SUITE_P(
     Codes, RadioStatsStateTest,
     ::testing::Values(
-        StateCase{0, "rrc_state::RRC_Disconnected\nrrc_conn_state::No data available!\n"
-                     "rrc_release::No data available!\nrrc_reject::No data available!\n"},
-        StateCase{1, "rrc_state::RRC_Connecting\nrrc_conn_state::No data available!\n"
-                     "rrc_release::No data available!\nrrc_reject::No data available!\n"},
-        StateCase{0xFF, "rrc_state::Invalid\nrrc_conn_state::No data available!\n"
-                        "rrc_release::No data available!\nrrc_reject::No data available!\n"},
-        StateCase{2, "rrc_state::RRC_CONNECTED\nrrc_conn_state::CELL_FACH\n"
-                     "rrc_release::No data available!\nrrc_reject::No data available!\n"},
-        StateCase{3, "rrc_state::RRC_CONNECTED\nrrc_conn_state::CELL_DCH\n"
-                     "rrc_release::No data available!\nrrc_reject::No data available!\n"},
-        StateCase{4, "rrc_state::RRC_CONNECTED\nrrc_conn_state::CELL_PCH\n"
-                     "rrc_release::No data available!\nrrc_reject::No data available!\n"},
-        StateCase{5, "rrc_state::RRC_CONNECTED\nrrc_conn_state::URA_PCH\n"
-                     "rrc_release::No data available!\nrrc_reject::No data available!\n"},
+        StateCase{0,
+                  "rrc_state::RRC_Disconnected\nrrc_conn_state::No data available!\n"
+                  "rrc_release::No data available!\nrrc_reject::No data available!\n"},
+        StateCase{1,
+                  "rrc_state::RRC_Connecting\nrrc_conn_state::No data available!\n"
+                  "rrc_release::No data available!\nrrc_reject::No data available!\n"},
+        StateCase{0xFF,
+                  "rrc_state::Invalid\nrrc_conn_state::No data available!\n"
+                  "rrc_release::No data available!\nrrc_reject::No data available!\n"},
+        StateCase{2,
+                  "rrc_state::RRC_CONNECTED\nrrc_conn_state::CELL_FACH\n"
+                  "rrc_release::No data available!\nrrc_reject::No data available!\n"},
+        StateCase{3,
+                  "rrc_state::RRC_CONNECTED\nrrc_conn_state::CELL_DCH\n"
+                  "rrc_release::No data available!\nrrc_reject::No data available!\n"},
+        StateCase{4,
+                  "rrc_state::RRC_CONNECTED\nrrc_conn_state::CELL_PCH\n"
+                  "rrc_release::No data available!\nrrc_reject::No data available!\n"},
+        StateCase{5,
+                  "rrc_state::RRC_CONNECTED\nrrc_conn_state::URA_PCH\n"
+                  "rrc_release::No data available!\nrrc_reject::No data available!\n"},
         // 6 to 254: neither state attribute
         StateCase{6, kTail}, StateCase{200, kTail}, StateCase{254, kTail}),
     [](const auto& info) { return "code_" + std::to_string(info.param.code); });

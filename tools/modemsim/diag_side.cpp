@@ -45,7 +45,8 @@ std::vector<uint8_t> Unescape(const uint8_t* data, size_t length) {
 std::optional<uint16_t> CodeFromJson(const nlohmann::json& value) {
     if (value.is_number_unsigned() && value.get<uint64_t>() <= 0xFFFF) return value.get<uint16_t>();
     if (value.is_string()) {
-        if (auto code = ParseMessageIdKey(value.get<std::string>())) return static_cast<uint16_t>(*code);
+        if (auto code = ParseMessageIdKey(value.get<std::string>()))
+            return static_cast<uint16_t>(*code);
     }
     return std::nullopt;
 }
@@ -61,7 +62,8 @@ std::string DescribeMask(const dmux::LogConfigSetMask& request) {
     std::ostringstream line;
     char buf[32];
     std::snprintf(buf, sizeof buf, "equip=%u last=0x%x", request.equipment_id, request.last_item);
-    line << "modemsim: diag rx log-config " << buf << " mask_bytes=" << request.mask.size() << " set=";
+    line << "modemsim: diag rx log-config " << buf << " mask_bytes=" << request.mask.size()
+         << " set=";
     bool any = false;
     for (size_t i = 0; i < request.mask.size(); ++i) {
         if (request.mask[i] == 0) continue;
@@ -137,7 +139,9 @@ DiagSide::DiagSide(std::string endpoint, std::string capture, const nlohmann::js
     if (section.is_object()) scenario_.merge_patch(section);
 }
 
-DiagSide::~DiagSide() { Stop(); }
+DiagSide::~DiagSide() {
+    Stop();
+}
 
 bool DiagSide::LoadCapture(std::string* error) {
     std::ifstream in(capture_, std::ios::binary);
@@ -145,7 +149,8 @@ bool DiagSide::LoadCapture(std::string* error) {
         *error = "cannot read capture " + capture_;
         return false;
     }
-    std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in),
+                               std::istreambuf_iterator<char>()};
     size_t start = 0;
     while (start < bytes.size()) {
         auto* flag = static_cast<const uint8_t*>(
@@ -159,9 +164,9 @@ bool DiagSide::LoadCapture(std::string* error) {
             body.resize(body.size() - 2);
             dmux::DiagFrame frame = dmux::ParseDiagFrame(body);
             if (frame.kind == dmux::DiagFrameKind::kLogPacket) {
-                frames_.push_back({std::vector<uint8_t>(bytes.begin() + start, bytes.begin() + end + 1),
-                                   frame.log_code,
-                                   dmux::LogTimestampMs(dmux::LogRecordTimestamp(frame.record))});
+                frames_.push_back(
+                    {std::vector<uint8_t>(bytes.begin() + start, bytes.begin() + end + 1),
+                     frame.log_code, dmux::LogTimestampMs(dmux::LogRecordTimestamp(frame.record))});
             }
         }
         start = end + 1;
@@ -180,7 +185,8 @@ bool DiagSide::Start(std::string* error) {
     addr.sun_family = AF_UNIX;
     std::memcpy(addr.sun_path, path_.c_str(), path_.size() + 1);
     ::unlink(path_.c_str());
-    if (listen_fd_ < 0 || ::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+    if (listen_fd_ < 0 ||
+        ::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
         ::listen(listen_fd_, 4) != 0) {
         *error = "diag endpoint " + path_ + ": " + std::strerror(errno);
         if (listen_fd_ >= 0) ::close(listen_fd_);
@@ -246,7 +252,8 @@ void DiagSide::Serve(int fd) {
                 std::lock_guard<std::mutex> hold(mutex_);
                 received_.push_back(*request);
             }
-            if (status == 0) session.mask.SetEquipment(request->equipment_id, request->last_item, request->mask);
+            if (status == 0)
+                session.mask.SetEquipment(request->equipment_id, request->last_item, request->mask);
             auto answer = dmux::HdlcEncode(dmux::BuildLogConfigResponse(
                 {dmux::kLogConfigSetMask, status, request->equipment_id, request->last_item}));
             session.Send(answer.data(), answer.size());
@@ -285,7 +292,8 @@ void DiagSide::ProduceCapture(Session* session) {
                 if (session->masks_received >= after_masks) break;
                 session->changed.wait_for(hold, std::chrono::milliseconds(100));
             } else if (session->mask.Any()) {
-                auto settled = session->mask_changed_at + std::chrono::milliseconds(dmux::kReplaySettleMs);
+                auto settled =
+                    session->mask_changed_at + std::chrono::milliseconds(dmux::kReplaySettleMs);
                 if (Clock::now() >= settled) break;
                 session->changed.wait_until(hold, settled);
             } else {
@@ -303,7 +311,8 @@ void DiagSide::ProduceCapture(Session* session) {
         uint64_t sent = 0;
         for (const auto& frame : frames_) {
             if (paced && last_ms >= 0) {
-                double gap = std::clamp(frame.timestamp_ms - last_ms, 0.0, double(dmux::kReplayMaxGapMs));
+                double gap =
+                    std::clamp(frame.timestamp_ms - last_ms, 0.0, double(dmux::kReplayMaxGapMs));
                 next += std::chrono::microseconds(static_cast<int64_t>(gap * 1000));
                 if (!session->SleepUntil(next)) return;
             }
@@ -324,7 +333,8 @@ void DiagSide::ProduceCapture(Session* session) {
         // Pause before starting over when paced or when nothing went out, so
         // that a short capture does not flood the port or spin a core.
         if (loop && (paced || sent == 0) &&
-            !session->SleepUntil(Clock::now() + std::chrono::milliseconds(dmux::kReplayLoopPauseMs)))
+            !session->SleepUntil(Clock::now() +
+                                 std::chrono::milliseconds(dmux::kReplayLoopPauseMs)))
             return;
     } while (loop);
 }
@@ -349,8 +359,8 @@ void DiagSide::ProduceScenario(Session* session) {
         auto payload = ParseHex(r.value("payload", std::string()));
         auto code = CodeFromJson(r.value("code", nlohmann::json(0)));
         if (!payload || !code) continue;
-        records.push_back({*code, *payload,
-                           std::max(10, r.value("period_ms", 1000)), Clock::now()});
+        records.push_back(
+            {*code, *payload, std::max(10, r.value("period_ms", 1000)), Clock::now()});
     }
 
     auto send_record = [&](uint16_t code, const std::vector<uint8_t>& payload) {

@@ -36,10 +36,11 @@ namespace modemsim {
 nlohmann::json DefaultDiagScenario();
 
 class DiagSide {
-public:
+  public:
     // endpoint: "unix:/path" or "/path". capture: a .qmdl/.mi2log file, or
     // empty for the scenario.
-    DiagSide(std::string endpoint, std::string capture, const nlohmann::json& scenario_diag_section);
+    DiagSide(std::string endpoint, std::string capture,
+             const nlohmann::json& scenario_diag_section);
     ~DiagSide();
     DiagSide(const DiagSide&) = delete;
     DiagSide& operator=(const DiagSide&) = delete;
@@ -52,7 +53,7 @@ public:
     // Log packets written to clients so far.
     uint64_t PacketsSent() const { return packets_sent_.load(); }
 
-private:
+  private:
     struct CaptureFrame;
     struct Session;
     void AcceptLoop();

@@ -108,7 +108,8 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    modemsim::DiagSide diag(options.diag, options.capture, scenario.value("diag", nlohmann::json::object()));
+    modemsim::DiagSide diag(options.diag, options.capture,
+                            scenario.value("diag", nlohmann::json::object()));
     if (!diag.Start(&error)) {
         std::fprintf(stderr, "modemsim: %s\n", error.c_str());
         qmi.Stop();

@@ -56,7 +56,9 @@ QmiSide::QmiSide(std::string endpoint, const nlohmann::json& qmi_section)
       services_(qmi_section.value("services", nlohmann::json::array())),
       reset_down_ms_(qmi_section.value("reset_down_ms", 1000)) {}
 
-QmiSide::~QmiSide() { Stop(); }
+QmiSide::~QmiSide() {
+    Stop();
+}
 
 bool QmiSide::Start(std::string* error) {
     qmux::Endpoint endpoint;
@@ -257,10 +259,9 @@ void QmiSide::HandleCtl(Connection* connection, const qmux::Message& request) {
             for (const nlohmann::json& service : services_) {
                 int major = service.value("major", 1), minor = service.value("minor", 0);
                 list.push_back(static_cast<uint8_t>(service.value("service", 0)));
-                list.insert(list.end(), {static_cast<uint8_t>(major & 0xFF),
-                                         static_cast<uint8_t>(major >> 8),
-                                         static_cast<uint8_t>(minor & 0xFF),
-                                         static_cast<uint8_t>(minor >> 8)});
+                list.insert(list.end(),
+                            {static_cast<uint8_t>(major & 0xFF), static_cast<uint8_t>(major >> 8),
+                             static_cast<uint8_t>(minor & 0xFF), static_cast<uint8_t>(minor >> 8)});
             }
             answer.tlvs = ResultTlvs(0, 0);
             qmux::AppendTlv(&answer.tlvs, qmux::kCtlArgumentTlv, list);
@@ -276,9 +277,9 @@ void QmiSide::HandleCtl(Connection* connection, const qmux::Message& request) {
                 break;
             }
             uint8_t client_id = next_client_id_;
-            while (client_id == 0 || std::find(connection->clients.begin(),
-                                               connection->clients.end(),
-                                               client_id) != connection->clients.end()) {
+            while (client_id == 0 ||
+                   std::find(connection->clients.begin(), connection->clients.end(), client_id) !=
+                       connection->clients.end()) {
                 ++client_id;
             }
             next_client_id_ = static_cast<uint8_t>(client_id + 1);

@@ -18,7 +18,7 @@
 namespace modemsim {
 
 class QmiSide {
-public:
+  public:
     QmiSide(std::string endpoint, const nlohmann::json& qmi_section);
     ~QmiSide();
 
@@ -27,7 +27,7 @@ public:
     void Reset();
     void Stop();
 
-private:
+  private:
     using Clock = std::chrono::steady_clock;
     struct Connection {
         int fd = -1;

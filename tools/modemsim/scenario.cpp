@@ -71,8 +71,8 @@ std::optional<std::vector<uint8_t>> ParseHex(const std::string& text) {
     for (char c : text) {
         if (std::isspace(static_cast<unsigned char>(c))) continue;
         if (!std::isxdigit(static_cast<unsigned char>(c))) return std::nullopt;
-        int digit = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
-                                                                 : std::tolower(c) - 'a' + 10;
+        int digit =
+            std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : std::tolower(c) - 'a' + 10;
         if (high < 0) {
             high = digit;
         } else {

@@ -14,13 +14,13 @@ namespace {
 constexpr size_t kValueStart = 10;
 
 class Payload {
-public:
+  public:
     Payload() : bytes_(kRatMeasResponseSize - kValueStart, 0) {}
     void U8(size_t offset, int value) { Put(offset, 1, value); }
     void U16(size_t offset, int value) { Put(offset, 2, value); }
     std::vector<uint8_t> Take() { return std::move(bytes_); }
 
-private:
+  private:
     void Put(size_t offset, size_t width, int value) {
         for (size_t i = 0; i < width; ++i) {
             size_t at = offset - kValueStart + i;
@@ -191,7 +191,8 @@ Reply VendorService::Answer(uint16_t message_id, std::span<const uint8_t> reques
             }
         }
     }
-    if (const nlohmann::json* refuse = PerMessage("refuse", message_id); refuse && refuse->is_number()) {
+    if (const nlohmann::json* refuse = PerMessage("refuse", message_id);
+        refuse && refuse->is_number()) {
         reply.tlvs = ResultTlv(1, static_cast<uint16_t>(refuse->get<int>()));
         return reply;
     }

@@ -39,7 +39,7 @@ struct Reply {
 };
 
 class VendorService {
-public:
+  public:
     explicit VendorService(nlohmann::json qmi_section);
 
     Reply Answer(uint16_t message_id, std::span<const uint8_t> request_tlvs);
@@ -53,7 +53,7 @@ public:
     // The misc-information TLVs (0x10 to 0x14), without the result TLV.
     std::vector<uint8_t> MiscInfoTlvs() const;
 
-private:
+  private:
     const nlohmann::json* PerMessage(const char* table, uint16_t message_id) const;
 
     nlohmann::json qmi_;

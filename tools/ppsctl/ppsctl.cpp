@@ -55,7 +55,8 @@ const char* const kMainHelp =
 
 const char* HelpFor(const std::string& verb) {
     if (verb == "read")
-        return "usage: ppsctl read PATH\n\nPrints the object's text: \"@name\" and one line per attribute.\n";
+        return "usage: ppsctl read PATH\n\nPrints the object's text: \"@name\" and one line per "
+               "attribute.\n";
     if (verb == "write")
         return "usage: ppsctl write [--mode OCTAL] PATH LINE...\n\n"
                "Writes the lines as one message; the object is created (mode 0666 unless\n"
@@ -73,7 +74,9 @@ const char* HelpFor(const std::string& verb) {
                "Writes the lines to a server object as one of its clients and prints the\n"
                "reply (the one with the same id attribute, if the request has one).\n"
                "Waits --timeout seconds (default 5); no reply exits 3.\n";
-    if (verb == "ls") return "usage: ppsctl ls [PATH]\n\nLists a directory (default /pps); directories end in '/'.\n";
+    if (verb == "ls")
+        return "usage: ppsctl ls [PATH]\n\nLists a directory (default /pps); directories end in "
+               "'/'.\n";
     return nullptr;
 }
 
@@ -89,7 +92,8 @@ int Fail(const std::string& path, int code) {
         struct stat st;
         std::string socket = pps_socket_path();
         if (code == ECONNREFUSED || ::stat(socket.c_str(), &st) != 0) {
-            std::fprintf(stderr, "ppsctl: no PPS broker at %s (is ppsd running? PPS_SOCKET)\n", socket.c_str());
+            std::fprintf(stderr, "ppsctl: no PPS broker at %s (is ppsd running? PPS_SOCKET)\n",
+                         socket.c_str());
             return kExitError;
         }
     }
@@ -116,7 +120,9 @@ int ReadMessage(int fd, std::string* out, const Clock::time_point* deadline) {
     for (;;) {
         int timeout = -1;
         if (deadline != nullptr) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now()).count();
+            auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now())
+                    .count();
             if (left <= 0) return 0;
             timeout = static_cast<int>(left);
         }
@@ -189,7 +195,8 @@ int CmdWrite(std::vector<std::string> args) {
         if (args[0] == "--mode" && args.size() >= 2) {
             char* end = nullptr;
             unsigned long m = std::strtoul(args[1].c_str(), &end, 8);
-            if (args[1].empty() || *end != '\0' || m > 07777) return Usage("--mode wants an octal mode");
+            if (args[1].empty() || *end != '\0' || m > 07777)
+                return Usage("--mode wants an octal mode");
             mode = static_cast<mode_t>(m);
             args.erase(args.begin(), args.begin() + 2);
         } else if (args[0] == "--") {
@@ -238,7 +245,8 @@ int CmdWatch(const std::vector<std::string>& args) {
     std::string open_path = path + (path.find('?') == std::string::npos ? "?delta" : ",delta");
     int fd = pps_open(open_path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return Fail(path, errno);
-    Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(static_cast<long>(timeout * 1000));
+    Clock::time_point deadline =
+        Clock::now() + std::chrono::milliseconds(static_cast<long>(timeout * 1000));
     const Clock::time_point* limit = timeout >= 0 ? &deadline : nullptr;
     std::string text;
     bool first = true;
@@ -248,8 +256,8 @@ int CmdWatch(const std::vector<std::string>& args) {
         int got = ReadMessage(fd, &text, limit);
         if (got == 0) {
             if (count > 0) {
-                std::fprintf(stderr, "ppsctl: %s: %ld of %ld changes before the time-out\n", path.c_str(), seen,
-                             count);
+                std::fprintf(stderr, "ppsctl: %s: %ld of %ld changes before the time-out\n",
+                             path.c_str(), seen, count);
                 status = kExitTimeout;
             }
             break;

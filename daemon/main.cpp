@@ -7,8 +7,9 @@
 
 #include "config/config_delta.h"
 #include "config/enabled_rats.h"
+#include "daemon/cleanup.h"
+#include "daemon/report_handlers.h"
 #include "service/pps_server.h"
-#include "service/report_handlers.h"
 #include "service/tavora_context.h"
 #include "service/tavora_default.h"
 #include "service/tavora_log.h"
@@ -50,9 +51,10 @@ int main(int argc, char** argv) {
     server->PPSSetDefaultHandler(Tavora_Default, g_tavora_context);
     RegisterReportHandlers(*server, g_tavora_context);
 
-    slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-          "%30s : Tavora: calling function to initialize callback function for user configure screen",
-          kName);
+    slogf(
+        kTavoraLogOpcode, kTavoraLogSeverity,
+        "%30s : Tavora: calling function to initialize callback function for user configure screen",
+        kName);
     server->PPSAddFdWatcher(g_tavora_context->config_fd, TavoraConfigWatcher, nullptr);
     slogf(kTavoraLogOpcode, kTavoraLogSeverity,
           "%30s : Tavora: calling function to initialize callback function for configure rat state",
@@ -64,8 +66,8 @@ int main(int argc, char** argv) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Dropping to user '%s'", kName,
               user);
         if (DropToUser(user) < 0) {
-            slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: Failed Dropping to user '%s'",
-                  kName, user);
+            slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+                  "%30s : Tavora: Failed Dropping to user '%s'", kName, user);
             std::exit(1);
         }
     }

@@ -1,4 +1,6 @@
 // Cleanup: the handler of SIGHUP, SIGTERM and SIGINT; ends the process.
+#include "daemon/cleanup.h"
+
 #include <cstdlib>
 
 #include "diaglog/dm_log_mask.h"

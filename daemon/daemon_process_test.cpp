@@ -2,13 +2,12 @@
 // log lines, the objects it creates and clears, requests through the
 // server object, and how it ends.
 #include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <string>
@@ -62,7 +61,8 @@ TEST(DaemonProcessTest, StartsWithItsLogLinesInOrder) {
     int config_line = IndexOf(texts, MainLine("calling function to initialize callback function "
                                               "for user configure screen"));
     int rat_line = IndexOf(
-        texts, MainLine("calling function to initialize callback function for configure rat state"));
+        texts,
+        MainLine("calling function to initialize callback function for configure rat state"));
     int started_line = IndexOf(texts, MainLine("tavora_pps started successfully."));
     ASSERT_GE(config_line, 0);
     EXPECT_GT(rat_line, config_line);
@@ -187,13 +187,14 @@ TEST(DaemonProcessTest, DropsToNumericUserWhenRoot) {
     options.args = {"-U", "65534:65534"};
     DaemonFixture fixture(options);
     ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    struct stat st{};
+    struct stat st {};
     ASSERT_EQ(::stat(("/proc/" + std::to_string(fixture.daemon().pid())).c_str(), &st), 0);
     EXPECT_EQ(st.st_uid, 65534u);
     // The drop comes after the watchers are added and before the start line.
     std::vector<std::string> texts = SlogTexts(fixture.daemon().Stderr());
     int rat_line = IndexOf(
-        texts, MainLine("calling function to initialize callback function for configure rat state"));
+        texts,
+        MainLine("calling function to initialize callback function for configure rat state"));
     int drop_line = IndexOf(texts, MainLine("Dropping to user '65534:65534'"));
     int started_line = IndexOf(texts, MainLine("tavora_pps started successfully."));
     ASSERT_GE(rat_line, 0);
@@ -242,8 +243,9 @@ TEST(DaemonProcessTest, StatusObjectThatCannotBeCreatedEndsWithStatus22) {
     EXPECT_FALSE(fixture.Start());
     EXPECT_EQ(fixture.daemon().Wait(), 22);
     std::string err = fixture.daemon().Stderr();
-    EXPECT_THAT(err, HasSubstr("setupContext: open "
-                               "/pps/services/radioctrl/modem0/diag/status_utra?nopersist,critical"));
+    EXPECT_THAT(err,
+                HasSubstr("setupContext: open "
+                          "/pps/services/radioctrl/modem0/diag/status_utra?nopersist,critical"));
     // The first status object was opened; nothing after the second was.
     EXPECT_TRUE(pps_exists(rt::test::kStatusEutraObject));
     EXPECT_FALSE(pps_exists(rt::test::kStatusGeranObject));

@@ -13,7 +13,6 @@
 // printed at the end. The direct ping-pong is the floor: one process in the
 // middle, two socket hops.
 #include <benchmark/benchmark.h>
-
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -41,7 +40,8 @@ double g_direct_median_us = 0;
 
 double Median(std::vector<double>& samples) {
     if (samples.empty()) return 0;
-    std::nth_element(samples.begin(), samples.begin() + static_cast<long>(samples.size() / 2), samples.end());
+    std::nth_element(samples.begin(), samples.begin() + static_cast<long>(samples.size() / 2),
+                     samples.end());
     return samples[samples.size() / 2];
 }
 
@@ -58,7 +58,9 @@ double MeasureRoundTrips(benchmark::State& state, RoundTrip round_trip) {
             state.SkipWithError("round trip failed");
             break;
         }
-        samples.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
+        samples.push_back(
+            std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+                .count());
     }
     double median = Median(samples);
     state.counters["median_us"] = median;
@@ -130,7 +132,8 @@ void BM_BrokerRequestReply(benchmark::State& state) {
             if (fds[i].revents == 0) continue;
             ssize_t n = ::recv(fds[i].fd, buffer, sizeof buffer, 0);
             if (n <= 0) ::_exit(0);
-            if (::send(fds[1 - i].fd, buffer, static_cast<size_t>(n), MSG_NOSIGNAL) != n) ::_exit(1);
+            if (::send(fds[1 - i].fd, buffer, static_cast<size_t>(n), MSG_NOSIGNAL) != n)
+                ::_exit(1);
         }
     }
 }
@@ -166,7 +169,8 @@ void BM_RawTwoHopPingPong(benchmark::State& state) {
 
 void BM_RawDirectPingPong(benchmark::State& state) {
     int pair[2];
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair) != 0) return state.SkipWithError("socketpair");
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair) != 0)
+        return state.SkipWithError("socketpair");
     pid_t echo = ::fork();
     if (echo == 0) Echo(pair[1]);
     char reply[4096];
@@ -193,9 +197,11 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     if (g_broker_median_us > 0 && g_raw_median_us > 0 && g_direct_median_us > 0)
-        std::printf("median round trip: broker %.2f us, raw relayed %.2f us (ratio %.2f), raw direct %.2f us "
-                    "(ratio %.2f)\n",
-                    g_broker_median_us, g_raw_median_us, g_broker_median_us / g_raw_median_us, g_direct_median_us,
-                    g_broker_median_us / g_direct_median_us);
+        std::printf(
+            "median round trip: broker %.2f us, raw relayed %.2f us (ratio %.2f), raw direct %.2f "
+            "us "
+            "(ratio %.2f)\n",
+            g_broker_median_us, g_raw_median_us, g_broker_median_us / g_raw_median_us,
+            g_direct_median_us, g_broker_median_us / g_direct_median_us);
     return 0;
 }

@@ -25,7 +25,7 @@ std::string Line(const char* name, const char* rest, Args... args) {
 }
 
 class Modem {
-public:
+  public:
     explicit Modem(const std::string& qmi_patch = "{}") {
         nlohmann::json scenario = modemsim::DefaultScenario();
         scenario["qmi"].merge_patch(nlohmann::json::parse(qmi_patch));
@@ -45,7 +45,7 @@ public:
     const std::string& error() const { return error_; }
     modemsim::QmiSide& side() { return *side_; }
 
-private:
+  private:
     rt::test::TempDir dir_;
     std::unique_ptr<modemsim::QmiSide> side_;
     bool started_ = false;

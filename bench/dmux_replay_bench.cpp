@@ -14,10 +14,10 @@
 namespace {
 
 // The 29 codes the daemon subscribes.
-constexpr uint16_t kSubscribed[] = {
-    0x7130, 0x7131, 0x7136, 0x7135, 0x4005, 0x410C, 0x4110, 0x4111, 0x4116, 0x4125,
-    0x4127, 0x421C, 0x4004, 0x4221, 0x4156, 0x413A, 0x4165, 0x4138, 0x4000, 0xB0C2,
-    0xB179, 0xB19B, 0xB185, 0xB087, 0xB081, 0xB097, 0xB091, 0xB0EE, 0xB17F};
+constexpr uint16_t kSubscribed[] = {0x7130, 0x7131, 0x7136, 0x7135, 0x4005, 0x410C, 0x4110, 0x4111,
+                                    0x4116, 0x4125, 0x4127, 0x421C, 0x4004, 0x4221, 0x4156, 0x413A,
+                                    0x4165, 0x4138, 0x4000, 0xB0C2, 0xB179, 0xB19B, 0xB185, 0xB087,
+                                    0xB081, 0xB097, 0xB091, 0xB0EE, 0xB17F};
 
 void StoreRecord(void*, uint16_t code, std::span<const uint8_t> record) {
     DM_recv_log_packet_cb(nullptr, code, record.data(), static_cast<uint32_t>(record.size()));
@@ -26,7 +26,8 @@ void StoreRecord(void*, uint16_t code, std::span<const uint8_t> record) {
 void BM_ReplayCapture(benchmark::State& state, const char* file) {
     std::string path = rt::test::CapturesDir() + "/" + file;
     std::ifstream in(path, std::ios::binary);
-    std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in),
+                               std::istreambuf_iterator<char>()};
     if (bytes.empty()) {
         state.SkipWithError(("capture not found: " + path).c_str());
         return;
@@ -44,8 +45,10 @@ void BM_ReplayCapture(benchmark::State& state, const char* file) {
         benchmark::DoNotOptimize(delivered);
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes.size()));
-    state.counters["packets/s"] = benchmark::Counter(static_cast<double>(packets), benchmark::Counter::kIsRate);
-    state.counters["delivered/s"] = benchmark::Counter(static_cast<double>(delivered), benchmark::Counter::kIsRate);
+    state.counters["packets/s"] =
+        benchmark::Counter(static_cast<double>(packets), benchmark::Counter::kIsRate);
+    state.counters["delivered/s"] =
+        benchmark::Counter(static_cast<double>(delivered), benchmark::Counter::kIsRate);
 }
 
 BENCHMARK_CAPTURE(BM_ReplayCapture, sprint, "mi-core_sprint.mi2log")->Unit(benchmark::kMillisecond);

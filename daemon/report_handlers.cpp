@@ -1,4 +1,4 @@
-#include "service/report_handlers.h"
+#include "daemon/report_handlers.h"
 
 #include "reports/lte/get_3gpp2_info.h"
 #include "reports/wcdma/radio_stats.h"
