@@ -24,3 +24,17 @@ function(rt_bench name)
     RT_BIN_DIR="${CMAKE_BINARY_DIR}/bin"
     RT_CAPTURES_DIR="${RT_CAPTURES_DIR}")
 endfunction()
+
+# rt_fuzz(NAME SOURCES... [LIBS libs...]): a libFuzzer target in build/fuzz,
+# built only with RT_FUZZ (part of the fuzz_targets target).
+function(rt_fuzz name)
+  if(NOT RT_FUZZ)
+    return()
+  endif()
+  cmake_parse_arguments(F "" "" "LIBS" ${ARGN})
+  add_executable(${name} ${F_UNPARSED_ARGUMENTS})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzz)
+  target_link_libraries(${name} PRIVATE ${F_LIBS})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  add_dependencies(fuzz_targets ${name})
+endfunction()
