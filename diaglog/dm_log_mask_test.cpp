@@ -63,18 +63,14 @@ bool Eventually(Pred pred, int timeout_ms = 5000) {
 }
 
 uint8_t RrcState() {
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
-    return g_log_snapshot_store.Snapshot(0x4125)[12];
+    return g_log_snapshot_store.View(0x4125).Get(log_layout::RrcState::kState);
 }
 std::vector<uint8_t> RrcSnapshot() {
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
-    auto s = g_log_snapshot_store.Snapshot(0x4125);
-    return std::vector<uint8_t>(s.begin(), s.begin() + 13);
+    auto s = g_log_snapshot_store.View(0x4125).bytes();
+    return std::vector<uint8_t>(s.begin(), s.end());
 }
 bool HasRrcPacket() {
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
-    auto s = g_log_snapshot_store.Snapshot(0x4125);
-    return (s[0] | s[1]) != 0;
+    return g_log_snapshot_store.View(0x4125).has_packet();
 }
 
 class DmLogMaskTest : public ::testing::Test {

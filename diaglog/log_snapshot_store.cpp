@@ -24,14 +24,16 @@ constexpr RlcStatsLayout kRlcStatsLayouts[] = {
 constexpr size_t kRlcDlListSize = 135;
 constexpr size_t kRlcUlListSize = 210;
 
-uint16_t Word0(const uint8_t* bytes) {
-    return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
+// Word 0 of a packet or snapshot: zero means no packet.
+bool HasPacket(const uint8_t* bytes, size_t length) {
+    return bytes != nullptr && rt::FieldReader({bytes, length}).Get(log_layout::kPacketWord) != 0;
 }
 
-// Copies min(size, length) bytes and zeroes the rest of the area.
+// Copies min(size, length) bytes and zeroes the rest of the area. A null
+// source copies nothing (memcpy from null is undefined even for 0 bytes).
 void CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length) {
-    size_t n = std::min(size, length);
-    std::memcpy(to, from, n);
+    size_t n = from == nullptr ? 0 : std::min(size, length);
+    if (n > 0) std::memcpy(to, from, n);
     std::memset(to + n, 0, size - n);
 }
 
@@ -62,6 +64,7 @@ void LogSnapshotStore::Reset() {
 }
 
 bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length) {
+    if (packet == nullptr) length = 0;
     for (size_t i = 0; i < kFixedSnapshotCount; ++i) {
         if (kFixedSnapshotSizes[i].code != code) continue;
         std::lock_guard<std::mutex> hold(mutex_);
@@ -89,7 +92,7 @@ bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length
 void LogSnapshotStore::StoreRlcConfig(RlcConfigSnapshot* s, const uint8_t* packet, size_t length) {
     std::lock_guard<std::mutex> hold(mutex_);
     CopyCut(s->bytes, RlcConfigSnapshot::kHeaderSize, packet, length);
-    if (Word0(s->bytes) != 0) {
+    if (HasPacket(s->bytes, RlcConfigSnapshot::kHeaderSize)) {
         // The list of radio bearers starts after the packet's count byte at P.
         size_t p = 24 + 3 * static_cast<size_t>(s->bytes[21]);
         s->bytes[RlcConfigSnapshot::kRbCountOffset] = p < length ? packet[p] : 0;
@@ -106,7 +109,7 @@ void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet,
     // The array is made before the lock is taken and the old one is freed
     // after it is released: the lock covers only the swap.
     size_t header = s->header_size;
-    bool has_packet = length >= 2 && Word0(packet) != 0;
+    bool has_packet = HasPacket(packet, length);
     size_t count =
         length > RlcStatsSnapshot::kCountOffset ? packet[RlcStatsSnapshot::kCountOffset] : 0;
     std::shared_ptr<uint8_t[]> entries;
@@ -129,6 +132,11 @@ void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet,
         s->rlc_stats_entries = std::move(entries);
         s->entries_size = entries_size;
     }
+}
+
+SnapshotView LogSnapshotStore::View(uint16_t code) const {
+    std::lock_guard<std::mutex> hold(mutex_);
+    return SnapshotView(Snapshot(code));
 }
 
 std::span<const uint8_t> LogSnapshotStore::Snapshot(uint16_t code) const {

@@ -5,7 +5,8 @@
 // 16-bit word is 0 holds no packet yet.
 //
 // The callback runs on the DM library's thread and reports read on the main
-// thread: hold mutex() while reading a snapshot. An RLC statistics entries
+// thread: a report reads a snapshot through View(), a copy taken under the
+// lock; the RLC accessors need mutex() held. An RLC statistics entries
 // array is shared, so a reader may keep a copy of the pointer and walk it
 // after unlocking while the callback installs a newer array.
 #pragma once
@@ -16,16 +17,43 @@
 #include <mutex>
 #include <span>
 
+#include "diaglog/log_layouts.h"
+#include "diaglog/snapshot_view.h"
+
 // Fixed-size snapshots: the first `size` bytes of each packet of `code`.
 struct FixedSnapshotSize {
     uint16_t code;
     uint16_t size;
 };
+template <class Layout>
+constexpr FixedSnapshotSize SizeOf() {
+    return {Layout::kCode, static_cast<uint16_t>(Layout::kSize)};
+}
 inline constexpr FixedSnapshotSize kFixedSnapshotSizes[] = {
-    {0x4000, 13},  {0x4004, 19},  {0x4005, 558}, {0x410C, 29},  {0x4110, 87},  {0x4111, 694},
-    {0x4116, 87},  {0x4125, 13},  {0x4127, 28},  {0x4138, 169}, {0x413A, 205}, {0x4156, 390},
-    {0x4165, 514}, {0x421C, 516}, {0x7130, 15},  {0x7131, 15},  {0x7135, 21},  {0x7136, 30},
-    {0xB0C2, 37},  {0xB0EE, 31},  {0xB179, 352}, {0xB17F, 39},  {0xB185, 217}, {0xB19B, 532},
+    SizeOf<log_layout::IratCompressedMode>(),
+    SizeOf<log_layout::Drx>(),
+    SizeOf<log_layout::Reselection>(),
+    SizeOf<log_layout::TxPower>(),
+    SizeOf<log_layout::ActiveSet>(),
+    SizeOf<log_layout::MonitoredSet>(),
+    SizeOf<log_layout::TransportChannels>(),
+    SizeOf<log_layout::RrcState>(),
+    SizeOf<log_layout::CellIdentity>(),
+    SizeOf<log_layout::HsdpaRate>(),
+    SizeOf<log_layout::RabId>(),
+    SizeOf<log_layout::HspaUeState>(),
+    SizeOf<log_layout::CarrierRssi>(),
+    SizeOf<log_layout::Cqi>(),
+    SizeOf<log_layout::GmmUpdateStatus>(),
+    SizeOf<log_layout::MmUpdateStatus>(),
+    SizeOf<log_layout::LocationIdentity>(),
+    SizeOf<log_layout::PdpQos>(),
+    SizeOf<log_layout::LteServingCell>(),
+    SizeOf<log_layout::LteUeIdentity>(),
+    SizeOf<log_layout::LteServingMeasurements>(),
+    SizeOf<log_layout::LteServingRssi>(),
+    SizeOf<log_layout::LteCdmaNeighbours>(),
+    SizeOf<log_layout::LteWcdmaNeighbours>(),
 };
 inline constexpr size_t kFixedSnapshotCount = std::size(kFixedSnapshotSizes);
 
@@ -82,12 +110,14 @@ class LogSnapshotStore {
     std::mutex& mutex() { return mutex_; }
 
     // Copies one packet into its code's snapshot (codes without one are
-    // ignored); takes the mutex. False when the code has no snapshot.
+    // ignored); takes the mutex. A null or empty packet clears the snapshot
+    // to "no packet". False when the code has no snapshot.
     bool Store(uint16_t code, const uint8_t* packet, size_t length);
 
-    // The snapshot of `code` (fixed-size, RLC configuration or RLC statistics
-    // header); empty for a code the store does not keep. Hold mutex().
-    std::span<const uint8_t> Snapshot(uint16_t code) const;
+    // A stable copy of the snapshot of `code` (fixed-size, RLC configuration
+    // or RLC statistics header), taken under the lock; empty for a code the
+    // store does not keep.
+    SnapshotView View(uint16_t code) const;
     // Hold mutex(). Null for the wrong code.
     RlcConfigSnapshot* RlcConfig(uint16_t code);
     RlcStatsSnapshot* RlcStats(uint16_t code);
@@ -104,7 +134,10 @@ class LogSnapshotStore {
     void StoreRlcConfig(RlcConfigSnapshot* snapshot, const uint8_t* packet, size_t length);
     void StoreRlcStats(RlcStatsSnapshot* snapshot, const uint8_t* packet, size_t length);
 
-    std::mutex mutex_;
+    // The snapshot's bytes in place; hold mutex_.
+    std::span<const uint8_t> Snapshot(uint16_t code) const;
+
+    mutable std::mutex mutex_;
     size_t fixed_offsets_[kFixedSnapshotCount];
     std::unique_ptr<uint8_t[]> fixed_;
     size_t fixed_total_ = 0;

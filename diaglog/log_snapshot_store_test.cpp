@@ -27,8 +27,7 @@ void Deliver(uint16_t code, const Bytes& packet) {
 }
 
 Bytes SnapshotOf(uint16_t code) {
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
-    auto s = g_log_snapshot_store.Snapshot(code);
+    auto s = g_log_snapshot_store.View(code).bytes();
     return Bytes(s.begin(), s.end());
 }
 

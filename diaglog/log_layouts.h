@@ -1,0 +1,195 @@
+// The log codes the snapshot store keeps, each with its snapshot size (the
+// first `kSize` bytes of the packet) and the fields the reports read from
+// it. Offsets count from the start of the snapshot: the 12-byte log header,
+// then the payload. Multi-byte fields are little-endian and may sit at any
+// alignment. A snapshot whose first 16-bit word is 0 holds no packet.
+//
+// Record capacities (kMax...) are what the snapshot has room for; a count
+// inside a packet may say more, and the reports cut it to the capacity.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/common/byte_layout.h"
+
+namespace log_layout {
+
+// Word 0 of every snapshot: zero while no packet has been stored.
+inline constexpr rt::Field<uint16_t> kPacketWord{0};
+
+// --- WCDMA ------------------------------------------------------------------
+
+// 0x4005: cell reselection values, one 10-byte entry per cell.
+struct Reselection {
+    static constexpr uint16_t kCode = 0x4005;
+    static constexpr size_t kSize = 558;
+    static constexpr rt::Field<int16_t> Srxlev(size_t i) { return {19 + 10 * i}; }
+    static constexpr rt::Field<int16_t> Squal(size_t i) { return {22 + 10 * i}; }
+};
+
+// 0x410C: uplink transmit power of a dedicated channel.
+struct TxPower {
+    static constexpr uint16_t kCode = 0x410C;
+    static constexpr size_t kSize = 29;
+    static constexpr rt::Field<int8_t> kTxPower{12};
+    static constexpr rt::Field<uint8_t> kPowerControlAlgorithm{16};
+    static constexpr rt::Field<uint8_t> kPowerControlStep{17};
+};
+
+// 0x4110: the active set, its frequency and up to six 12-byte cells.
+struct ActiveSet {
+    static constexpr uint16_t kCode = 0x4110;
+    static constexpr size_t kSize = 87;
+    static constexpr size_t kMaxCells = 6;
+    static constexpr rt::Field<uint8_t> kCellCount{12};
+    static constexpr rt::Field<uint16_t> kUarfcn{13};
+    static constexpr rt::Field<uint16_t> CellPsc(size_t k) { return {15 + 12 * k + 1}; }
+    static constexpr rt::Field<uint32_t> CellId(size_t k) { return {15 + 12 * k + 8}; }
+};
+
+// 0x4111: the monitored set, up to three 227-byte frequency blocks of up to
+// 32 seven-byte cells each.
+struct MonitoredSet {
+    static constexpr uint16_t kCode = 0x4111;
+    static constexpr size_t kSize = 694;
+    static constexpr size_t kMaxBlocks = 3;
+    static constexpr size_t kMaxCellsPerBlock = 32;
+    static constexpr rt::Field<uint8_t> kBlockCount{12};
+    static constexpr size_t Block(size_t f) { return 13 + 227 * f; }
+    static constexpr rt::Field<uint16_t> BlockUarfcn(size_t f) { return {Block(f)}; }
+    static constexpr rt::Field<uint8_t> BlockCellCount(size_t f) { return {Block(f) + 2}; }
+    static constexpr rt::Field<uint16_t> CellPsc(size_t f, size_t d) {
+        return {Block(f) + 3 + 7 * d};
+    }
+    static constexpr rt::Field<uint32_t> CellId(size_t f, size_t d) {
+        return {Block(f) + 3 + 7 * d + 3};
+    }
+};
+
+// 0x4116: transport channels of the downlink, up to eight 9-byte records.
+struct TransportChannels {
+    static constexpr uint16_t kCode = 0x4116;
+    static constexpr size_t kSize = 87;
+    static constexpr size_t kMaxRecords = 8;
+    static constexpr rt::Field<uint8_t> kRecordCount{12};
+    static constexpr rt::Field<uint8_t> ChannelId(size_t k) { return {15 + 9 * k}; }
+    static constexpr rt::Field<uint32_t> BlockErrorRate(size_t k) { return {20 + 9 * k}; }
+};
+
+// 0x4125: the RRC state.
+struct RrcState {
+    static constexpr uint16_t kCode = 0x4125;
+    static constexpr size_t kSize = 13;
+    static constexpr rt::Field<uint8_t> kState{12};
+};
+
+// 0x4127: the serving cell's identity, URA and barring.
+struct CellIdentity {
+    static constexpr uint16_t kCode = 0x4127;
+    static constexpr size_t kSize = 28;
+    static constexpr rt::Field<uint32_t> kCellId{20};
+    static constexpr rt::Field<uint16_t> kUra{24};
+    static constexpr rt::Field<uint8_t> kAccessFlags{26};  // bit 0 set: not barred
+};
+
+// 0x4138: HSDPA rate, a selector and four 39-byte records.
+struct HsdpaRate {
+    static constexpr uint16_t kCode = 0x4138;
+    static constexpr size_t kSize = 169;
+    static constexpr size_t kMaxRecords = 4;
+    static constexpr rt::Field<uint8_t> kSelector{12};
+    static constexpr rt::Field<uint16_t> Rate(size_t k) { return {13 + 39 * k + 13}; }
+};
+
+// 0x4156: the UE's HSPA state and inter-RAT values.
+struct HspaUeState {
+    static constexpr uint16_t kCode = 0x4156;
+    static constexpr size_t kSize = 390;
+    static constexpr rt::Field<uint8_t> kUeState{12};
+    static constexpr rt::Field<uint8_t> kIratCm{13};
+    static constexpr rt::Field<uint16_t> kIratChannel{14};
+    static constexpr rt::Field<int8_t> kIratCarrierRssi{16};
+};
+
+// 0x4165: received carrier power.
+struct CarrierRssi {
+    static constexpr uint16_t kCode = 0x4165;
+    static constexpr size_t kSize = 514;
+    static constexpr rt::Field<int16_t> kRawPower{14};
+};
+
+// 0x421C: HSDPA CQI samples, 250 of them, and the one to report.
+struct Cqi {
+    static constexpr uint16_t kCode = 0x421C;
+    static constexpr size_t kSize = 516;
+    static constexpr size_t kMaxSamples = 250;
+    static constexpr rt::Field<uint8_t> kFormat{12};
+    static constexpr rt::Field<uint8_t> kPosition{13};
+    static constexpr rt::Field<uint16_t> Sample(size_t p) { return {16 + 2 * p}; }
+};
+
+// 0x7135: the serving PLMN, LAC and RAC.
+struct LocationIdentity {
+    static constexpr uint16_t kCode = 0x7135;
+    static constexpr size_t kSize = 21;
+    // Three octets in the BCD layout of 3GPP TS 24.008.
+    static constexpr rt::Field<uint8_t> PlmnOctet(size_t i) { return {14 + i}; }
+    static constexpr rt::Field<uint16_t> kLac{17};
+    static constexpr rt::Field<uint8_t> kRac{19};
+};
+
+// Codes whose reports read them later; their fields join here with them.
+struct IratCompressedMode {
+    static constexpr uint16_t kCode = 0x4000;
+    static constexpr size_t kSize = 13;
+};
+struct Drx {
+    static constexpr uint16_t kCode = 0x4004;
+    static constexpr size_t kSize = 19;
+};
+struct RabId {
+    static constexpr uint16_t kCode = 0x413A;
+    static constexpr size_t kSize = 205;
+};
+struct GmmUpdateStatus {
+    static constexpr uint16_t kCode = 0x7130;
+    static constexpr size_t kSize = 15;
+};
+struct MmUpdateStatus {
+    static constexpr uint16_t kCode = 0x7131;
+    static constexpr size_t kSize = 15;
+};
+struct PdpQos {
+    static constexpr uint16_t kCode = 0x7136;
+    static constexpr size_t kSize = 30;
+};
+
+// --- LTE --------------------------------------------------------------------
+
+struct LteServingCell {
+    static constexpr uint16_t kCode = 0xB0C2;
+    static constexpr size_t kSize = 37;
+};
+struct LteUeIdentity {
+    static constexpr uint16_t kCode = 0xB0EE;
+    static constexpr size_t kSize = 31;
+};
+struct LteServingMeasurements {
+    static constexpr uint16_t kCode = 0xB179;
+    static constexpr size_t kSize = 352;
+};
+struct LteServingRssi {
+    static constexpr uint16_t kCode = 0xB17F;
+    static constexpr size_t kSize = 39;
+};
+struct LteCdmaNeighbours {
+    static constexpr uint16_t kCode = 0xB185;
+    static constexpr size_t kSize = 217;
+};
+struct LteWcdmaNeighbours {
+    static constexpr uint16_t kCode = 0xB19B;
+    static constexpr size_t kSize = 532;
+};
+
+}  // namespace log_layout

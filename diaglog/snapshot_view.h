@@ -1,0 +1,52 @@
+// SnapshotView: a report's stable copy of one log code's snapshot, taken
+// under the store's lock, read only through named layout fields. Whatever a
+// count inside the packet says, a read past the snapshot's size reads as
+// absent: there is no way to reach a byte outside the copy.
+//
+//   SnapshotView cell = g_log_snapshot_store.View(log_layout::CellIdentity::kCode);
+//   if (cell.has_packet()) Use(cell.Get(log_layout::CellIdentity::kUra));
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "platform/common/byte_layout.h"
+
+class SnapshotView {
+public:
+    // The largest snapshot the store keeps (0x4111).
+    static constexpr size_t kMaxSize = 694;
+
+    SnapshotView() = default;
+    // Copies at most kMaxSize bytes of `bytes`.
+    explicit SnapshotView(std::span<const uint8_t> bytes)
+        : size_(std::min(bytes.size(), kMaxSize)) {
+        std::copy_n(bytes.begin(), size_, bytes_.begin());
+    }
+
+    size_t size() const { return size_; }
+    std::span<const uint8_t> bytes() const { return {bytes_.data(), size_}; }
+
+    // False while no packet has been stored: word 0 is zero.
+    bool has_packet() const { return reader().Get(rt::Field<uint16_t>{0}) != 0; }
+
+    template <class T>
+    std::optional<T> Read(rt::Field<T> field) const {
+        return reader().Read(field);
+    }
+    // The field, or 0 when it lies past the snapshot.
+    template <class T>
+    T Get(rt::Field<T> field) const {
+        return reader().Get(field);
+    }
+
+private:
+    rt::FieldReader reader() const { return rt::FieldReader(bytes()); }
+
+    std::array<uint8_t, kMaxSize> bytes_{};
+    size_t size_ = 0;
+};
