@@ -8,8 +8,8 @@
 
 #include "platform/pps/pps_client.h"
 #include "platform/pps/pps_decoder.h"
-#include "platform/pps/pps_encoder.h"
 #include "platform/qnx/strnicmp.h"
+#include "service/report_writer.h"
 #include "service/tavora_context.h"
 #include "service/tavora_log.h"
 #include "service/tavora_strings.h"
@@ -93,19 +93,15 @@ void Enable_Rat(int32_t setting) {
         skip_rats_state = 0;
         return;
     }
-    pps_encoder_t encoder;
-    pps_encoder_initialize(&encoder, false);
-    pps_encoder_add_string(&encoder, "msg", "configure_rats");
-    pps_encoder_add_string(&encoder, "id", kRequestId);
-    pps_encoder_start_object(&encoder, "dat");
-    pps_encoder_add_int(&encoder, "enabled_technologies", setting);
-    pps_encoder_end_object(&encoder);
-    if (const char* buffer = pps_encoder_buffer(&encoder); buffer != nullptr) {
-        current_rat = setting;
-        [[maybe_unused]] ssize_t written =
-            ::write(fd, buffer, static_cast<size_t>(pps_encoder_length(&encoder)));
+    {
+        ReportWriter request(fd);
+        request.String("msg", "configure_rats");
+        request.String("id", kRequestId);
+        request.StartObject("dat");
+        request.Int("enabled_technologies", setting);
+        request.EndObject();
+        if (request.Write()) current_rat = setting;
     }
-    pps_encoder_cleanup(&encoder);
     // The modem's next report of the persistent status echoes this request.
     skip_rats_state = -1;
     ::close(fd);
@@ -129,15 +125,10 @@ void Update_Rat_Menu(int32_t setting) {
         skip_rats_state = 0;
         return;
     }
-    pps_encoder_t encoder;
-    pps_encoder_initialize(&encoder, false);
+    ReportWriter menu(config_fd);
     if (const RatName* row = FindRatByMask(current_rat); row != nullptr)
-        pps_encoder_add_string(&encoder, "enabled_rats", row->name);
-    if (const char* buffer = pps_encoder_buffer(&encoder); buffer != nullptr) {
-        [[maybe_unused]] ssize_t written =
-            ::write(config_fd, buffer, static_cast<size_t>(pps_encoder_length(&encoder)));
-    }
-    pps_encoder_cleanup(&encoder);
+        menu.String("enabled_rats", row->name);
+    menu.Write();
     Enable_Rat(setting);
 }
 

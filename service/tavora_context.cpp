@@ -10,8 +10,9 @@
 
 #include "platform/pps/pps_client.h"
 #include "platform/pps/pps_decoder.h"
-#include "platform/pps/pps_encoder.h"
 #include "platform/qnx/waitfor.h"
+#include "service/report_writer.h"
+#include "service/tavora_errors.h"
 #include "service/tavora_log.h"
 #include "service/tavora_strings.h"
 
@@ -67,7 +68,7 @@ int OpenContextObject(TavoraContext* context, const ContextObject& object) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : ERROR: Tavora: setupContext: open %s, error [%d]", kSetupName, object.path,
               errno);
-        return 22;
+        return kTavoraErrInvalid;
     }
     context->*object.field = fd;
     int flags = ::fcntl(fd, F_GETFD);
@@ -75,7 +76,7 @@ int OpenContextObject(TavoraContext* context, const ContextObject& object) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : ERROR: Tavora: setupContext: fcntl %s, error [%d]", kSetupName, object.path,
               errno);
-        return 22;
+        return kTavoraErrInvalid;
     }
     return 0;
 }
@@ -85,7 +86,7 @@ int OpenContextObject(TavoraContext* context, const ContextObject& object) {
 int SetupTavoraContext(TavoraContext* context) {
     *context = TavoraContext{};
     for (const ContextObject& object : kRequiredObjects) {
-        if (OpenContextObject(context, object) != 0) return 22;
+        if (OpenContextObject(context, object) != 0) return kTavoraErrInvalid;
     }
     // The modem's persistent status may come up after us: give it a while.
     waitfor(kPersistentStatusPath, kPersistentWaitMs, kPersistentPollMs);
@@ -140,15 +141,9 @@ void GetHardwareID() {
 }
 
 void ClearEnsValue(int32_t config_fd) {
-    pps_encoder_t encoder;
-    pps_encoder_initialize(&encoder, false);
-    pps_encoder_delete_attribute(&encoder, "ens_value");
-    const char* buffer = pps_encoder_buffer(&encoder);
-    if (buffer != nullptr && config_fd >= 0) {
-        [[maybe_unused]] ssize_t written =
-            ::write(config_fd, buffer, static_cast<size_t>(pps_encoder_length(&encoder)));
-    }
-    pps_encoder_cleanup(&encoder);
+    ReportWriter config(config_fd);
+    config.DeleteAttribute("ens_value");
+    config.Write();
 }
 
 void CloseTavoraContext(TavoraContext* context) {

@@ -1,14 +1,10 @@
 #include "reports/lte/get_3gpp2_info.h"
 
-#include <unistd.h>
-
 #include <string>
 
-#include "platform/pps/pps_encoder.h"
-#include "service/pps_server.h"
+#include "service/report_writer.h"
 #include "service/tavora_context.h"
 #include "service/tavora_log.h"
-#include "service/tavora_strings.h"
 
 namespace {
 
@@ -22,15 +18,19 @@ std::string FieldText(const char (&field)[N]) {
     return std::string(field, length);
 }
 
-void AddText(pps_encoder_t* encoder, const char* name, const std::string& text) {
-    pps_encoder_add_string(encoder, name, text.empty() ? kNoDataAvailable : text.c_str());
+void AddText(ReportWriter* report, const char* name, const std::string& text) {
+    if (text.empty()) {
+        report->NoData(name);
+    } else {
+        report->String(name, text.c_str());
+    }
 }
 
-void AddNumber(pps_encoder_t* encoder, const char* name, uint8_t value) {
+void AddNumber(ReportWriter* report, const char* name, uint8_t value) {
     if (value == 0) {
-        pps_encoder_add_string(encoder, name, kNoDataAvailable);
+        report->NoData(name);
     } else {
-        pps_encoder_add_int(encoder, name, value);
+        report->Int(name, value);
     }
 }
 
@@ -39,28 +39,21 @@ void AddNumber(pps_encoder_t* encoder, const char* name, uint8_t value) {
 void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
                   const char* dat) {
     auto* context = static_cast<TavoraContext*>(arg);
-    pps_encoder_t encoder;
-    pps_encoder_initialize(&encoder, false);
+    ReportWriter report(context != nullptr ? context->cdma_fd : -1);
     int status = radio_tavora_vendor_misc_info(&misc_info_record);
     if (status != 0) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : Error in sending & processing get_misc_info_qmi: Error = %d", "Get3GPP2Info",
               status);
         for (const char* name : {"mob_fw", "pesn", "mob_p_rev", "sci", "model"}) {
-            pps_encoder_add_string(&encoder, name, kNoDataAvailable);
+            report.NoData(name);
         }
     } else {
-        AddText(&encoder, "pesn", FieldText(misc_info_record.pesn));
-        AddText(&encoder, "mob_fw", FieldText(misc_info_record.mob_fw));
-        AddNumber(&encoder, "mob_p_rev", misc_info_record.mob_p_rev);
-        AddNumber(&encoder, "sci", misc_info_record.sci);
-        AddText(&encoder, "model", FieldText(misc_info_record.model));
+        AddText(&report, "pesn", FieldText(misc_info_record.pesn));
+        AddText(&report, "mob_fw", FieldText(misc_info_record.mob_fw));
+        AddNumber(&report, "mob_p_rev", misc_info_record.mob_p_rev);
+        AddNumber(&report, "sci", misc_info_record.sci);
+        AddText(&report, "model", FieldText(misc_info_record.model));
     }
-    const char* buffer = pps_encoder_buffer(&encoder);
-    if (buffer != nullptr && context != nullptr) {
-        ssize_t ignored = ::write(context->cdma_fd, buffer, pps_encoder_length(&encoder));
-        (void)ignored;
-    }
-    server->PPSReply(kControlServerPath, client_id, msg, id, dat, 0, false);
-    pps_encoder_cleanup(&encoder);
+    report.WriteAndReply(server, {client_id, msg, id, dat});
 }
