@@ -1,11 +1,10 @@
 #include "qmi/vendor_client.h"
 
 #include "qmi/reset_events.h"
+#include "service/tavora_errors.h"
 #include "service/tavora_log.h"
 
 namespace {
-
-constexpr int kEinval = 22;
 
 int qmi_library_handle = -1;
 qmi_client_type vendor_qmi_client = 0;
@@ -54,7 +53,7 @@ int radio_tavora_qmi_init() {
     if (qmi_library_handle >= 0) return 0;
     slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: qmi_init() failed (err=%d)",
           "radio_tavora_qmi_init", qmi_library_handle);
-    return kEinval;
+    return kTavoraErrInvalid;
 }
 
 int radio_tavora_vendor_qmi_client_init() {
@@ -72,7 +71,7 @@ int radio_tavora_vendor_qmi_client_init() {
     if (rc != 0) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : ERROR: qmi_client_get_service_list returns %d", kName, rc);
-        return kEinval;
+        return kTavoraErrInvalid;
     }
     slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : starting QMI port initialization", kName);
     // The open itself waits on the modem: the lock is taken only to store.

@@ -1,59 +1,149 @@
 #include "qmi/vendor_requests.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/common/byte_layout.h"
 #include "platform/qmi_client/qmi_client.h"
 #include "qmi/reset_events.h"
 #include "qmi/vendor_client.h"
 #include "service/tavora_context.h"
+#include "service/tavora_errors.h"
 #include "service/tavora_log.h"
 
 namespace {
 
-constexpr int kEinval = 22;
+// Where the send and response lines put the message id: not at all, as an
+// int ("%d") or as a long ("%ld").
+enum class IdInLog { kNone, kInt, kLong };
 
-// A raw request: the 47 bytes of room, then at most one one-byte TLV.
-struct RawRequest {
-    uint8_t bytes[kQmiRawRequestHeaderLen + 4] = {};
-    unsigned length = kQmiRawRequestHeaderLen;
+// One raw request of the vendor service: what it sends and accepts, and the
+// lines it logs when the client is missing, the send fails or the modem
+// reports an error (null when the result TLV is not examined).
+struct VendorRequest {
+    const char* name;
+    unsigned request_length;  // 47 (no TLV) or 51 (one one-byte TLV)
+    size_t response_capacity;
+    IdInLog id_in_log;
+    const char* not_initialized_format;
+    const char* send_error_format;
+    const char* response_error_format;
 };
 
-RawRequest NoTlvRequest() {
-    return RawRequest{};
+constexpr unsigned kNoTlvLength = kQmiRawRequestHeaderLen;
+constexpr unsigned kOneTlvLength = kQmiRawRequestHeaderLen + 4;
+
+constexpr VendorRequest kSetEnsRequest{
+    "radio_tavora_vendor_set_ens",
+    kOneTlvLength,
+    7,
+    IdInLog::kInt,
+    "%30s : ERROR: Tavora: QMI port not initialized",
+    "%30s : ERROR: Tavora: Error in sending %d QMI req: Error = %d",
+    "%30s : ERROR: Tavora: %d QMI response has a Error = %d"};
+constexpr VendorRequest kSetStateRequest{
+    "radio_tavora_vendor_set_evdo_1x_ims_state",
+    kOneTlvLength,
+    kStateResponseSize,
+    IdInLog::kLong,
+    "%30s : ERROR: Tavora: QMI port not initialized",
+    "%30s : ERROR: Tavora: Error in sending %ld STATE QMI req: Error = %d",
+    "%30s : ERROR: Tavora: %ld STATE QMI response has a Error = %d"};
+constexpr VendorRequest kGetStateRequest{
+    "radio_tavora_vendor_get_evdo_1x_ims_state",
+    kNoTlvLength,
+    kStateResponseSize,
+    IdInLog::kLong,
+    "%30s : ERROR: Tavora: QMI port not initialized",
+    "%30s : ERROR: Tavora: Error in sending %ld STATE QMI req: Error = %d",
+    "%30s : ERROR: Tavora: %ld response has a Error = %d"};
+constexpr VendorRequest kRatMeasRequest{
+    "radio_tavora_vendor_rat_meas_info",
+    kOneTlvLength,
+    kRatMeasInfoResponseSize,
+    IdInLog::kNone,
+    "%30s : ERROR: QMI port not initialized",
+    "%30s : ERROR: Error in sending RAT_MEAS_QMI req: Error = %d",
+    nullptr};
+constexpr VendorRequest kMiscInfoRequest{
+    "radio_tavora_vendor_misc_info",
+    kNoTlvLength,
+    kMiscInfoResponseSize,
+    IdInLog::kNone,
+    "%30s : ERROR: QMI port not initialized",
+    "%30s : ERROR: Error in sending MISC_INOF_QMI req: Error = %d",
+    nullptr};
+
+// The result TLV at the start of every response.
+constexpr rt::Field<uint16_t> kResultField{3};
+constexpr rt::Field<uint16_t> kErrorField{5};
+
+// A line whose arguments are the operation's name, the message id when the
+// request's lines carry it, and one number.
+void LogWithId(const VendorRequest& request, const char* format, long msg_id, int number) {
+    switch (request.id_in_log) {
+        case IdInLog::kNone:
+            slogf(kTavoraLogOpcode, kTavoraLogSeverity, format, request.name, number);
+            break;
+        case IdInLog::kInt:
+            slogf(kTavoraLogOpcode, kTavoraLogSeverity, format, request.name,
+                  static_cast<int>(msg_id), number);
+            break;
+        case IdInLog::kLong:
+            slogf(kTavoraLogOpcode, kTavoraLogSeverity, format, request.name, msg_id, number);
+            break;
+    }
 }
 
-RawRequest OneByteTlvRequest(uint8_t value) {
-    RawRequest request;
-    uint8_t* tlv = request.bytes + kQmiRawRequestHeaderLen;
-    tlv[0] = 0x01;  // type
-    tlv[1] = 0x01;  // length, little-endian
-    tlv[2] = 0x00;
-    tlv[3] = value;
-    request.length = kQmiRawRequestHeaderLen + 4;
-    return request;
+// The open client, or 0 after logging that there is none.
+qmi_client_type ClientOrLog(const VendorRequest& request) {
+    qmi_client_type client = VendorQmiClient();
+    if (client == 0)
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity, request.not_initialized_format, request.name);
+    return client;
 }
 
-int Send(qmi_client_type client, long msg_id, const RawRequest& request, void* response,
-         unsigned capacity) {
-    return qmi_client_send_raw_msg_sync(client, static_cast<unsigned>(msg_id), request.bytes,
-                                        request.length, response, capacity, nullptr,
-                                        kVendorQmiTimeoutMs);
+// One synchronous exchange on `client`: the 47 bytes of room, the request's
+// one-byte TLV when it has one, and the result checked when the request
+// examines it. 0, or 22 after logging the failure.
+int Exchange(const VendorRequest& request, qmi_client_type client, long msg_id, uint8_t tlv_value,
+             uint8_t* response) {
+    uint8_t bytes[kOneTlvLength] = {};
+    if (request.request_length == kOneTlvLength) {
+        uint8_t* tlv = bytes + kQmiRawRequestHeaderLen;
+        tlv[0] = 0x01;  // type
+        tlv[1] = 0x01;  // length, little-endian
+        tlv[2] = 0x00;
+        tlv[3] = tlv_value;
+    }
+    int rc = qmi_client_send_raw_msg_sync(
+        client, static_cast<unsigned>(msg_id), bytes, request.request_length, response,
+        static_cast<unsigned>(request.response_capacity), nullptr, kVendorQmiTimeoutMs);
+    if (rc != 0) {
+        LogWithId(request, request.send_error_format, msg_id, rc);
+        return kTavoraErrInvalid;
+    }
+    if (request.response_error_format != nullptr) {
+        rt::FieldReader result({response, request.response_capacity});
+        if (result.Get(kResultField) != 0) {
+            LogWithId(request, request.response_error_format, msg_id, result.Get(kErrorField));
+            return kTavoraErrInvalid;
+        }
+    }
+    return 0;
 }
 
-uint16_t U16At(const uint8_t* bytes, size_t offset) {
-    return static_cast<uint16_t>(bytes[offset] | (bytes[offset + 1] << 8));
-}
-uint16_t ResultField(const uint8_t* response) {
-    return U16At(response, 3);
-}
-uint16_t ErrorField(const uint8_t* response) {
-    return U16At(response, 5);
+// The client check, then the exchange.
+int Send(const VendorRequest& request, long msg_id, uint8_t tlv_value, uint8_t* response) {
+    qmi_client_type client = ClientOrLog(request);
+    if (client == 0) return kTavoraErrInvalid;
+    return Exchange(request, client, msg_id, tlv_value, response);
 }
 
 // --- misc-information walk -------------------------------------------------
 
-constexpr const char* kMiscName = "radio_tavora_vendor_misc_info";
+constexpr const char* kMiscName = kMiscInfoRequest.name;
 constexpr int kWalkStart = 7;
 constexpr int kWalkLastByte = 63;  // values end before it; positions up to it
 constexpr int kMaxRecognisedTlvs = 5;
@@ -106,14 +196,16 @@ const MiscByteTlv* FindByteTlv(uint8_t type) {
 }  // namespace
 
 void DecodeMiscInfoResponse(const uint8_t (&response)[kMiscInfoResponseSize], MiscInfo* record) {
+    const rt::FieldReader bytes(response);
     auto* fields = reinterpret_cast<uint8_t*>(record);
     int position = kWalkStart;
     int recognised = 0;
     while (position <= kWalkLastByte && recognised < kMaxRecognisedTlvs) {
         // A header (type, 16-bit length) that would not fit ends the walk.
         if (position + 2 >= static_cast<int>(kMiscInfoResponseSize)) break;
-        uint8_t type = response[position];
-        int length = response[position + 1];  // only the low byte counts
+        const size_t at = static_cast<size_t>(position);
+        uint8_t type = bytes.Get(rt::Field<uint8_t>{at});
+        int length = bytes.Get(rt::Field<uint8_t>{at + 1});  // only the low byte counts
         int value_start = position + 3;
         if (const MiscTextTlv* text = FindTextTlv(type)) {
             if (length > text->limit) {
@@ -122,18 +214,22 @@ void DecodeMiscInfoResponse(const uint8_t (&response)[kMiscInfoResponseSize], Mi
                 length = text->limit;
             }
             if (value_start + length > kWalkLastByte) {
-                length = kWalkLastByte - value_start;
-                if (length < 0) length = 0;
+                length = std::max(kWalkLastByte - value_start, 0);
                 slogf(kTavoraLogOpcode, kTavoraLogSeverity, text->past_message_format, kMiscName,
                       length);
             }
-            std::memcpy(fields + text->field_offset, response + value_start,
-                        static_cast<size_t>(length));
+            // At most `limit` bytes (the field's size), and never past the response.
+            rt::ByteReader value(response);
+            std::span<const uint8_t> copied;
+            if (value.Skip(static_cast<size_t>(value_start)))
+                copied = value.Take(static_cast<size_t>(length));
+            std::copy(copied.begin(), copied.end(), fields + text->field_offset);
             position = value_start + length;
             ++recognised;
         } else if (const MiscByteTlv* byte = FindByteTlv(type)) {
             if (value_start > kWalkLastByte) break;
-            fields[byte->field_offset] = response[value_start];
+            fields[byte->field_offset] =
+                bytes.Get(rt::Field<uint8_t>{static_cast<size_t>(value_start)});
             position = value_start + 1;
             ++recognised;
         } else {
@@ -162,114 +258,39 @@ void SetENSValue(const char* value) {
 }
 
 int radio_tavora_vendor_set_ens(uint8_t ens, int32_t fd) {
-    static const char* const kName = "radio_tavora_vendor_set_ens";
-    qmi_client_type client = VendorQmiClient();
-    if (client == 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: QMI port not initialized", kName);
-        return kEinval;
-    }
+    qmi_client_type client = ClientOrLog(kSetEnsRequest);
+    if (client == 0) return kTavoraErrInvalid;
     SetModemStateFd(fd);
-    slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ENS value sent as part of QMI is %x", kName,
-          ens);
-    uint8_t response[7] = {};
-    int rc = Send(client, kQmiMsgSetEns, OneByteTlvRequest(ens), response, sizeof response);
-    if (rc != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: Error in sending %d QMI req: Error = %d", kName,
-              static_cast<int>(kQmiMsgSetEns), rc);
-        return kEinval;
-    }
-    if (ResultField(response) != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: %d QMI response has a Error = %d", kName,
-              static_cast<int>(kQmiMsgSetEns), ErrorField(response));
-        return kEinval;
-    }
-    return 0;
+    slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ENS value sent as part of QMI is %x",
+          kSetEnsRequest.name, ens);
+    uint8_t response[kSetEnsRequest.response_capacity] = {};
+    return Exchange(kSetEnsRequest, client, kQmiMsgSetEns, ens, response);
 }
-
-namespace {
-
-// The exchange both state requests make: the client check, the request,
-// and the send and response failures logged in the caller's words.
-int StateExchange(const char* name, long msg_id, const RawRequest& request, uint8_t* response,
-                  const char* response_error_format) {
-    qmi_client_type client = VendorQmiClient();
-    if (client == 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: QMI port not initialized", name);
-        return kEinval;
-    }
-    int rc = Send(client, msg_id, request, response, kStateResponseSize);
-    if (rc != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Tavora: Error in sending %ld STATE QMI req: Error = %d", name, msg_id,
-              rc);
-        return kEinval;
-    }
-    if (ResultField(response) != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, response_error_format, name, msg_id,
-              ErrorField(response));
-        return kEinval;
-    }
-    return 0;
-}
-
-}  // namespace
 
 int radio_tavora_vendor_set_evdo_1x_ims_state(uint8_t* response, long msg_id, uint8_t state) {
     std::memset(response, 0, 4);
-    return StateExchange("radio_tavora_vendor_set_evdo_1x_ims_state", msg_id,
-                         OneByteTlvRequest(state), response,
-                         "%30s : ERROR: Tavora: %ld STATE QMI response has a Error = %d");
+    return Send(kSetStateRequest, msg_id, state, response);
 }
 
 int radio_tavora_vendor_get_evdo_1x_ims_state(uint8_t* response, long msg_id) {
-    return StateExchange("radio_tavora_vendor_get_evdo_1x_ims_state", msg_id, NoTlvRequest(),
-                         response, "%30s : ERROR: Tavora: %ld response has a Error = %d");
+    return Send(kGetStateRequest, msg_id, 0, response);
 }
 
 int radio_tavora_vendor_rat_meas_info(RatMeasInfoResponse* response, uint8_t rat_type) {
-    static const char* const kName = "radio_tavora_vendor_rat_meas_info";
     std::memset(response->bytes, 0, sizeof response->bytes);
-    qmi_client_type client = VendorQmiClient();
-    if (client == 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: QMI port not initialized",
-              kName);
-        return kEinval;
-    }
-    int rc = Send(client, kQmiMsgRatMeasInfo, OneByteTlvRequest(rat_type), response->bytes,
-                  sizeof response->bytes);
-    if (rc != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Error in sending RAT_MEAS_QMI req: Error = %d", kName, rc);
-        return kEinval;
-    }
-    return 0;
+    return Send(kRatMeasRequest, kQmiMsgRatMeasInfo, rat_type, response->bytes);
 }
 
 int radio_tavora_vendor_misc_info(MiscInfo* record) {
     if (record == nullptr) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : ERROR: Error in requesting for misc_info by application: NULL buf-pointer!",
-              kMiscName);
-        return kEinval;
+              kMiscInfoRequest.name);
+        return kTavoraErrInvalid;
     }
     std::memset(record, 0, sizeof *record);
     uint8_t response[kMiscInfoResponseSize] = {};
-    qmi_client_type client = VendorQmiClient();
-    if (client == 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : ERROR: QMI port not initialized",
-              kMiscName);
-        return kEinval;
-    }
-    int rc = Send(client, kQmiMsgMiscInfo, NoTlvRequest(), response, sizeof response);
-    if (rc != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : ERROR: Error in sending MISC_INOF_QMI req: Error = %d", kMiscName, rc);
-        return kEinval;
-    }
-    DecodeMiscInfoResponse(response, record);
-    return 0;
+    int rc = Send(kMiscInfoRequest, kQmiMsgMiscInfo, 0, response);
+    if (rc == 0) DecodeMiscInfoResponse(response, record);
+    return rc;
 }

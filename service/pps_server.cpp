@@ -13,6 +13,7 @@
 
 #include "platform/pps/pps_client.h"
 #include "platform/pps/ppsparse.h"
+#include "service/tavora_errors.h"
 #include "service/tavora_log.h"
 
 uint32_t PPSHash(const char* name) {
@@ -40,18 +41,18 @@ int PPSServer::pps_create_server_object(const char* path) {
     fd_ = pps_open(path, flags, 0666);
     if (fd_ < 0 && pps_unlink(path) == 0) {
         fd_ = pps_open(path, flags, 0666);
-        if (fd_ < 0) return 2;
+        if (fd_ < 0) return kTavoraErrNoEntry;
     }
     stream_ = (fd_ < 0) ? nullptr : ::fdopen(fd_, "r+");
     if (stream_ == nullptr) {
         if (fd_ >= 0) ::close(fd_);
-        return 22;
+        return kTavoraErrInvalid;
     }
     int fd_flags = ::fcntl(fd_, F_GETFD);
     if (fd_flags < 0 || ::fcntl(fd_, F_SETFD, fd_flags | FD_CLOEXEC) < 0) {
         ::fclose(stream_);
         stream_ = nullptr;
-        return 22;
+        return kTavoraErrInvalid;
     }
     return 0;
 }
