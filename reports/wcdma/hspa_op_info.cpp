@@ -1,0 +1,112 @@
+#include "reports/wcdma/hspa_op_info.h"
+
+#include <algorithm>
+
+#include "diaglog/log_snapshot_store.h"
+#include "service/report_writer.h"
+#include "service/tavora_context.h"
+
+namespace {
+
+using log_layout::Cqi;
+using log_layout::HsdpaRate;
+using log_layout::HspaUeState;
+using log_layout::TransportChannels;
+
+// How a CQI sample reads in each format: the code in its low bits names the
+// type, and the number sits above the code. The two formats code the types
+// the opposite way round.
+struct CqiCode {
+    uint8_t format;
+    uint16_t code_mask;
+    uint16_t code;
+    const char* type;
+    int number_shift;
+    int number_mask;
+};
+constexpr CqiCode kCqiCodes[] = {
+    {0, 0x1, 1, "Type A CQI", 1, 0xFF}, {0, 0x1, 0, "Type B CQI", 1, 0xFF},
+    {1, 0x3, 0, "No CQI DTX", 2, 0x00}, {1, 0x3, 1, "Type B CQI", 2, 0x1F},
+    {1, 0x3, 2, "Type A CQI", 2, 0xFF}, {1, 0x3, 3, "DCHSPA CQI", 2, 0x1F},
+};
+
+void PublishCqi(ReportWriter& report) {
+    const SnapshotView cqi = g_log_snapshot_store.View(Cqi::kCode);
+    if (!cqi.has_packet()) {
+        report.NoData("hsdpa_cqi_type");
+        report.NoData("hsdpa_cqi_num");
+        return;
+    }
+    // A position outside the 250 samples, or an unknown format, leaves both
+    // attributes as the last report wrote them.
+    const uint8_t position = cqi.Get(Cqi::kPosition);
+    if (position >= Cqi::kMaxSamples) return;
+    const CqiReading reading =
+        DecodeCqiSample(cqi.Get(Cqi::kFormat), cqi.Get(Cqi::Sample(position)));
+    if (reading.type == nullptr) return;
+    report.String("hsdpa_cqi_type", reading.type);
+    report.Int("hsdpa_cqi_num", reading.number);
+}
+
+// The selector names one of the four records; a selector past them names
+// no record the snapshot holds, so the rate is reported as absent.
+void PublishRate(ReportWriter& report) {
+    const SnapshotView rate = g_log_snapshot_store.View(HsdpaRate::kCode);
+    const uint8_t selector = rate.Get(HsdpaRate::kSelector);
+    if (!rate.has_packet() || selector >= HsdpaRate::kMaxRecords) {
+        report.NoData("hsdpa_rate");
+        return;
+    }
+    report.Int("hsdpa_rate", rate.Get(HsdpaRate::Rate(selector)));
+}
+
+// The block error rate of the last record the count covers (the count cut
+// to the eight records the snapshot holds); a count of 0 covers no record,
+// so the rate is reported as absent.
+void PublishBlockErrorRate(ReportWriter& report) {
+    const SnapshotView channels = g_log_snapshot_store.View(TransportChannels::kCode);
+    const size_t count = std::min<size_t>(channels.Get(TransportChannels::kRecordCount),
+                                          TransportChannels::kMaxRecords);
+    if (!channels.has_packet() || count == 0) {
+        report.NoData("hsdpa_bler");
+        return;
+    }
+    report.Int("hsdpa_bler",
+               static_cast<int32_t>(channels.Get(TransportChannels::BlockErrorRate(count - 1))));
+}
+
+void PublishUeState(ReportWriter& report) {
+    const SnapshotView state = g_log_snapshot_store.View(HspaUeState::kCode);
+    if (!state.has_packet()) {
+        for (const char* name :
+             {"hspa_ue_state", "hspa_irat_ch", "hspa_irat_cm", "hspa_irat_carrier_rssi"})
+            report.NoData(name);
+        return;
+    }
+    report.Int("hspa_ue_state", state.Get(HspaUeState::kUeState));
+    report.Int("hspa_irat_ch", state.Get(HspaUeState::kIratChannel));
+    report.Int("hspa_irat_cm", state.Get(HspaUeState::kIratCm));
+    report.Int("hspa_irat_carrier_rssi", state.Get(HspaUeState::kIratCarrierRssi));
+}
+
+}  // namespace
+
+CqiReading DecodeCqiSample(uint8_t format, uint16_t sample) {
+    for (const CqiCode& row : kCqiCodes) {
+        if (row.format != format || (sample & row.code_mask) != row.code) continue;
+        return {row.type, (sample >> row.number_shift) & row.number_mask};
+    }
+    return {nullptr, 0};
+}
+
+void GetHspaOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
+                   const char* id, const char* dat) {
+    auto* context = static_cast<TavoraContext*>(arg);
+    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+    PublishCqi(report);
+    report.NoData("hssch_code");
+    PublishRate(report);
+    PublishBlockErrorRate(report);
+    PublishUeState(report);
+    report.WriteAndReply(server, {client_id, msg, id, dat});
+}

@@ -1,0 +1,22 @@
+// The radionwinfo report: the WCDMA serving cell with its identities and
+// measurements, the active and monitored sets, the cell's barring and the
+// reselection values of the active-set cells, published to diag/status_utra.
+#pragma once
+
+#include <cstdint>
+
+class PPSServer;
+
+struct Plmn {
+    int mcc;
+    int mnc;
+};
+
+// MCC and MNC from the three BCD octets of a PLMN identity (3GPP TS
+// 24.008): a high nibble 0xF in the second octet marks a two-digit MNC.
+// Plain integers: leading zeros are not kept.
+Plmn DecodePlmnBcd(uint8_t octet1, uint8_t octet2, uint8_t octet3);
+
+// Command handler of "radionwinfo"; arg is the TavoraContext.
+void GetRadioNwInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
+                    const char* id, const char* dat);

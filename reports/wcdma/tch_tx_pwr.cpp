@@ -1,0 +1,85 @@
+#include "reports/wcdma/tch_tx_pwr.h"
+
+#include <algorithm>
+
+#include "diaglog/log_snapshot_store.h"
+#include "service/report_writer.h"
+#include "service/tavora_context.h"
+
+namespace {
+
+using log_layout::CarrierRssi;
+using log_layout::TransportChannels;
+using log_layout::TxPower;
+
+void PublishTxPower(ReportWriter& report) {
+    const SnapshotView power = g_log_snapshot_store.View(TxPower::kCode);
+    if (!power.has_packet()) {
+        for (const char* name : {"dch_tx_pwr", "dch_tx_pwr_step", "dch_tx_pwr_algo"})
+            report.NoData(name);
+        return;
+    }
+    report.Int("dch_tx_pwr", power.Get(TxPower::kTxPower));
+    report.Int("dch_tx_pwr_step", power.Get(TxPower::kPowerControlStep));
+    // Another algorithm byte leaves the attribute as the last report wrote it.
+    switch (power.Get(TxPower::kPowerControlAlgorithm)) {
+        case 1:
+            report.String("dch_tx_pwr_algo", "PCA1");
+            break;
+        case 2:
+            report.String("dch_tx_pwr_algo", "PCA2");
+            break;
+        default:
+            break;
+    }
+}
+
+// One unnamed object per transport channel, its attributes numbered from 0.
+// A count above eight is cut to the eight records the snapshot holds.
+void PublishBlockErrorRates(ReportWriter& report) {
+    const SnapshotView channels = g_log_snapshot_store.View(TransportChannels::kCode);
+    if (!channels.has_packet()) {
+        report.NoData("dch_bler");
+        return;
+    }
+    const size_t count = std::min<size_t>(channels.Get(TransportChannels::kRecordCount),
+                                          TransportChannels::kMaxRecords);
+    report.StartArray("dch_bler");
+    for (size_t k = 0; k < count; ++k) {
+        const int n = static_cast<int>(k);
+        report.StartObject();
+        report.Int(Numbered("bler%1d", n),
+                   static_cast<int32_t>(channels.Get(TransportChannels::BlockErrorRate(k))));
+        report.Int(Numbered("tr_channel_id%1d", n), channels.Get(TransportChannels::ChannelId(k)));
+        report.EndObject();
+    }
+    report.EndArray();
+}
+
+void PublishCarrierRssi(ReportWriter& report) {
+    const SnapshotView rssi = g_log_snapshot_store.View(CarrierRssi::kCode);
+    if (!rssi.has_packet()) {
+        report.NoData("dch_utra_rssi");
+        return;
+    }
+    report.Int("dch_utra_rssi", UtraRssiFromRawPower(rssi.Get(CarrierRssi::kRawPower)));
+}
+
+}  // namespace
+
+int16_t UtraRssiFromRawPower(int16_t raw) {
+    // Integer division truncates toward zero: -513 gives -106, not -107.
+    return static_cast<int16_t>((raw + 512) / 10 - 106);
+}
+
+void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
+                 const char* id, const char* dat) {
+    auto* context = static_cast<TavoraContext*>(arg);
+    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+    PublishTxPower(report);
+    PublishBlockErrorRates(report);
+    PublishCarrierRssi(report);
+    for (const char* name : {"dch_sir", "dch_sir_target", "dch_bler_target", "dch_avgcalls"})
+        report.NotSupported(name);
+    report.WriteAndReply(server, {client_id, msg, id, dat});
+}

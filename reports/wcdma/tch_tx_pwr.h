@@ -1,0 +1,16 @@
+// The tchtxpwr report: the state of a WCDMA dedicated channel (transmit
+// power with its power-control step and algorithm, the block error rate of
+// each transport channel, the received carrier power), from three log
+// snapshots, published to diag/status_utra.
+#pragma once
+
+#include <cstdint>
+
+class PPSServer;
+
+// UTRA carrier RSSI in dBm from the raw received power of 0x4165.
+int16_t UtraRssiFromRawPower(int16_t raw);
+
+// Command handler of "tchtxpwr"; arg is the TavoraContext.
+void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
+                 const char* id, const char* dat);

@@ -1,0 +1,150 @@
+// Runs a report handler in the test's own process: a pipe stands in for the
+// status object, so the exact text written (attribute order included) can
+// be read back, and the reply goes to a real broker's server object.
+// Packets go in through the DM callback, built field by field at snapshot
+// offsets; the RAT measurement response is built the same way and served
+// by modemsim's QMI side as a raw response.
+//
+//   rt::test::ReportHarness harness;
+//   rt::test::LogPacket(0x4110, 87).U8(12, 2).U16(13, 10700).Deliver();
+//   std::string report = harness.Run(GetRadioNwInfo, "radionwinfo");
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "diaglog/log_snapshot_store.h"
+#include "service/pps_server.h"
+#include "service/tavora_context.h"
+#include "service/tavora_strings.h"
+#include "testsupport/child_process.h"
+#include "testsupport/diag_capture_builder.h"
+
+namespace rt::test {
+
+// Little-endian fields at byte offsets of a buffer of fixed size; a field
+// that would not fit is dropped, so builders can state over-large layouts.
+class FieldBuilder {
+  public:
+    explicit FieldBuilder(size_t size) : bytes_(size, 0) {}
+    FieldBuilder& U8(size_t at, unsigned value) { return Put(at, 1, value); }
+    FieldBuilder& U16(size_t at, unsigned value) { return Put(at, 2, value); }
+    FieldBuilder& U32(size_t at, uint32_t value) { return Put(at, 4, value); }
+    const std::vector<uint8_t>& bytes() const { return bytes_; }
+
+  protected:
+    FieldBuilder& Put(size_t at, size_t width, uint32_t value) {
+        for (size_t i = 0; i < width && at + i < bytes_.size(); ++i)
+            bytes_[at + i] = static_cast<uint8_t>(value >> (8 * i));
+        return *this;
+    }
+    std::vector<uint8_t> bytes_;
+};
+
+// A log packet of `size` bytes (header included) whose fields are set at
+// snapshot offsets; the header's length and code are filled in.
+class LogPacket : public FieldBuilder {
+  public:
+    LogPacket(uint16_t code, size_t size) : FieldBuilder(size), code_(code) {
+        Put(0, 2, static_cast<uint32_t>(size));
+        Put(2, 2, code);
+    }
+    LogPacket& Set8(size_t at, unsigned value) { return static_cast<LogPacket&>(U8(at, value)); }
+    LogPacket& Set16(size_t at, unsigned value) { return static_cast<LogPacket&>(U16(at, value)); }
+    LogPacket& Set32(size_t at, uint32_t value) { return static_cast<LogPacket&>(U32(at, value)); }
+    void Deliver() const {
+        DM_recv_log_packet_cb(nullptr, code_, bytes_.data(), static_cast<uint32_t>(bytes_.size()));
+    }
+
+  private:
+    uint16_t code_;
+};
+
+// The 1331-byte RAT measurement response as the daemon's buffer holds it:
+// a successful result TLV, the measurement TLV's header, then the payload
+// fields at buffer offsets. Hex() is modemsim's raw_response form.
+class RatMeasResponse : public FieldBuilder {
+  public:
+    static constexpr size_t kSize = 1331;
+    RatMeasResponse() : FieldBuilder(kSize) {
+        Put(0, 1, 0x02);  // result TLV: type, length 4, result 0, error 0
+        Put(1, 2, 4);
+        Put(7, 1, 0x10);  // the measurement TLV
+        Put(8, 2, kSize - 10);
+    }
+    RatMeasResponse& Set8(size_t at, unsigned v) { return static_cast<RatMeasResponse&>(U8(at, v)); }
+    RatMeasResponse& Set16(size_t at, unsigned v) {
+        return static_cast<RatMeasResponse&>(U16(at, v));
+    }
+    // Bytes 10 to 12: measurements present, RAT type, payload holds data.
+    RatMeasResponse& Valid(unsigned rat_type = 3) { return Set8(10, 1).Set8(11, rat_type).Set8(12, 1); }
+    std::string Hex() const {
+        std::string out;
+        char pair[3];
+        for (uint8_t byte : bytes_) {
+            std::snprintf(pair, sizeof pair, "%02x", byte);
+            out += pair;
+        }
+        return out;
+    }
+};
+
+class ReportHarness {
+  public:
+    using Handler = void (*)(PPSServer*, void*, uint64_t, const char*, const char*, const char*);
+
+    ReportHarness() {
+        g_log_snapshot_store.Reset();
+        if (::pipe2(status_, O_CLOEXEC | O_NONBLOCK) == 0) {
+            context_.utra_fd = status_[1];
+            context_.eutra_fd = status_[1];
+            context_.data_fd = status_[1];
+        }
+        server_ok_ = server_.pps_create_server_object(kControlServerPath) == 0;
+    }
+    ~ReportHarness() {
+        ::close(status_[0]);
+        ::close(status_[1]);
+        g_log_snapshot_store.Reset();
+    }
+    bool ok() const { return server_ok_ && status_[0] >= 0; }
+
+    // Runs the handler as client 5 with id 17 and returns what it wrote.
+    std::string Run(Handler handler, const char* msg) {
+        handler(&server_, &context_, 5, msg, "17", nullptr);
+        std::string out;
+        char buffer[4096];
+        ssize_t n;
+        while ((n = ::read(status_[0], buffer, sizeof buffer)) > 0)
+            out.append(buffer, static_cast<size_t>(n));
+        return out;
+    }
+
+  private:
+    PpsBroker broker_;
+    PPSServer server_;
+    TavoraContext context_;
+    int status_[2] = {-1, -1};
+    bool server_ok_ = false;
+};
+
+// The attribute lines of a report whose name starts with `prefix`, in order.
+inline std::vector<std::string> LinesStartingWith(const std::string& report,
+                                                  const std::string& prefix) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    while (start < report.size()) {
+        size_t end = report.find('\n', start);
+        if (end == std::string::npos) end = report.size();
+        std::string line = report.substr(start, end - start);
+        if (line.rfind(prefix, 0) == 0) lines.push_back(line);
+        start = end + 1;
+    }
+    return lines;
+}
+
+}  // namespace rt::test
