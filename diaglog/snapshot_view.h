@@ -17,7 +17,7 @@
 #include "platform/common/byte_layout.h"
 
 class SnapshotView {
-public:
+  public:
     // The largest snapshot the store keeps (0x4111).
     static constexpr size_t kMaxSize = 694;
 
@@ -44,7 +44,7 @@ public:
         return reader().Get(field);
     }
 
-private:
+  private:
     rt::FieldReader reader() const { return rt::FieldReader(bytes()); }
 
     std::array<uint8_t, kMaxSize> bytes_{};

@@ -11,9 +11,13 @@ Numbered::Numbered(const char* format, int n) {
     std::snprintf(name_, sizeof name_, format, n);
 }
 
-ReportWriter::ReportWriter(int32_t fd) : fd_(fd) { pps_encoder_initialize(&encoder_, false); }
+ReportWriter::ReportWriter(int32_t fd) : fd_(fd) {
+    pps_encoder_initialize(&encoder_, false);
+}
 
-ReportWriter::~ReportWriter() { pps_encoder_cleanup(&encoder_); }
+ReportWriter::~ReportWriter() {
+    pps_encoder_cleanup(&encoder_);
+}
 
 void ReportWriter::Int(const char* name, int32_t value) {
     pps_encoder_add_int(&encoder_, name, value);
@@ -27,9 +31,13 @@ void ReportWriter::String(const char* name, const char* value) {
     pps_encoder_add_string(&encoder_, name, value);
 }
 
-void ReportWriter::NoData(const char* name) { String(name, kNoDataAvailable); }
+void ReportWriter::NoData(const char* name) {
+    String(name, kNoDataAvailable);
+}
 
-void ReportWriter::NotSupported(const char* name) { String(name, kNotSupported); }
+void ReportWriter::NotSupported(const char* name) {
+    String(name, kNotSupported);
+}
 
 void ReportWriter::IntOr(const char* name, std::optional<int32_t> value) {
     if (value) {
@@ -43,10 +51,18 @@ void ReportWriter::DeleteAttribute(const char* name) {
     pps_encoder_delete_attribute(&encoder_, name);
 }
 
-void ReportWriter::StartArray(const char* name) { pps_encoder_start_array(&encoder_, name); }
-void ReportWriter::EndArray() { pps_encoder_end_array(&encoder_); }
-void ReportWriter::StartObject(const char* name) { pps_encoder_start_object(&encoder_, name); }
-void ReportWriter::EndObject() { pps_encoder_end_object(&encoder_); }
+void ReportWriter::StartArray(const char* name) {
+    pps_encoder_start_array(&encoder_, name);
+}
+void ReportWriter::EndArray() {
+    pps_encoder_end_array(&encoder_);
+}
+void ReportWriter::StartObject(const char* name) {
+    pps_encoder_start_object(&encoder_, name);
+}
+void ReportWriter::EndObject() {
+    pps_encoder_end_object(&encoder_);
+}
 
 bool ReportWriter::Write() {
     // An encoder left without a buffer (a failed call) writes nothing.
@@ -61,6 +77,6 @@ bool ReportWriter::Write() {
 
 void ReportWriter::WriteAndReply(PPSServer* server, const ReportRequest& request) {
     Write();
-    server->PPSReply(kControlServerPath, request.client_id, request.msg, request.id, request.dat,
-                     0, false);
+    server->PPSReply(kControlServerPath, request.client_id, request.msg, request.id, request.dat, 0,
+                     false);
 }

@@ -29,16 +29,16 @@ struct ReportRequest {
 // The name of entry n of a numbered family, formatted with its "%1d" format
 // into a 24-character name buffer.
 class Numbered {
-public:
+  public:
     Numbered(const char* format, int n);
     operator const char*() const { return name_; }
 
-private:
+  private:
     char name_[25];
 };
 
 class ReportWriter {
-public:
+  public:
     // Writes go to `fd` (a status or configuration object; -1 writes nothing).
     explicit ReportWriter(int32_t fd);
     ~ReportWriter();
@@ -71,7 +71,7 @@ public:
     // dat on the daemon's server object, no error.
     void WriteAndReply(PPSServer* server, const ReportRequest& request);
 
-private:
+  private:
     pps_encoder_t encoder_;
     int32_t fd_;
 };

@@ -76,12 +76,16 @@ class RatMeasResponse : public FieldBuilder {
         Put(7, 1, 0x10);  // the measurement TLV
         Put(8, 2, kSize - 10);
     }
-    RatMeasResponse& Set8(size_t at, unsigned v) { return static_cast<RatMeasResponse&>(U8(at, v)); }
+    RatMeasResponse& Set8(size_t at, unsigned v) {
+        return static_cast<RatMeasResponse&>(U8(at, v));
+    }
     RatMeasResponse& Set16(size_t at, unsigned v) {
         return static_cast<RatMeasResponse&>(U16(at, v));
     }
     // Bytes 10 to 12: measurements present, RAT type, payload holds data.
-    RatMeasResponse& Valid(unsigned rat_type = 3) { return Set8(10, 1).Set8(11, rat_type).Set8(12, 1); }
+    RatMeasResponse& Valid(unsigned rat_type = 3) {
+        return Set8(10, 1).Set8(11, rat_type).Set8(12, 1);
+    }
     std::string Hex() const {
         std::string out;
         char pair[3];

@@ -32,7 +32,7 @@ struct Field {
 };
 
 class FieldReader {
-public:
+  public:
     explicit FieldReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
 
     size_t size() const { return bytes_.size(); }
@@ -63,7 +63,7 @@ public:
         return Read(field).value_or(T{0});
     }
 
-private:
+  private:
     std::span<const uint8_t> bytes_;
 };
 

@@ -25,8 +25,8 @@ struct SetNames {
     const char* ecio;
     const char* rscp;
 };
-constexpr SetNames kActiveSetNames{"aset_arfcn%1d", "aset_sc%1d", "aset_cellid%1d",
-                                   "aset_ecio%1d", "aset_rscp%1d"};
+constexpr SetNames kActiveSetNames{"aset_arfcn%1d", "aset_sc%1d", "aset_cellid%1d", "aset_ecio%1d",
+                                   "aset_rscp%1d"};
 constexpr SetNames kMonitoredSetNames{"mset_uarfcn%1d", "mset_sc%1d", "mset_cellid%1d",
                                       "mset_ecio%1d", "mset_rscp%1d"};
 
@@ -61,14 +61,16 @@ void PublishEmptyEntries(ReportWriter& report, const SetNames& names, int n) {
 
 // Counts inside the payload and the snapshots are cut to the capacity of
 // their lists, so no cell is read from outside its list whatever a count says.
-size_t Capped(size_t count, size_t capacity) { return std::min(count, capacity); }
+size_t Capped(size_t count, size_t capacity) {
+    return std::min(count, capacity);
+}
 
 void PublishActiveSet(ReportWriter& report, const rt::FieldReader& qmi, const SnapshotView& log,
                       int* active_set_count) {
     const uint16_t uarfcn = log.Get(ActiveSet::kUarfcn);
     report.Int("scell_uarfcn", uarfcn);
-    const size_t qmi_cells = Capped(qmi.Get(umts_meas::kActiveSetCount),
-                                    umts_meas::kMaxActiveSetCells);
+    const size_t qmi_cells =
+        Capped(qmi.Get(umts_meas::kActiveSetCount), umts_meas::kMaxActiveSetCells);
     const size_t log_cells = Capped(log.Get(ActiveSet::kCellCount), ActiveSet::kMaxCells);
     auto log_cell = [&](size_t k) {
         return LogCell{uarfcn, log.Get(ActiveSet::CellPsc(k)), log.Get(ActiveSet::CellId(k))};

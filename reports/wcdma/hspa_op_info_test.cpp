@@ -20,10 +20,10 @@ struct CqiCase {
 
 TEST(DecodeCqiSample, BothFormats) {
     const CqiCase cases[] = {
-        {0, 0x0013, "Type A CQI", 9},    {0, 0x0200, "Type B CQI", 0},
-        {1, 0x0000, "No CQI DTX", 0},    {1, 0x007D, "Type B CQI", 31},
-        {1, 0x03FE, "Type A CQI", 255},  {1, 0x0087, "DCHSPA CQI", 1},
-        {0, 0x01FF, "Type A CQI", 255},  {1, 0xFFFE, "Type A CQI", 255},
+        {0, 0x0013, "Type A CQI", 9},   {0, 0x0200, "Type B CQI", 0},
+        {1, 0x0000, "No CQI DTX", 0},   {1, 0x007D, "Type B CQI", 31},
+        {1, 0x03FE, "Type A CQI", 255}, {1, 0x0087, "DCHSPA CQI", 1},
+        {0, 0x01FF, "Type A CQI", 255}, {1, 0xFFFE, "Type A CQI", 255},
     };
     for (const CqiCase& c : cases) {
         CqiReading reading = DecodeCqiSample(c.format, c.sample);
@@ -87,8 +87,7 @@ TEST_F(HspaOpInfoTest, CountsAndPositionsPastTheSnapshot) {
     all_channels.Set8(12, 255);
     for (unsigned k = 0; k < 8; ++k) all_channels.Set32(20 + 9 * k, 500 + k);
     const OutOfRangeCase cases[] = {
-        {"cqi_position_250", LogPacket(0x421C, 516).Set8(12, 0).Set8(13, 250), "",
-         "hsdpa_cqi"},
+        {"cqi_position_250", LogPacket(0x421C, 516).Set8(12, 0).Set8(13, 250), "", "hsdpa_cqi"},
         {"cqi_format_2", LogPacket(0x421C, 516).Set8(12, 2).Set8(13, 0).Set16(16, 0x13), "",
          "hsdpa_cqi"},
         {"cqi_last_position", LogPacket(0x421C, 516).Set8(12, 0).Set8(13, 249).Set16(514, 0x13),

@@ -65,11 +65,11 @@ void PublishLocation(ReportWriter& report, int active_set_count, int monitored_s
     const SnapshotView snapshot = g_log_snapshot_store.View(LocationIdentity::kCode);
     std::optional<Location> location;
     if (snapshot.has_packet()) {
-        location = Location{DecodePlmnBcd(snapshot.Get(LocationIdentity::PlmnOctet(0)),
-                                          snapshot.Get(LocationIdentity::PlmnOctet(1)),
-                                          snapshot.Get(LocationIdentity::PlmnOctet(2))),
-                            snapshot.Get(LocationIdentity::kLac),
-                            snapshot.Get(LocationIdentity::kRac)};
+        location =
+            Location{DecodePlmnBcd(snapshot.Get(LocationIdentity::PlmnOctet(0)),
+                                   snapshot.Get(LocationIdentity::PlmnOctet(1)),
+                                   snapshot.Get(LocationIdentity::PlmnOctet(2))),
+                     snapshot.Get(LocationIdentity::kLac), snapshot.Get(LocationIdentity::kRac)};
         report.Int("scell_mcc", location->plmn.mcc);
         report.Int("scell_mnc", location->plmn.mnc);
         report.Int("scell_lac", location->lac);

@@ -64,13 +64,12 @@ TEST_F(RadioNwInfoTest, NoModemAndNoPacketsGiveNoDataEverywhere) {
     rt::test::TempDir nowhere;
     setenv("QMI_DEVICE", ("unix:" + nowhere.file("no-modem.sock")).c_str(), 1);
     std::string report = Report();
-    Lines expected = NoDataEntries(
-        {"aset_arfcn", "aset_sc", "aset_cellid", "aset_ecio", "aset_rscp"}, 1);
+    Lines expected =
+        NoDataEntries({"aset_arfcn", "aset_sc", "aset_cellid", "aset_ecio", "aset_rscp"}, 1);
     expected.push_back("scell_uarfcn::No data available!");
-    expected = Concat(expected, NoDataEntries(
-                                    {"mset_uarfcn", "mset_sc", "mset_cellid", "mset_ecio",
-                                     "mset_rscp"},
-                                    1));
+    expected = Concat(
+        expected,
+        NoDataEntries({"mset_uarfcn", "mset_sc", "mset_cellid", "mset_ecio", "mset_rscp"}, 1));
     for (const char* name : {"cell_status", "scell_ura", "scell_cellid", "scell_mcc", "scell_mnc",
                              "scell_lac", "scell_rac"})
         expected.push_back(std::string(name) + "::No data available!");
@@ -95,18 +94,25 @@ TEST_F(RadioNwInfoTest, MatchedActiveSetCellsCarryTheModemsSignalValues) {
     ActiveSetCell(active, 2, 300, 0x3003);
     active.Deliver();
     // 0x7135: PLMN 310/410, LAC 0x1234, RAC 7; 0x4005: Squal/Srxlev of three cells.
-    LogPacket(0x7135, 21).Set8(14, 0x13).Set8(15, 0x00).Set8(16, 0x14).Set16(17, 0x1234).Set8(19, 7).Deliver();
+    LogPacket(0x7135, 21)
+        .Set8(14, 0x13)
+        .Set8(15, 0x00)
+        .Set8(16, 0x14)
+        .Set16(17, 0x1234)
+        .Set8(19, 7)
+        .Deliver();
     LogPacket reselection(0x4005, 558);
     for (unsigned i = 0; i < 3; ++i)
-        reselection.Set16(19 + 10 * i, 40 + i).Set16(22 + 10 * i, static_cast<uint16_t>(-(10 + int(i))));
+        reselection.Set16(19 + 10 * i, 40 + i)
+            .Set16(22 + 10 * i, static_cast<uint16_t>(-(10 + int(i))));
     reselection.Deliver();
 
     std::string report = Report();
-    EXPECT_EQ(LinesStartingWith(report, "scell_"),
-              (Lines{"scell_sc:n:100", "scell_ecio:n:-5", "scell_rscp:n:-90",
-                     "scell_uarfcn:n:10700", "scell_ura::No data available!",
-                     "scell_cellid::No data available!", "scell_mcc:n:310", "scell_mnc:n:410",
-                     "scell_lac:n:4660", "scell_rac:n:7"}));
+    EXPECT_EQ(
+        LinesStartingWith(report, "scell_"),
+        (Lines{"scell_sc:n:100", "scell_ecio:n:-5", "scell_rscp:n:-90", "scell_uarfcn:n:10700",
+               "scell_ura::No data available!", "scell_cellid::No data available!",
+               "scell_mcc:n:310", "scell_mnc:n:410", "scell_lac:n:4660", "scell_rac:n:7"}));
     EXPECT_EQ(LinesStartingWith(report, "aset_sc"),
               Concat({"aset_sc1:n:100", "aset_sc2:n:200", "aset_sc3:n:300"},
                      NoDataEntries({"aset_sc"}, 4)));
@@ -123,10 +129,12 @@ TEST_F(RadioNwInfoTest, MatchedActiveSetCellsCarryTheModemsSignalValues) {
     EXPECT_EQ(LinesStartingWith(report, "aset_mcc"),
               Concat({"aset_mcc1:n:310", "aset_mcc2:n:310", "aset_mcc3:n:310"},
                      NoDataEntries({"aset_mcc"}, 4)));
-    EXPECT_EQ(LinesStartingWith(report, "squal"),
-              Concat({"squal1:n:-10", "squal2:n:-11", "squal3:n:-12"}, NoDataEntries({"squal"}, 4)));
-    EXPECT_EQ(LinesStartingWith(report, "srxlev"),
-              Concat({"srxlev1:n:40", "srxlev2:n:41", "srxlev3:n:42"}, NoDataEntries({"srxlev"}, 4)));
+    EXPECT_EQ(
+        LinesStartingWith(report, "squal"),
+        Concat({"squal1:n:-10", "squal2:n:-11", "squal3:n:-12"}, NoDataEntries({"squal"}, 4)));
+    EXPECT_EQ(
+        LinesStartingWith(report, "srxlev"),
+        Concat({"srxlev1:n:40", "srxlev2:n:41", "srxlev3:n:42"}, NoDataEntries({"srxlev"}, 4)));
     // No monitored set: its identity family has no data.
     EXPECT_EQ(LinesStartingWith(report, "mset_mcc"), NoDataEntries({"mset_mcc"}, 1));
 }
@@ -178,7 +186,13 @@ TEST_F(RadioNwInfoTest, MonitoredSetMatchesOnTheServingFrequencyAndSkipsEmptyBlo
     response.Set16(168, 10700).Set16(172, 0);
     ModemAnswers(response);
     LogPacket monitored(0x4111, 694);
-    monitored.Set8(12, 1).Set16(13, 10700).Set8(15, 2).Set16(16, 5).Set32(19, 55).Set16(23, 6).Set32(26, 66);
+    monitored.Set8(12, 1)
+        .Set16(13, 10700)
+        .Set8(15, 2)
+        .Set16(16, 5)
+        .Set32(19, 55)
+        .Set16(23, 6)
+        .Set32(26, 66);
     monitored.Deliver();
     LogPacket(0x7135, 21).Set8(14, 0x13).Set8(15, 0x00).Set8(16, 0x14).Deliver();
     std::string report = Report();
@@ -187,8 +201,9 @@ TEST_F(RadioNwInfoTest, MonitoredSetMatchesOnTheServingFrequencyAndSkipsEmptyBlo
     EXPECT_EQ(LinesStartingWith(report, "mset_rscp"),
               Concat({"mset_rscp1:n:-101", "mset_rscp2::No data available!"},
                      NoDataEntries({"mset_rscp"}, 3)));
-    EXPECT_EQ(LinesStartingWith(report, "mset_cellid"),
-              Concat({"mset_cellid1:n:66", "mset_cellid2:n:55"}, NoDataEntries({"mset_cellid"}, 3)));
+    EXPECT_EQ(
+        LinesStartingWith(report, "mset_cellid"),
+        Concat({"mset_cellid1:n:66", "mset_cellid2:n:55"}, NoDataEntries({"mset_cellid"}, 3)));
     // Two monitored entries: the identities are repeated for 1 and 2.
     EXPECT_EQ(LinesStartingWith(report, "mset_mcc"),
               Concat({"mset_mcc1:n:310", "mset_mcc2:n:310"}, NoDataEntries({"mset_mcc"}, 3)));

@@ -72,8 +72,8 @@ int16_t UtraRssiFromRawPower(int16_t raw) {
     return static_cast<int16_t>((raw + 512) / 10 - 106);
 }
 
-void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                 const char* id, const char* dat) {
+void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
+                 const char* dat) {
     auto* context = static_cast<TavoraContext*>(arg);
     ReportWriter report(context != nullptr ? context->utra_fd : -1);
     PublishTxPower(report);

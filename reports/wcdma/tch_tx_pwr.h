@@ -12,5 +12,5 @@ class PPSServer;
 int16_t UtraRssiFromRawPower(int16_t raw);
 
 // Command handler of "tchtxpwr"; arg is the TavoraContext.
-void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                 const char* id, const char* dat);
+void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
+                 const char* dat);

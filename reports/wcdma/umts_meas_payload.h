@@ -33,16 +33,26 @@ struct TenByteCell {
     constexpr rt::Field<int16_t> EcIo() const { return {at + 2}; }
     constexpr rt::Field<int16_t> Rscp() const { return {at + 4}; }
 };
-constexpr TenByteCell IntraFreqCell(size_t k) { return {26 + 10 * k}; }
-constexpr TenByteCell ActiveSetCell(size_t j) { return {106 + 10 * j}; }
+constexpr TenByteCell IntraFreqCell(size_t k) {
+    return {26 + 10 * k};
+}
+constexpr TenByteCell ActiveSetCell(size_t j) {
+    return {106 + 10 * j};
+}
 
 // Inter-frequency blocks: a UARFCN and up to eight 12-byte cells each.
 inline constexpr size_t kMaxInterFreqBlocks = 2;
 inline constexpr size_t kMaxInterFreqCellsPerBlock = 8;
 inline constexpr rt::Field<uint16_t> kInterFreqBlockCount{166};
-constexpr size_t InterFreqBlock(size_t f) { return 168 + 102 * f; }
-constexpr rt::Field<uint16_t> InterFreqUarfcn(size_t f) { return {InterFreqBlock(f)}; }
-constexpr rt::Field<uint16_t> InterFreqCellCount(size_t f) { return {InterFreqBlock(f) + 4}; }
+constexpr size_t InterFreqBlock(size_t f) {
+    return 168 + 102 * f;
+}
+constexpr rt::Field<uint16_t> InterFreqUarfcn(size_t f) {
+    return {InterFreqBlock(f)};
+}
+constexpr rt::Field<uint16_t> InterFreqCellCount(size_t f) {
+    return {InterFreqBlock(f) + 4};
+}
 constexpr TenByteCell InterFreqCell(size_t f, size_t c) {
     // The first six bytes of a 12-byte cell have the ten-byte cell's layout.
     return {InterFreqBlock(f) + 6 + 12 * c};
@@ -56,7 +66,9 @@ struct GsmCell {
     constexpr rt::Field<uint16_t> Bsic() const { return {at + 2}; }
     constexpr rt::Field<int16_t> Rssi() const { return {at + 4}; }
 };
-constexpr GsmCell GsmNeighbour(size_t g) { return {374 + 10 * g}; }
+constexpr GsmCell GsmNeighbour(size_t g) {
+    return {374 + 10 * g};
+}
 // Whole GSM cells that fit in the 1331-byte buffer: (1331 - 374) / 10.
 inline constexpr size_t kMaxGsmCells = (kRatMeasInfoResponseSize - 374) / 10;
 

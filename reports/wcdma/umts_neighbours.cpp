@@ -16,8 +16,7 @@ constexpr uint16_t kNoInterFreqList = 0xFFFF;
 constexpr uint16_t kNoCellList = 0xFF;  // and above
 
 // Entries n to 6 of a family without a cell.
-void PublishEmptyEntries(ReportWriter& report, std::initializer_list<const char*> names,
-                         size_t n) {
+void PublishEmptyEntries(ReportWriter& report, std::initializer_list<const char*> names, size_t n) {
     for (; n <= kEntries; ++n) {
         for (const char* name : names) report.NoData(Numbered(name, static_cast<int>(n)));
     }

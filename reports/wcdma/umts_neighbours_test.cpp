@@ -135,9 +135,9 @@ TEST_F(UmtsNeighboursTest, AnLtePayloadOrAClosedChannelPublishesNothing) {
     ResetVendorQmiForTest();
     SlogCapture capture;
     EXPECT_EQ(PublishNow(), "");
-    EXPECT_TRUE(capture.contains(qmi_test::Line(
-        "GetUmtsMeasurementInfoUsingQmi",
-        "Error in sending & processing RAT_MEAS_QMI req: Error = %d", 22)));
+    EXPECT_TRUE(capture.contains(
+        qmi_test::Line("GetUmtsMeasurementInfoUsingQmi",
+                       "Error in sending & processing RAT_MEAS_QMI req: Error = %d", 22)));
 }
 
 }  // namespace
