@@ -171,6 +171,11 @@ void ComparePublishRadioNwInfo(ReportWriter& report, int* active_set_count,
               "%30s : Error in sending & processing RAT_MEAS_QMI req: Error = %d",
               "ComparePublishRadioNwInfo", status);
     }
+    MergeRadioNwInfo(report, response, active_set_count, monitored_set_count);
+}
+
+void MergeRadioNwInfo(ReportWriter& report, const RatMeasInfoResponse& response,
+                      int* active_set_count, int* monitored_set_count) {
     const rt::FieldReader qmi(response.bytes);
 
     // The serving cell is active-set cell 0 of the measurement.

@@ -5,6 +5,8 @@
 // agree on it; cells only the log knows are published without them.
 #pragma once
 
+#include "qmi/vendor_requests.h"
+
 class ReportWriter;
 
 // Adds scell_sc/ecio/rscp (when measured), scell_uarfcn and the "aset_" and
@@ -13,3 +15,8 @@ class ReportWriter;
 // was when its log snapshot is empty.
 void ComparePublishRadioNwInfo(ReportWriter& report, int* active_set_count,
                                int* monitored_set_count);
+
+// The merge alone, over a response already received (all zero when the
+// request failed).
+void MergeRadioNwInfo(ReportWriter& report, const RatMeasInfoResponse& response,
+                      int* active_set_count, int* monitored_set_count);

@@ -99,14 +99,18 @@ CqiReading DecodeCqiSample(uint8_t format, uint16_t sample) {
     return {nullptr, 0};
 }
 
-void GetHspaOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+void PublishHspaOpInfo(ReportWriter& report) {
     PublishCqi(report);
     report.NoData("hssch_code");
     PublishRate(report);
     PublishBlockErrorRate(report);
     PublishUeState(report);
+}
+
+void GetHspaOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
+                   const char* id, const char* dat) {
+    auto* context = static_cast<TavoraContext*>(arg);
+    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+    PublishHspaOpInfo(report);
     report.WriteAndReply(server, {client_id, msg, id, dat});
 }

@@ -14,6 +14,10 @@ struct CqiReading {
 // A CQI sample decoded by its format byte (0 or 1).
 CqiReading DecodeCqiSample(uint8_t format, uint16_t sample);
 
+class ReportWriter;
+// The report's attributes, in order.
+void PublishHspaOpInfo(ReportWriter& report);
+
 // Command handler of "hspaopinfo"; arg is the TavoraContext.
 void GetHspaOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
                    const char* id, const char* dat);

@@ -113,6 +113,12 @@ Plmn DecodePlmnBcd(uint8_t octet1, uint8_t octet2, uint8_t octet3) {
     return plmn;
 }
 
+void PublishRadioNwIdentities(ReportWriter& report, int active_set_count, int monitored_set_count) {
+    PublishCellIdentity(report);
+    PublishLocation(report, active_set_count, monitored_set_count);
+    PublishReselection(report, active_set_count);
+}
+
 void GetRadioNwInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
                     const char* id, const char* dat) {
     auto* context = static_cast<TavoraContext*>(arg);
@@ -120,8 +126,6 @@ void GetRadioNwInfo(PPSServer* server, void* arg, uint64_t client_id, const char
     int active_set_count = 1;
     int monitored_set_count = 1;
     ComparePublishRadioNwInfo(report, &active_set_count, &monitored_set_count);
-    PublishCellIdentity(report);
-    PublishLocation(report, active_set_count, monitored_set_count);
-    PublishReselection(report, active_set_count);
+    PublishRadioNwIdentities(report, active_set_count, monitored_set_count);
     report.WriteAndReply(server, {client_id, msg, id, dat});
 }

@@ -17,6 +17,12 @@ struct Plmn {
 // Plain integers: leading zeros are not kept.
 Plmn DecodePlmnBcd(uint8_t octet1, uint8_t octet2, uint8_t octet3);
 
+class ReportWriter;
+
+// The identities and reselection values that follow the measurement half,
+// numbered by the counts it returned.
+void PublishRadioNwIdentities(ReportWriter& report, int active_set_count, int monitored_set_count);
+
 // Command handler of "radionwinfo"; arg is the TavoraContext.
 void GetRadioNwInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
                     const char* id, const char* dat);

@@ -72,14 +72,18 @@ int16_t UtraRssiFromRawPower(int16_t raw) {
     return static_cast<int16_t>((raw + 512) / 10 - 106);
 }
 
-void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
-                 const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+void PublishTchTxPwr(ReportWriter& report) {
     PublishTxPower(report);
     PublishBlockErrorRates(report);
     PublishCarrierRssi(report);
     for (const char* name : {"dch_sir", "dch_sir_target", "dch_bler_target", "dch_avgcalls"})
         report.NotSupported(name);
+}
+
+void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
+                 const char* dat) {
+    auto* context = static_cast<TavoraContext*>(arg);
+    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+    PublishTchTxPwr(report);
     report.WriteAndReply(server, {client_id, msg, id, dat});
 }

@@ -105,6 +105,10 @@ void GetUmtsMeasurementInfoUsingQmi(ReportWriter& report) {
               "%30s : Error in sending & processing RAT_MEAS_QMI req: Error = %d",
               "GetUmtsMeasurementInfoUsingQmi", status);
     }
+    PublishUmtsNeighbours(report, response);
+}
+
+void PublishUmtsNeighbours(ReportWriter& report, const RatMeasInfoResponse& response) {
     const rt::FieldReader qmi(response.bytes);
     if (!umts_meas::IsValid(qmi)) return;
     PublishIntraFrequency(report, qmi);

@@ -1,0 +1,50 @@
+// libFuzzer target: arbitrary log packets and an arbitrary RAT measurement
+// response through the WCDMA reports. The input's first 1331 bytes are the
+// response (zero-padded when shorter); the rest is a sequence of packets,
+// each a code selector byte, a 16-bit length and that many bytes (fewer
+// when the input ends). Nothing may read outside a snapshot or the buffer.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "diaglog/log_snapshot_store.h"
+#include "reports/wcdma/compare_publish_radio_nw_info.h"
+#include "reports/wcdma/hspa_op_info.h"
+#include "reports/wcdma/radio_nw_info.h"
+#include "reports/wcdma/tch_tx_pwr.h"
+#include "reports/wcdma/umts_neighbours.h"
+#include "service/report_writer.h"
+
+namespace {
+
+constexpr uint16_t kCodes[] = {0x4005, 0x410C, 0x4110, 0x4111, 0x4116, 0x4125,
+                               0x4127, 0x4138, 0x4156, 0x4165, 0x421C, 0x7135};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    g_log_snapshot_store.Reset();
+    RatMeasInfoResponse response{};
+    const size_t payload = std::min(size, sizeof response.bytes);
+    std::memcpy(response.bytes, data, payload);
+
+    size_t at = payload;
+    while (at + 3 <= size) {
+        const uint16_t code = kCodes[data[at] % std::size(kCodes)];
+        const size_t length = std::min<size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
+        DM_recv_log_packet_cb(nullptr, code, data + at + 3, static_cast<uint32_t>(length));
+        at += 3 + length;
+    }
+
+    ReportWriter report(-1);  // encodes everything, writes nowhere
+    int active_set_count = 1;
+    int monitored_set_count = 1;
+    MergeRadioNwInfo(report, response, &active_set_count, &monitored_set_count);
+    PublishRadioNwIdentities(report, active_set_count, monitored_set_count);
+    PublishHspaOpInfo(report);
+    PublishTchTxPwr(report);
+    PublishUmtsNeighbours(report, response);
+    report.Write();
+    return 0;
+}
