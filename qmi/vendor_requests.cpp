@@ -281,6 +281,15 @@ int radio_tavora_vendor_rat_meas_info(RatMeasInfoResponse* response, uint8_t rat
     return Send(kRatMeasRequest, kQmiMsgRatMeasInfo, rat_type, response->bytes);
 }
 
+int RequestRatMeasurements(const char* caller, uint8_t rat_type, RatMeasInfoResponse* response) {
+    int status = radio_tavora_vendor_rat_meas_info(response, rat_type);
+    if (status != 0) {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : Error in sending & processing RAT_MEAS_QMI req: Error = %d", caller, status);
+    }
+    return status;
+}
+
 int radio_tavora_vendor_misc_info(MiscInfo* record) {
     if (record == nullptr) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,

@@ -59,6 +59,9 @@ int radio_tavora_vendor_set_ens(uint8_t ens, int32_t fd);
 int radio_tavora_vendor_set_evdo_1x_ims_state(uint8_t* response, long msg_id, uint8_t state);
 int radio_tavora_vendor_get_evdo_1x_ims_state(uint8_t* response, long msg_id);
 int radio_tavora_vendor_rat_meas_info(RatMeasInfoResponse* response, uint8_t rat_type);
+// The RAT measurement request as the reports make it: a failure is logged in
+// the caller's name and leaves the response all zero. Returns the result.
+int RequestRatMeasurements(const char* caller, uint8_t rat_type, RatMeasInfoResponse* response);
 int radio_tavora_vendor_misc_info(MiscInfo* record);
 
 // The TLV walk of a misc-information response (the 64 bytes as received),

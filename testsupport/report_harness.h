@@ -82,6 +82,12 @@ class RatMeasResponse : public FieldBuilder {
     RatMeasResponse& Set16(size_t at, unsigned v) {
         return static_cast<RatMeasResponse&>(U16(at, v));
     }
+    // A measured cell at `at`: PSC, Ec/Io, RSCP.
+    RatMeasResponse& Cell(size_t at, unsigned psc, int ecio, int rscp) {
+        return Set16(at, psc)
+            .Set16(at + 2, static_cast<uint16_t>(ecio))
+            .Set16(at + 4, static_cast<uint16_t>(rscp));
+    }
     // Bytes 10 to 12: measurements present, RAT type, payload holds data.
     RatMeasResponse& Valid(unsigned rat_type = 3) {
         return Set8(10, 1).Set8(11, rat_type).Set8(12, 1);

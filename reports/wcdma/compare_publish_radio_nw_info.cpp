@@ -8,7 +8,6 @@
 #include "qmi/vendor_requests.h"
 #include "reports/wcdma/umts_meas_payload.h"
 #include "service/report_writer.h"
-#include "service/tavora_log.h"
 
 namespace {
 
@@ -165,12 +164,7 @@ void ComparePublishRadioNwInfo(ReportWriter& report, int* active_set_count,
                                int* monitored_set_count) {
     radioTavoraInitializeQmi();
     RatMeasInfoResponse response;
-    int status = radio_tavora_vendor_rat_meas_info(&response, kRatTypeUmts);
-    if (status != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : Error in sending & processing RAT_MEAS_QMI req: Error = %d",
-              "ComparePublishRadioNwInfo", status);
-    }
+    RequestRatMeasurements("ComparePublishRadioNwInfo", kRatTypeUmts, &response);
     MergeRadioNwInfo(report, response, active_set_count, monitored_set_count);
 }
 

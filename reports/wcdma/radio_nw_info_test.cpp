@@ -36,13 +36,6 @@ Lines Concat(Lines a, const Lines& b) {
 LogPacket& ActiveSetCell(LogPacket& packet, unsigned k, unsigned psc, uint32_t cellid) {
     return packet.Set16(15 + 12 * k + 1, psc).Set32(15 + 12 * k + 8, cellid);
 }
-// A cell of the modem's measurement at `at`: PSC, Ec/Io, RSCP.
-RatMeasResponse& MeasuredCell(RatMeasResponse& response, size_t at, unsigned psc, int ecio,
-                              int rscp) {
-    return response.Set16(at, psc)
-        .Set16(at + 2, static_cast<uint16_t>(ecio))
-        .Set16(at + 4, static_cast<uint16_t>(rscp));
-}
 
 class RadioNwInfoTest : public testing::Test {
   protected:
@@ -84,8 +77,8 @@ TEST_F(RadioNwInfoTest, NoModemAndNoPacketsGiveNoDataEverywhere) {
 TEST_F(RadioNwInfoTest, MatchedActiveSetCellsCarryTheModemsSignalValues) {
     RatMeasResponse response;
     response.Valid().Set8(25, 2);
-    MeasuredCell(response, 106, 100, 10, 900);
-    MeasuredCell(response, 116, 200, 20, 950);
+    response.Cell(106, 100, 10, 900);
+    response.Cell(116, 200, 20, 950);
     ModemAnswers(response);
     LogPacket active(0x4110, 87);
     active.Set8(12, 3).Set16(13, 10700);
@@ -161,7 +154,7 @@ TEST_F(RadioNwInfoTest, SixMatchedCellsFillTheSetAndDoubleProductsAreExact) {
     LogPacket active(0x4110, 87);
     active.Set8(12, 6).Set16(13, 10700);
     for (unsigned j = 0; j < 6; ++j) {
-        MeasuredCell(response, 106 + 10 * j, 10 + j, 0, 1013);
+        response.Cell(106 + 10 * j, 10 + j, 0, 1013);
         ActiveSetCell(active, j, 10 + j, j);
     }
     ModemAnswers(response);
@@ -181,7 +174,7 @@ TEST_F(RadioNwInfoTest, SixMatchedCellsFillTheSetAndDoubleProductsAreExact) {
 TEST_F(RadioNwInfoTest, MonitoredSetMatchesOnTheServingFrequencyAndSkipsEmptyBlocks) {
     RatMeasResponse response;
     response.Valid().Set16(20, 10700).Set8(24, 1).Set16(166, 1);
-    MeasuredCell(response, 26, 6, 14, 1010);
+    response.Cell(26, 6, 14, 1010);
     // An inter-frequency block on the same UARFCN with no cells contributes nothing.
     response.Set16(168, 10700).Set16(172, 0);
     ModemAnswers(response);

@@ -5,7 +5,6 @@
 #include "qmi/vendor_requests.h"
 #include "reports/wcdma/umts_meas_payload.h"
 #include "service/report_writer.h"
-#include "service/tavora_log.h"
 
 namespace {
 
@@ -99,12 +98,7 @@ std::optional<int> InterFrequencyRssi(int rscp, int ecio) {
 
 void GetUmtsMeasurementInfoUsingQmi(ReportWriter& report) {
     RatMeasInfoResponse response;
-    int status = radio_tavora_vendor_rat_meas_info(&response, kRatTypeUmts);
-    if (status != 0) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : Error in sending & processing RAT_MEAS_QMI req: Error = %d",
-              "GetUmtsMeasurementInfoUsingQmi", status);
-    }
+    RequestRatMeasurements("GetUmtsMeasurementInfoUsingQmi", kRatTypeUmts, &response);
     PublishUmtsNeighbours(report, response);
 }
 

@@ -19,12 +19,6 @@ using rt::test::LinesStartingWith;
 using rt::test::RatMeasResponse;
 using Lines = std::vector<std::string>;
 
-RatMeasResponse& Cell(RatMeasResponse& response, size_t at, unsigned psc, int ecio, int rscp) {
-    return response.Set16(at, psc)
-        .Set16(at + 2, static_cast<uint16_t>(ecio))
-        .Set16(at + 4, static_cast<uint16_t>(rscp));
-}
-
 class UmtsNeighboursTest : public testing::Test {
   protected:
     void TearDown() override { ResetVendorQmiForTest(); }
@@ -56,8 +50,8 @@ class UmtsNeighboursTest : public testing::Test {
 TEST_F(UmtsNeighboursTest, IntraFrequencyCellsWithRawValues) {
     RatMeasResponse response;
     response.Valid().Set8(24, 2);
-    Cell(response, 26, 12, 8, 950);
-    Cell(response, 36, 40, 14, 1010);
+    response.Cell(26, 12, 8, 950);
+    response.Cell(36, 40, 14, 1010);
     std::string report = Publish(response);
     EXPECT_EQ(LinesStartingWith(report, "intra_"),
               (Lines{"intra_psc1:n:12", "intra_ecno1:n:8", "intra_rscp1:n:950", "intra_psc2:n:40",
@@ -76,8 +70,8 @@ TEST_F(UmtsNeighboursTest, IntraFrequencyCellsWithRawValues) {
 TEST_F(UmtsNeighboursTest, InterFrequencyEntriesRunAcrossBlocks) {
     RatMeasResponse response;
     response.Valid().Set16(166, 2).Set16(172, 4).Set16(274, 5);
-    for (unsigned c = 0; c < 4; ++c) Cell(response, 174 + 12 * c, 100 + c, -10, -95);
-    for (unsigned c = 0; c < 5; ++c) Cell(response, 276 + 12 * c, 200 + c, -2, 7);
+    for (unsigned c = 0; c < 4; ++c) response.Cell(174 + 12 * c, 100 + c, -10, -95);
+    for (unsigned c = 0; c < 5; ++c) response.Cell(276 + 12 * c, 200 + c, -2, 7);
     std::string report = Publish(response);
     EXPECT_EQ(LinesStartingWith(report, "inter_psc"),
               (Lines{"inter_psc1:n:100", "inter_psc2:n:101", "inter_psc3:n:102", "inter_psc4:n:103",
