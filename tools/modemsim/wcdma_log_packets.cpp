@@ -191,10 +191,10 @@ int16_t RawCarrierRssi(int dbm) {
 
 std::vector<LogPayload> WcdmaLogPayloads(const WcdmaState& state) {
     return {
-        {0x4110, ActiveSet(state)},   {0x4111, MonitoredSet(state)}, {0x4127, CellIdentity(state)},
-        {0x7135, Location(state)},    {0x4005, Reselection(state)},  {0x421C, Cqi(state)},
-        {0x4138, HsdpaRate(state)},   {0x4116, TransportBler(state)}, {0x4156, HspaUeState(state)},
-        {0x410C, TxPower(state)},     {0x4165, CarrierRssi(state)},
+        {0x4110, ActiveSet(state)}, {0x4111, MonitoredSet(state)},  {0x4127, CellIdentity(state)},
+        {0x7135, Location(state)},  {0x4005, Reselection(state)},   {0x421C, Cqi(state)},
+        {0x4138, HsdpaRate(state)}, {0x4116, TransportBler(state)}, {0x4156, HspaUeState(state)},
+        {0x410C, TxPower(state)},   {0x4165, CarrierRssi(state)},
     };
 }
 

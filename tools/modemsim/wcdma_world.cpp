@@ -151,7 +151,8 @@ WcdmaState WcdmaWorld::At(double seconds) const {
         GsmCell cell;
         cell.arfcn = static_cast<uint16_t>(IntOr(gsm[g], "arfcn", 0));
         cell.bsic = static_cast<uint16_t>(IntOr(gsm[g], "bsic", 0));
-        cell.rssi = IntOr(gsm[g], "rssi", 0) + sine.Of(IntOr(drift, "gsm_rssi", 0), kGsmSeries + int(g));
+        cell.rssi =
+            IntOr(gsm[g], "rssi", 0) + sine.Of(IntOr(drift, "gsm_rssi", 0), kGsmSeries + int(g));
         out.gsm.push_back(cell);
     }
 
@@ -183,9 +184,9 @@ WcdmaState WcdmaWorld::At(double seconds) const {
     }
 
     const nlohmann::json& dch = Section(s, "dch");
-    out.tx_power = static_cast<int8_t>(std::clamp(
-        IntOr(dch, "tx_power", 0) + sine.Of(IntOr(drift, "tx_power", 0), kDchSeries + 2), -128,
-        127));
+    out.tx_power = static_cast<int8_t>(
+        std::clamp(IntOr(dch, "tx_power", 0) + sine.Of(IntOr(drift, "tx_power", 0), kDchSeries + 2),
+                   -128, 127));
     out.pc_algorithm = static_cast<uint8_t>(IntOr(dch, "pc_algorithm", 1));
     out.pc_step = static_cast<uint8_t>(IntOr(dch, "pc_step", 1));
     out.carrier_rssi =

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -19,6 +20,7 @@
 #include "platform/common/byte_reader.h"
 #include "platform/dmux/diag_packet.h"
 #include "platform/dmux/hdlc.h"
+#include "platform/qmi_client/qmi_client.h"
 #include "testsupport/child_process.h"
 #include "tools/modemsim/diag_side.h"
 #include "tools/modemsim/scenario.h"
@@ -32,8 +34,8 @@ using Bytes = std::vector<uint8_t>;
 
 // What the daemon keeps of each code.
 const std::map<uint16_t, size_t> kSnapshotSize = {
-    {0x4110, 87},  {0x4111, 694}, {0x4127, 28},  {0x7135, 21},  {0x4005, 558}, {0x421C, 516},
-    {0x4138, 169}, {0x4116, 87},  {0x4156, 390}, {0x410C, 29},  {0x4165, 514},
+    {0x4110, 87},  {0x4111, 694}, {0x4127, 28},  {0x7135, 21}, {0x4005, 558}, {0x421C, 516},
+    {0x4138, 169}, {0x4116, 87},  {0x4156, 390}, {0x410C, 29}, {0x4165, 514},
 };
 
 // Unsigned little-endian field of `width` bytes at `offset`, through the
@@ -91,8 +93,8 @@ TEST(WcdmaWorld, EveryCodeIsLoggedAtLeastAsLongAsItsSnapshot) {
     std::set<uint16_t> codes;
     for (const LogPayload& packet : WcdmaLogPayloads(world.At(3.0))) {
         codes.insert(packet.code);
-        EXPECT_GE(12 + packet.payload.size(), kSnapshotSize.at(packet.code)) << std::hex
-                                                                             << packet.code;
+        EXPECT_GE(12 + packet.payload.size(), kSnapshotSize.at(packet.code))
+            << std::hex << packet.code;
     }
     EXPECT_EQ(codes.size(), kSnapshotSize.size());
 }
@@ -183,8 +185,8 @@ TEST(WcdmaWorld, MeasurementAndLogPacketsAgree) {
         EXPECT_EQ(Field(rate, 26 + 39 * Field(rate, 12, 1), 2), state.hsdpa_rate);
         const Bytes& ue = snap[0x4156];
         EXPECT_EQ(Field(ue, 12, 1), 2u);
-        EXPECT_EQ(Field(ue, 14, 2), Field(qmi, 374, 2));          // IRAT channel: GSM cell 0
-        EXPECT_EQ(S8(ue, 16), S16(qmi, 378) / 10);                // its RSSI in dBm
+        EXPECT_EQ(Field(ue, 14, 2), Field(qmi, 374, 2));  // IRAT channel: GSM cell 0
+        EXPECT_EQ(S8(ue, 16), S16(qmi, 378) / 10);        // its RSSI in dBm
 
         // Dedicated channel.
         const Bytes& trch = snap[0x4116];
@@ -300,8 +302,8 @@ TEST(WcdmaWorld, CqiSamplesInBothFormats) {
         uint16_t sample;
     };
     const Case cases[] = {
-        {0, CqiType::kTypeA, 9, 0x0013},  {0, CqiType::kTypeB, 0, 0x0000},
-        {1, CqiType::kDtx, 12, 0x0000},   {1, CqiType::kTypeB, 31, 0x007D},
+        {0, CqiType::kTypeA, 9, 0x0013},   {0, CqiType::kTypeB, 0, 0x0000},
+        {1, CqiType::kDtx, 12, 0x0000},    {1, CqiType::kTypeB, 31, 0x007D},
         {1, CqiType::kTypeA, 255, 0x03FE}, {1, CqiType::kDchspa, 1, 0x0007},
     };
     for (const Case& c : cases) {
@@ -444,8 +446,8 @@ TEST(WcdmaWorldDiag, CodesArriveOnlyWhileTheirMaskBitsAreSet) {
     ASSERT_TRUE(client.Enable(7, {0x7135}));
     client.Collect(100);
     got = client.Collect(300);
-    EXPECT_EQ(Codes(got), (std::set<uint16_t>{0x4111, 0x4005, 0x4138, 0x4116, 0x4156, 0x410C,
-                                              0x4165, 0x7135}));
+    EXPECT_EQ(Codes(got),
+              (std::set<uint16_t>{0x4111, 0x4005, 0x4138, 0x4116, 0x4156, 0x410C, 0x4165, 0x7135}));
     for (const auto& [code, payload] : got)
         EXPECT_GE(12 + payload.size(), kSnapshotSize.at(code)) << std::hex << code;
 
@@ -454,6 +456,65 @@ TEST(WcdmaWorldDiag, CodesArriveOnlyWhileTheirMaskBitsAreSet) {
     client.Collect(100);
     EXPECT_TRUE(client.Collect(200).empty());
     side.Stop();
+}
+
+// The modemsim process: its QMI side and its DIAG side measure one world,
+// so a type-3 answer names the cells that the log packets name.
+TEST(WcdmaWorldProcess, QmiAndDiagSidesShareTheWorld) {
+    rt::test::TempDir dir;
+    std::string scenario = dir.file("scenario.json");
+    std::ofstream(scenario) << R"({"diag": {"rrc_states": []},
+        "wcdma": {"period_ms": 50, "handover_period_ms": 600000, "uarfcn": 10650,
+                  "active_set_size": 3,
+                  "cells": [{"psc": 11, "cell_id": 1}, {"psc": 22, "cell_id": 2},
+                            {"psc": 33, "cell_id": 3}, {"psc": 44, "cell_id": 4}]}})";
+    std::string qmi_endpoint = "unix:" + dir.file("qmi.sock");
+    rt::test::ChildProcess modem({rt::test::BinPath("modemsim"), "--qmi", qmi_endpoint, "--diag",
+                                  "unix:" + dir.file("diag.sock"), "--scenario", scenario});
+    ASSERT_TRUE(modem.WaitForStderr("modemsim: ready")) << modem.Stderr();
+
+    DiagClient diag(dir.file("diag.sock"));
+    ASSERT_TRUE(diag.connected());
+    ASSERT_TRUE(diag.Enable(4, {0x4110, 0x4111}));
+    std::map<uint16_t, Bytes> got = diag.Collect(400);
+    ASSERT_EQ(Codes(got), (std::set<uint16_t>{0x4110, 0x4111})) << modem.Stderr();
+
+    setenv("QMI_DEVICE", qmi_endpoint.c_str(), 1);
+    const qmi_idl_service_object vendor = {2, 1, 0xE3, 0x14, {0, 0, 0}, {}, nullptr};
+    int handle = qmi_init(nullptr, nullptr);
+    ASSERT_GE(handle, 0);
+    qmi_service_info info[1] = {};
+    unsigned entries = 1, services = 1;
+    qmi_client_type client = 0;
+    ASSERT_EQ(qmi_client_get_service_list(&vendor, info, &entries, &services), 0);
+    ASSERT_EQ(qmi_client_init(info, &vendor, nullptr, nullptr, nullptr, &client), 0);
+    Bytes request(kQmiRawRequestHeaderLen, 0);
+    request.insert(request.end(), {0x01, 0x01, 0x00, 0x03});  // RAT type 3
+    Bytes qmi(kRatMeasResponseSize, 0);
+    unsigned received = 0;
+    ASSERT_EQ(qmi_client_send_raw_msg_sync(client, kMsgRatMeasInfo, request.data(),
+                                           unsigned(request.size()), qmi.data(),
+                                           unsigned(qmi.size()), &received, 2000),
+              0);
+    qmi_release(handle);
+    unsetenv("QMI_DEVICE");
+
+    // Payload offsets of the log packets: snapshot offset - 12.
+    const Bytes& aset = got[0x4110];
+    EXPECT_EQ(Field(aset, 1, 2), 10650u);
+    EXPECT_EQ(Field(qmi, 20, 2), 10650u);
+    ASSERT_EQ(Field(aset, 0, 1), 3u);
+    ASSERT_EQ(Field(qmi, 25, 1), 3u);
+    for (size_t k = 0; k < 3; ++k)
+        EXPECT_EQ(Field(aset, 3 + 12 * k + 1, 2), Field(qmi, 106 + 10 * k, 2)) << k;
+    const Bytes& mset = got[0x4111];
+    EXPECT_EQ(Field(mset, 1, 2), 10650u);
+    ASSERT_EQ(Field(mset, 3, 1), 1u);
+    ASSERT_EQ(Field(qmi, 24, 1), 1u);
+    EXPECT_EQ(Field(mset, 4, 2), Field(qmi, 26, 2));
+
+    modem.Signal(SIGTERM);
+    EXPECT_EQ(modem.Wait(), 0);
 }
 
 }  // namespace
