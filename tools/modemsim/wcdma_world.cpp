@@ -126,8 +126,7 @@ WcdmaState WcdmaWorld::At(double seconds) const {
     // the window moves one cell per handover period.
     const nlohmann::json& cells = List(s, "cells");
     size_t count = cells.size();
-    size_t active = std::clamp<size_t>(IntOr(s, "active_set_size", 1), 1, 6);
-    active = std::min(active, count);
+    size_t active = std::min<size_t>(std::clamp(IntOr(s, "active_set_size", 1), 1, 6), count);
     size_t step = static_cast<size_t>(seconds * 1000 / handover_period_ms_);
     for (size_t i = 0; i < count; ++i) {
         size_t index = (step + i) % count;
