@@ -18,6 +18,7 @@
 #include "platform/dmux/hdlc.h"
 #include "platform/dmux/log_code_mask.h"
 #include "tools/modemsim/scenario.h"
+#include "tools/modemsim/wcdma_log_packets.h"
 
 namespace modemsim {
 
@@ -133,8 +134,9 @@ struct DiagSide::Session {
     }
 };
 
-DiagSide::DiagSide(std::string endpoint, std::string capture, const nlohmann::json& section)
-    : capture_(std::move(capture)), scenario_(DefaultDiagScenario()) {
+DiagSide::DiagSide(std::string endpoint, std::string capture, const nlohmann::json& section,
+                   std::shared_ptr<const WcdmaWorld> world)
+    : capture_(std::move(capture)), scenario_(DefaultDiagScenario()), world_(std::move(world)) {
     path_ = endpoint.rfind("unix:", 0) == 0 ? endpoint.substr(5) : endpoint;
     if (section.is_object()) scenario_.merge_patch(section);
 }
@@ -372,6 +374,19 @@ void DiagSide::ProduceScenario(Session* session) {
         return true;
     };
 
+    // The world's codes, except those the records send.
+    bool world_on = world_ && world_->enabled();
+    std::chrono::milliseconds world_period(world_on ? world_->period_ms() : 0);
+    auto next_world = Clock::now();
+    auto send_world = [&] {
+        for (const LogPayload& packet : WcdmaLogPayloads(world_->At(world_->Elapsed()))) {
+            bool scripted = std::any_of(records.begin(), records.end(),
+                                        [&](const Periodic& r) { return r.code == packet.code; });
+            if (!scripted && !send_record(packet.code, packet.payload)) return false;
+        }
+        return true;
+    };
+
     size_t step = 0;
     auto step_end = Clock::now() + std::chrono::milliseconds(steps.empty() ? 0 : steps[0].hold_ms);
     auto next_rrc = Clock::now();
@@ -393,8 +408,13 @@ void DiagSide::ProduceScenario(Session* session) {
             if (!send_record(r.code, r.payload)) return;
             r.next = now + std::chrono::milliseconds(r.period_ms);
         }
+        if (world_on && now >= next_world) {
+            if (!send_world()) return;
+            next_world = now + world_period;
+        }
         auto wake = now + std::chrono::milliseconds(50);
         if (!steps.empty()) wake = std::min({wake, step_end, next_rrc});
+        if (world_on) wake = std::min(wake, next_world);
         if (!session->SleepUntil(wake)) return;
     }
 }

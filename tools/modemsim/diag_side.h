@@ -3,8 +3,11 @@
 // streams HDLC log packets of the enabled codes, either from a capture file
 // (each frame forwarded as it is in the file, bad ones included, paced by
 // the packets' timestamps and looping unless the scenario says otherwise)
-// or from its scenario (an RRC state timeline for 0x4125 and any other
-// records it lists). Every command received is logged on stderr, one line:
+// or from its scenario (an RRC state timeline for 0x4125, any other
+// records it lists, and the log packets of a WCDMA world when it is given
+// one: see wcdma_log_packets.h; a code that the scenario's records name is
+// sent from the records only). Every command received is logged on stderr,
+// one line:
 //
 //   modemsim: diag rx log-config equip=7 last=0x74ff mask_bytes=479 set=38:63
 //
@@ -30,6 +33,7 @@
 #include <vector>
 
 #include "platform/dmux/diag_packet.h"
+#include "tools/modemsim/wcdma_world.h"
 
 namespace modemsim {
 
@@ -39,8 +43,9 @@ class DiagSide {
   public:
     // endpoint: "unix:/path" or "/path". capture: a .qmdl/.mi2log file, or
     // empty for the scenario.
-    DiagSide(std::string endpoint, std::string capture,
-             const nlohmann::json& scenario_diag_section);
+    // world: logged every world->period_ms() while no capture is replayed.
+    DiagSide(std::string endpoint, std::string capture, const nlohmann::json& scenario_diag_section,
+             std::shared_ptr<const WcdmaWorld> world = nullptr);
     ~DiagSide();
     DiagSide(const DiagSide&) = delete;
     DiagSide& operator=(const DiagSide&) = delete;
@@ -66,6 +71,7 @@ class DiagSide {
     std::string path_;
     std::string capture_;
     nlohmann::json scenario_;
+    std::shared_ptr<const WcdmaWorld> world_;
     std::vector<CaptureFrame> frames_;
     int listen_fd_ = -1;
     std::atomic<bool> stopping_{false};

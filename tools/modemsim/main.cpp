@@ -19,6 +19,7 @@
 #include "tools/modemsim/diag_side.h"
 #include "tools/modemsim/qmi_side.h"
 #include "tools/modemsim/scenario.h"
+#include "tools/modemsim/wcdma_world.h"
 
 namespace {
 
@@ -102,14 +103,17 @@ int main(int argc, char** argv) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
-    modemsim::QmiSide qmi(options.qmi, scenario.value("qmi", nlohmann::json::object()));
+    // One WCDMA world for both sides, so QMI and DIAG name the same cells.
+    auto world = std::make_shared<const modemsim::WcdmaWorld>(
+        scenario.value("wcdma", nlohmann::json::object()));
+    modemsim::QmiSide qmi(options.qmi, scenario.value("qmi", nlohmann::json::object()), world);
     if (!qmi.Start(&error)) {
         std::fprintf(stderr, "modemsim: %s\n", error.c_str());
         return 1;
     }
 
     modemsim::DiagSide diag(options.diag, options.capture,
-                            scenario.value("diag", nlohmann::json::object()));
+                            scenario.value("diag", nlohmann::json::object()), world);
     if (!diag.Start(&error)) {
         std::fprintf(stderr, "modemsim: %s\n", error.c_str());
         qmi.Stop();

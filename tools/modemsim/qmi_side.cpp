@@ -50,9 +50,10 @@ std::vector<uint8_t> ResultTlvs(uint16_t result, uint16_t error) {
 
 }  // namespace
 
-QmiSide::QmiSide(std::string endpoint, const nlohmann::json& qmi_section)
+QmiSide::QmiSide(std::string endpoint, const nlohmann::json& qmi_section,
+                 std::shared_ptr<const WcdmaWorld> world)
     : endpoint_text_(std::move(endpoint)),
-      vendor_(qmi_section),
+      vendor_(qmi_section, std::move(world)),
       services_(qmi_section.value("services", nlohmann::json::array())),
       reset_down_ms_(qmi_section.value("reset_down_ms", 1000)) {}
 

@@ -19,7 +19,9 @@ namespace modemsim {
 
 class QmiSide {
   public:
-    QmiSide(std::string endpoint, const nlohmann::json& qmi_section);
+    // With a world, RAT measurements of type 3 measure it (vendor_service.h).
+    QmiSide(std::string endpoint, const nlohmann::json& qmi_section,
+            std::shared_ptr<const WcdmaWorld> world = nullptr);
     ~QmiSide();
 
     bool Start(std::string* error);

@@ -4,11 +4,15 @@
 #include <fstream>
 #include <sstream>
 
+#include "tools/modemsim/wcdma_world.h"
+
 namespace modemsim {
 
 nlohmann::json DefaultScenario() {
     // A CDMA/UMTS/LTE phone on a quiet bench: one serving WCDMA cell with a
     // neighbour, an LTE cell with a few GERAN neighbours, a CDMA identity.
+    // The static "umts" values answer a QMI side without a world; the
+    // modemsim process measures its moving "wcdma" world (wcdma_world.h).
     return nlohmann::json::parse(R"json({
       "qmi": {
         "reset_down_ms": 1000,
@@ -32,24 +36,40 @@ nlohmann::json DefaultScenario() {
         "delay_ms": {},
         "raw_response": {}
       },
-      "diag": {}
+      "diag": {},
+      "wcdma": {}
     })json");
 }
 
 bool LoadScenario(const std::string& path, nlohmann::json* scenario, std::string* error) {
     *scenario = DefaultScenario();
-    if (path.empty()) return true;
-    std::ifstream in(path);
-    if (!in) {
-        *error = "cannot read scenario " + path;
-        return false;
+    nlohmann::json patch = nlohmann::json::object();
+    if (!path.empty()) {
+        std::ifstream in(path);
+        if (!in) {
+            *error = "cannot read scenario " + path;
+            return false;
+        }
+        patch = nlohmann::json::parse(in, nullptr, false);
+        if (patch.is_discarded() || !patch.is_object()) {
+            *error = "scenario " + path + " is not a JSON object";
+            return false;
+        }
+        scenario->merge_patch(patch);
     }
-    nlohmann::json patch = nlohmann::json::parse(in, nullptr, false);
-    if (patch.is_discarded() || !patch.is_object()) {
-        *error = "scenario " + path + " is not a JSON object";
-        return false;
+    // With the WCDMA world on, type-3 measurements come from the world and
+    // qmi.umts holds only what the file says to lay over it; the default's
+    // static values serve a QMI side that runs without a world.
+    if (WcdmaWorld(scenario->value("wcdma", nlohmann::json::object())).enabled()) {
+        const nlohmann::json* named = nullptr;
+        if (patch.contains("qmi") && patch["qmi"].is_object() && patch["qmi"].contains("umts"))
+            named = &patch["qmi"]["umts"];
+        if (named != nullptr && named->is_object()) {
+            (*scenario)["qmi"]["umts"] = *named;
+        } else {
+            (*scenario)["qmi"].erase("umts");
+        }
     }
-    scenario->merge_patch(patch);
     return true;
 }
 

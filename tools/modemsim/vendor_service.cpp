@@ -116,7 +116,8 @@ std::optional<uint8_t> FirstArgument(std::span<const uint8_t> tlvs) {
 
 }  // namespace
 
-VendorService::VendorService(nlohmann::json qmi_section) : qmi_(std::move(qmi_section)) {
+VendorService::VendorService(nlohmann::json qmi_section, std::shared_ptr<const WcdmaWorld> world)
+    : qmi_(std::move(qmi_section)), world_(std::move(world)) {
     states_ = qmi_.contains("states") ? qmi_["states"] : nlohmann::json::object();
 }
 
@@ -131,10 +132,18 @@ const nlohmann::json* VendorService::PerMessage(const char* table, uint16_t mess
 }
 
 std::vector<uint8_t> VendorService::RatMeasValue(uint8_t rat_type) const {
+    return RatMeasValueAt(rat_type, world_ ? world_->Elapsed() : 0.0);
+}
+
+std::vector<uint8_t> VendorService::RatMeasValueAt(uint8_t rat_type, double world_seconds) const {
     Payload payload;
     const char* section = rat_type == 3 ? "umts" : rat_type == 4 ? "lte_geran" : nullptr;
-    if (section == nullptr || !qmi_.contains(section)) return payload.Take();  // nothing present
-    const nlohmann::json& values = qmi_[section];
+    bool measured = rat_type == 3 && world_ && world_->enabled();
+    if (section == nullptr || (!measured && !qmi_.contains(section)))
+        return payload.Take();  // nothing present
+    nlohmann::json values =
+        measured ? UmtsMeasurementJson(world_->At(world_seconds)) : nlohmann::json::object();
+    if (qmi_.contains(section)) values.merge_patch(qmi_[section]);
     payload.U8(10, IntOr(values, "present", 1));
     payload.U8(11, rat_type);
     payload.U8(12, IntOr(values, "valid", 1));

@@ -2,13 +2,22 @@
 // the scenario's "qmi" section. Refusals, delays and raw responses apply to
 // any message id; "delay_ms" and "raw_response" entries may be lists, used
 // one per request in turn, the last one from then on.
+//
+// RAT measurements of type 3: without a world, from the "umts" section.
+// With a WCDMA world (wcdma_world.h), from the world at the moment of the
+// request, with the "umts" section's keys, when it has any, laid over the
+// world's (a list given there replaces the world's list whole), so a
+// scenario that names a value still gets exactly that value.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <span>
 #include <vector>
+
+#include "tools/modemsim/wcdma_world.h"
 
 namespace modemsim {
 
@@ -40,7 +49,8 @@ struct Reply {
 
 class VendorService {
   public:
-    explicit VendorService(nlohmann::json qmi_section);
+    explicit VendorService(nlohmann::json qmi_section,
+                           std::shared_ptr<const WcdmaWorld> world = nullptr);
 
     Reply Answer(uint16_t message_id, std::span<const uint8_t> request_tlvs);
 
@@ -50,6 +60,8 @@ class VendorService {
 
     // The measurement TLV's value for a RAT type (1321 bytes).
     std::vector<uint8_t> RatMeasValue(uint8_t rat_type) const;
+    // The same with the world taken `world_seconds` after it began.
+    std::vector<uint8_t> RatMeasValueAt(uint8_t rat_type, double world_seconds) const;
     // The misc-information TLVs (0x10 to 0x14), without the result TLV.
     std::vector<uint8_t> MiscInfoTlvs() const;
 
@@ -57,6 +69,7 @@ class VendorService {
     const nlohmann::json* PerMessage(const char* table, uint16_t message_id) const;
 
     nlohmann::json qmi_;
+    std::shared_ptr<const WcdmaWorld> world_;
     nlohmann::json states_;
     int ens_ = -1;
     std::map<uint16_t, size_t> raw_turns_;
