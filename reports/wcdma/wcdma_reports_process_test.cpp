@@ -1,0 +1,129 @@
+// The WCDMA reports end to end: ppsd, modemsim and radio_tavora as real
+// processes. modemsim's WCDMA world is held still (no drift, no handover)
+// so that each report can be checked against the world's own values; the
+// log mask goes on through diag/config as the screen does it.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+#include "testsupport/child_process.h"
+#include "testsupport/daemon_fixture.h"
+#include "testsupport/report_harness.h"
+
+namespace {
+
+using rt::test::ChildProcess;
+using rt::test::DaemonFixture;
+using rt::test::DaemonOptions;
+using rt::test::LinesStartingWith;
+using Lines = std::vector<std::string>;
+
+constexpr const char* kStillWorld = R"({"wcdma": {
+    "period_ms": 100, "handover_period_ms": 3600000,
+    "drift": {"ecio": 0, "rscp": 0, "gsm_rssi": 0, "carrier_rssi": 0, "tx_power": 0,
+              "cqi": 0, "rate": 0, "bler": 0}}})";
+
+class WcdmaReportsProcess : public testing::Test {
+  protected:
+    void Start(const std::string& scenario_text) {
+        std::string scenario = dir_.file("scenario.json");
+        std::ofstream(scenario) << scenario_text;
+        modem_ = std::make_unique<ChildProcess>(std::vector<std::string>{
+            rt::test::BinPath("modemsim"), "--qmi", "unix:" + dir_.file("qmi.sock"), "--diag",
+            "unix:" + dir_.file("diag.sock"), "--scenario", scenario});
+        ASSERT_TRUE(modem_->WaitForStderr("modemsim: ready")) << modem_->Stderr();
+        DaemonOptions options;
+        options.env = {"QMI_DEVICE=unix:" + dir_.file("qmi.sock"),
+                       "DIAG_DEVICE=unix:" + dir_.file("diag.sock")};
+        daemon_ = std::make_unique<DaemonFixture>(options);
+        ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
+    }
+    // Asks for a report and returns diag/status_utra after the reply.
+    std::string Report(const char* name) {
+        std::string reply = daemon_->Request(name, "9");
+        EXPECT_NE(reply.find(std::string("res::") + name + "\n"), std::string::npos) << reply;
+        return daemon_->ReadObject(rt::test::kStatusUtraObject);
+    }
+    // Asks again until the report holds `line` (the first packets arrive
+    // within the world's period after the mask goes on); bounded.
+    bool ReportHolds(const char* name, const std::string& line) {
+        for (int i = 0; i < 100; ++i) {
+            if (Report(name).find(line + "\n") != std::string::npos) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    }
+
+    rt::test::TempDir dir_;
+    std::unique_ptr<ChildProcess> modem_;
+    std::unique_ptr<DaemonFixture> daemon_;
+};
+
+TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
+    Start(kStillWorld);
+    ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));
+
+    ASSERT_TRUE(ReportHolds("tchtxpwr", "dch_tx_pwr:n:-5")) << daemon_->daemon().Stderr();
+    std::string tch = Report("tchtxpwr");
+    EXPECT_EQ(
+        LinesStartingWith(tch, "dch_"),
+        (Lines{"dch_tx_pwr:n:-5", "dch_tx_pwr_step:n:1", "dch_tx_pwr_algo::PCA1",
+               R"(dch_bler:json:[{"bler0":0,"tr_channel_id0":5},{"bler1":12,"tr_channel_id1":6}])",
+               "dch_utra_rssi:n:-72", "dch_sir::Not supported!", "dch_sir_target::Not supported!",
+               "dch_bler_target::Not supported!", "dch_avgcalls::Not supported!"}));
+
+    ASSERT_TRUE(ReportHolds("hspaopinfo", "hsdpa_rate:n:4200"));
+    std::string hspa = Report("hspaopinfo");
+    EXPECT_EQ(LinesStartingWith(hspa, "hsdpa_cqi"),
+              (Lines{"hsdpa_cqi_type::Type A CQI", "hsdpa_cqi_num:n:22"}));
+    EXPECT_EQ(LinesStartingWith(hspa, "hspa_ue_state"), Lines{"hspa_ue_state:n:2"});
+    EXPECT_EQ(LinesStartingWith(hspa, "hspa_irat_ch"), Lines{"hspa_irat_ch:n:128"});
+
+    // The measurement and the log agree on the active set {100, 200} and the
+    // intra-frequency cells {300, 400}: all four carry signal values.
+    ASSERT_TRUE(ReportHolds("radionwinfo", "scell_mcc:n:310"));
+    std::string nw = Report("radionwinfo");
+    EXPECT_EQ(LinesStartingWith(nw, "scell_"),
+              (Lines{"scell_sc:n:100", "scell_ecio:n:-5", "scell_rscp:n:-90",
+                     "scell_uarfcn:n:10700", "scell_ura:n:3", "scell_cellid:n:45123001",
+                     "scell_mcc:n:310", "scell_mnc:n:410", "scell_lac:n:11023", "scell_rac:n:7"}));
+    EXPECT_EQ(LinesStartingWith(nw, "aset_sc"),
+              (Lines{"aset_sc1:n:100", "aset_sc2:n:200", "aset_sc3::No data available!",
+                     "aset_sc4::No data available!", "aset_sc5::No data available!",
+                     "aset_sc6::No data available!"}));
+    EXPECT_EQ(LinesStartingWith(nw, "aset_rscp2"), Lines{"aset_rscp2:n:-95"});
+    EXPECT_EQ(LinesStartingWith(nw, "cell_status"), Lines{"cell_status::Cell Not Barred"});
+    for (const char* psc : {"n:300", "n:400"}) {
+        bool listed = false;
+        for (const std::string& line : LinesStartingWith(nw, "mset_sc"))
+            listed = listed || line.ends_with(psc);
+        EXPECT_TRUE(listed) << psc << " in\n" << nw;
+    }
+    EXPECT_EQ(nw.find("mset_ecio1::No data"), std::string::npos) << nw;
+}
+
+TEST_F(WcdmaReportsProcess, WithNoModemRadionwinfoIsAnsweredWithNoData) {
+    DaemonOptions options;
+    options.env = {"QMI_DEVICE=unix:" + dir_.file("no-modem.sock"),
+                   "DIAG_DEVICE=unix:" + dir_.file("no-diag.sock")};
+    DaemonFixture daemon(options);
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    // Answered well inside the request's wait, which is longer than the
+    // daemon's 2 s QMI time-out.
+    std::string reply = daemon.Request("radionwinfo", "4", std::nullopt, 5000);
+    ASSERT_NE(reply.find("res::radionwinfo\n"), std::string::npos) << reply;
+    std::string report = daemon.ReadObject(rt::test::kStatusUtraObject);
+    EXPECT_EQ(report.find("scell_sc:"), std::string::npos) << report;
+    size_t attributes = 0;
+    for (const std::string& line : LinesStartingWith(report, "")) {
+        if (line.empty() || line[0] == '@') continue;
+        ++attributes;
+        EXPECT_TRUE(line.ends_with("::No data available!")) << line;
+    }
+    // 60 set entries, scell_uarfcn, 7 identities, 48 location entries, 12 reselection.
+    EXPECT_EQ(attributes, 128u) << report;
+}
+
+}  // namespace
