@@ -262,4 +262,37 @@ TEST_F(LogSnapshotStoreTest, WriterAndReaderOnTwoThreads) {
     (void)sum;
 }
 
+TEST_F(LogSnapshotStoreTest, NullOrEmptyRecordClearsTheSnapshot) {
+    Deliver(0x4110, Packet(0x4110, 87));
+    ASSERT_TRUE(g_log_snapshot_store.View(0x4110).has_packet());
+    // A null record with a length is taken as empty, for every kind of code.
+    for (uint16_t code : {0x4110, 0xB081, 0xB087}) {
+        DM_recv_log_packet_cb(nullptr, code, nullptr, 0);
+        EXPECT_TRUE(g_log_snapshot_store.Store(code, nullptr, 40));
+        EXPECT_FALSE(g_log_snapshot_store.View(code).has_packet()) << std::hex << code;
+    }
+    uint8_t none = 0;
+    EXPECT_TRUE(g_log_snapshot_store.Store(0x4125, &none, 0));
+    EXPECT_EQ(SnapshotOf(0x4125), Bytes(13, 0));
+}
+
+TEST_F(LogSnapshotStoreTest, ViewReadsNamedFieldsAndNothingPastTheCopy) {
+    Bytes packet = Packet(0x4127, 28);  // payload bytes 0x80, 0x81, ... from offset 12
+    Deliver(0x4127, packet);
+    SnapshotView view = g_log_snapshot_store.View(0x4127);
+    ASSERT_EQ(view.size(), 28u);
+    EXPECT_EQ(view.Get(log_layout::CellIdentity::kUra), 0x8D8C);  // offsets 24 and 25
+    EXPECT_EQ(view.Read(rt::Field<int8_t>{26}), static_cast<int8_t>(0x8E));
+    EXPECT_EQ(view.Read(rt::Field<uint16_t>{27}), std::nullopt);  // one byte left
+    EXPECT_EQ(view.Read(rt::Field<uint8_t>{28}), std::nullopt);
+    EXPECT_EQ(view.Get(rt::Field<uint32_t>{1000}), 0u);
+    // A later packet does not change a view already taken.
+    Deliver(0x4127, Packet(0x4127, 12));
+    EXPECT_EQ(view.Get(log_layout::CellIdentity::kUra), 0x8D8C);
+    EXPECT_EQ(g_log_snapshot_store.View(0x4127).Get(log_layout::CellIdentity::kUra), 0);
+    // A code the store does not keep gives an empty view.
+    EXPECT_EQ(g_log_snapshot_store.View(0x1234).size(), 0u);
+    EXPECT_FALSE(g_log_snapshot_store.View(0x1234).has_packet());
+}
+
 }  // namespace
