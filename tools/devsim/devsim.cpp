@@ -128,24 +128,19 @@ void Devsim::Change(const json& patch) {
     publisher_.Publish(RenderObjects(state_));
 }
 
-void Devsim::Serve(size_t index) {
+bool Devsim::Serve(size_t index) {
     std::vector<char> buffer(pps_wire::kMaxMessage + 1);
     ssize_t n = ::read(server_fds_[index], buffer.data(), pps_wire::kMaxMessage);
-    if (n < 0) {
-        if (errno == EAGAIN || errno == EINTR) return;
-        std::fprintf(stderr, "devsim: read %s: %s\n", kServedObjects[index].path,
-                     std::strerror(errno));
-    }
+    if (n < 0 && (errno == EAGAIN || errno == EINTR)) return true;
     if (n <= 0) {
-        // The broker went away: this object is served no more.
-        std::fprintf(stderr, "devsim: lost %s\n", kServedObjects[index].path);
-        ::close(server_fds_[index]);
-        server_fds_[index] = -1;
-        return;
+        std::fprintf(stderr, "devsim: lost %s: %s\n", kServedObjects[index].path,
+                     n == 0 ? "the broker closed it" : std::strerror(errno));
+        return false;
     }
     std::optional<Request> request =
         ParseRequest(std::string_view(buffer.data(), static_cast<size_t>(n)));
     if (request) Handle(index, *request);
+    return true;
 }
 
 void Devsim::Handle(size_t index, const Request& request) {
@@ -226,7 +221,9 @@ int Devsim::Run(int signal_fd) {
             }
         }
         for (size_t k = 1; ready > 0 && k < entries.size(); ++k) {
-            if ((entries[k].revents & (POLLIN | POLLHUP | POLLERR)) != 0) Serve(served[k - 1]);
+            if ((entries[k].revents & (POLLIN | POLLHUP | POLLERR)) == 0) continue;
+            // Without the broker there is nobody left to serve.
+            if (!Serve(served[k - 1])) return 1;
         }
         RunDueTimers();
     }

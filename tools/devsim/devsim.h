@@ -37,7 +37,8 @@ class Devsim {
     // control objects; false with a message when any of it fails.
     bool Start(std::string* error);
     // Serves until SIGTERM or SIGINT arrives on `signal_fd` (a signalfd);
-    // SIGHUP reloads the scenario. Returns the exit status.
+    // SIGHUP reloads the scenario. Returns the exit status: 0 after a
+    // signal, 1 when the broker went away.
     int Run(int signal_fd);
 
   private:
@@ -46,7 +47,8 @@ class Devsim {
     bool Apply(const nlohmann::json& scenario, std::string* error);
     void Reload();
     void ScheduleEvents();
-    void Serve(size_t index);
+    // Reads and handles one message; false when the broker has gone.
+    bool Serve(size_t index);
     void Handle(size_t index, const Request& request);
     void Reply(size_t index, const Request& request, const Answer& answer);
     void Change(const nlohmann::json& patch);

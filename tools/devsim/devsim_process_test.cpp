@@ -238,6 +238,13 @@ TEST_F(DevsimProcessTest, TermAndIntEndCleanly) {
     }
 }
 
+TEST_F(DevsimProcessTest, EndsWithStatusOneWhenTheBrokerGoes) {
+    StartDevsim();
+    broker_.Restart();
+    EXPECT_EQ(devsim_->Wait(), 1);
+    EXPECT_THAT(devsim_->Stderr(), HasSubstr("the broker closed it"));
+}
+
 TEST_F(DevsimProcessTest, BadScenarioEndsWithStatusOne) {
     WriteScenario("[1, 2]");
     ChildProcess devsim({BinPath("devsim"), "--scenario", scenario_}, {broker_.env()});
