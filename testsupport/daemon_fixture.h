@@ -44,7 +44,8 @@ inline constexpr const char* kStartedLine = "tavora_pps started successfully.";
 
 struct DaemonOptions {
     // Objects there before the daemon starts; leave one out to test its
-    // absence. With devsim these shape its scenario (OMA-DM served or not);
+    // absence. With devsim these shape its scenario (it serves OMA-DM only
+    // when create_omadm_control is set, so its absence stays the default);
     // without it the fixture writes them as plain objects.
     bool create_config = true;
     bool create_status_persistent = true;

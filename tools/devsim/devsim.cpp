@@ -6,6 +6,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -27,6 +28,8 @@ const ServedObject kServedObjects[] = {
     {"/pps/services/radioctrl/modem0/control", "radio_control", AnswerRadioControl},
 };
 constexpr size_t kServedCount = sizeof kServedObjects / sizeof kServedObjects[0];
+
+constexpr long kLatestEventMs = 365L * 24 * 3600 * 1000;
 
 bool Served(const json& state, const char* section) {
     auto it = state.find(section);
@@ -107,7 +110,8 @@ void Devsim::ScheduleEvents() {
         if (!event.is_object()) continue;
         auto at = event.find("at_ms");
         long at_ms = at != event.end() && at->is_number_integer() ? at->get<long>() : 0;
-        if (at_ms < 0) at_ms = 0;
+        // Bounded so the due time cannot overflow; a year is "never" on a bench.
+        at_ms = std::clamp(at_ms, 0L, kLatestEventMs);
         json patch = event.value("patch", json());
         std::string say = event.contains("say") && event["say"].is_string()
                               ? event["say"].get<std::string>()

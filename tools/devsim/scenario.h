@@ -16,8 +16,8 @@
 //                        each: {"connected": bool (written first),
 //                        "ip_addresses": [...], "nameservers": [...]}.
 //
-// Server objects ("serve": false leaves one unopened; "delay_ms" holds each
-// answer back that long):
+// Server objects ("serve": false leaves one unopened; "delay_ms" holds the
+// answers of the first two back that long, radio control's report):
 //   "connection_service": /pps/services/cds/vesta/control.
 //       get_apn_setting {name} -> dat {"name", "APN"} from "apns";
 //       set_apn_setting {name, APN} stores it in "apns", updates that PDN's
