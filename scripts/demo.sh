@@ -1,26 +1,30 @@
 #!/usr/bin/env bash
-# The demo: sets up and builds, then starts the PPS broker, the simulated
-# modem and radio_tavora, switches the modem channels on the way the
-# field-test screen does, and shows the reports as they change.
+# The demo: sets up and builds, then starts the PPS broker, devsim (the
+# phone's other services), the simulated modem and radio_tavora, switches
+# the modem channels on the way the field-test screen does, and shows the
+# reports as they change.
 #
-#   scripts/demo.sh [--capture FILE] [--rounds N] [--interval SEC]
+#   scripts/demo.sh [--capture FILE] [--devsim-scenario FILE] [--rounds N] [--interval SEC]
 #
 #   --capture FILE  modemsim streams the log packets of this DIAG capture
 #                   (.qmdl/.mi2log) instead of its own scenario
+#   --devsim-scenario FILE  merged over devsim's built-in scenario
 #   --rounds N      rounds of reports to show (default 10; 0 = until Ctrl-C)
 #   --interval SEC  seconds between rounds (default 2)
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 capture=""
+devsim_scenario=""
 rounds=10
 interval=2
 while (($#)); do
     case "$1" in
         --capture) capture=$(realpath "$2"); shift 2 ;;
+        --devsim-scenario) devsim_scenario=$(realpath "$2"); shift 2 ;;
         --rounds) rounds=$2; shift 2 ;;
         --interval) interval=$2; shift 2 ;;
-        -h|--help) sed -n '2,12p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+        -h|--help) sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
         *) echo "demo: unknown option $1 (see --help)" >&2; exit 2 ;;
     esac
 done
@@ -55,13 +59,18 @@ echo "demo: broker on $PPS_SOCKET"
 pids+=($!)
 for _ in $(seq 1 100); do [ -S "$PPS_SOCKET" ] && break; sleep 0.05; done
 
-# What the rest of the phone would have published: the device's hardware ID
-# (a WCDMA and LTE device), the screen's settings object and the modem's
-# persistent status.
-"$bin/ppsctl" write /pps/system/nvram/deviceinfo HardwareID::0x52c0f9e4
+# The screen's settings object.
 "$bin/ppsctl" write /pps/services/radioctrl/modem0/diag/config diaglogmask::0
-"$bin/ppsctl" write /pps/services/radioctrl/modem0/status_persistent \
-    'configure_rats_state:json:{"enabled_technologies":18}'
+
+# The rest of the phone: the device's hardware ID (a WCDMA and LTE device),
+# the modem's persistent status and radio control, the connection service,
+# the network interfaces and the OMA-DM client.
+devsim_args=()
+[ -n "$devsim_scenario" ] && devsim_args+=(--scenario "$devsim_scenario")
+echo "demo: devsim ${devsim_args[*]} (log: $run/devsim.log)"
+"$bin/devsim" "${devsim_args[@]}" 2>"$run/devsim.log" &
+pids+=($!)
+wait_for "$run/devsim.log" "devsim: ready"
 
 modemsim_args=(--qmi "unix:$run/qmi.sock" --diag "unix:$run/diag.sock")
 [ -n "$capture" ] && modemsim_args+=(--capture "$capture")
@@ -86,6 +95,13 @@ echo "== the screen turns the log mask on and sets ENS =="
 wait_for "$run/radio_tavora.log" "LTE Log Config"
 echo "-- what modemsim received:"
 grep -E 'rx' "$run/modemsim.log" | tail -n 5 || true
+
+echo
+echo "== the screen chooses LTE only: the daemon asks the radio control service =="
+"$bin/fieldtest" set enabled_rats=LTE_ONLY
+wait_for "$run/devsim.log" "wrote /pps/services/radioctrl/modem0/status_persistent: .*:16}"
+echo "-- what devsim received and reported:"
+grep -E 'devsim: (rx|wrote /pps/services/radioctrl)' "$run/devsim.log" | tail -n 2 || true
 
 if [ -n "$capture" ]; then
     echo

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -20,6 +21,16 @@ std::string JoinLines(const std::vector<std::string>& lines) {
     std::string text;
     for (const auto& line : lines) text += line + "\n";
     return text;
+}
+
+// A JSON string literal for plain text.
+std::string JsonString(const std::string& text) {
+    std::string quoted = "\"";
+    for (char c : text) {
+        if (c == '"' || c == '\\') quoted += '\\';
+        quoted += c;
+    }
+    return quoted + "\"";
 }
 
 }  // namespace
@@ -53,25 +64,52 @@ DaemonFixture::DaemonFixture(DaemonOptions options) : options_(std::move(options
         if (!WriteObject(kConfigObject, JoinLines(options_.config_lines)))
             throw std::runtime_error("cannot create diag/config");
     }
-    if (options_.create_status_persistent) {
-        if (!WriteObject(kStatusPersistentObject, ""))
-            throw std::runtime_error("cannot create status_persistent");
-    }
-    if (options_.create_deviceinfo) {
-        if (!WriteObject(kDeviceInfoObject, "HardwareID::" + options_.hardware_id + "\n"))
-            throw std::runtime_error("cannot create deviceinfo");
-    }
-    if (options_.create_omadm_control) {
-        if (!WriteObject(kOmadmControlObject, ""))
-            throw std::runtime_error("cannot create the OMA-DM control object");
+    if (options_.start_devsim) {
+        StartDevsim();
+    } else {
+        if (options_.create_status_persistent) {
+            if (!WriteObject(kStatusPersistentObject, ""))
+                throw std::runtime_error("cannot create status_persistent");
+        }
+        if (options_.create_deviceinfo) {
+            if (!WriteObject(kDeviceInfoObject, "HardwareID::" + options_.hardware_id + "\n"))
+                throw std::runtime_error("cannot create deviceinfo");
+        }
+        if (options_.create_omadm_control) {
+            if (!WriteObject(kOmadmControlObject, ""))
+                throw std::runtime_error("cannot create the OMA-DM control object");
+        }
     }
     if (options_.start) Start();
 }
 
 DaemonFixture::~DaemonFixture() {
-    // The daemon goes before its broker.
+    // The daemon goes before the services it asks, and they before the broker.
     daemon_.reset();
+    devsim_.reset();
     broker_.reset();
+}
+
+void DaemonFixture::StartDevsim() {
+    std::string scenario = "{";
+    scenario += "\"deviceinfo\": ";
+    scenario += options_.create_deviceinfo
+                    ? "{\"HardwareID\": " + JsonString(options_.hardware_id) + "}"
+                    : "null";
+    if (!options_.create_status_persistent) scenario += ", \"status_persistent\": null";
+    scenario += ", \"omadm\": {\"serve\": ";
+    scenario += options_.create_omadm_control ? "true" : "false";
+    scenario += "}}";
+    std::vector<std::string> argv{BinPath("devsim"), "--scenario",
+                                  scenario_dir_.file("fixture.json")};
+    std::ofstream(argv.back()) << scenario;
+    if (!options_.devsim_scenario.empty()) {
+        argv.insert(argv.end(), {"--scenario", scenario_dir_.file("test.json")});
+        std::ofstream(argv.back()) << options_.devsim_scenario;
+    }
+    devsim_ = std::make_unique<ChildProcess>(argv, std::vector<std::string>{broker_->env()});
+    if (!devsim_->WaitForStderr("devsim: ready"))
+        throw std::runtime_error("devsim did not start: " + devsim_->Stderr());
 }
 
 bool DaemonFixture::Start() {

@@ -1,6 +1,8 @@
-// A running daemon for end-to-end tests: its own PPS broker, the objects
-// the daemon opens at start (created as another client would), then
-// build/bin/radio_tavora with SLOGF_STDERR=1, started and waited for.
+// A running daemon for end-to-end tests: its own PPS broker, diag/config,
+// build/bin/devsim playing the phone's other services (deviceinfo,
+// status_persistent, the connection service, network interfaces, OMA-DM
+// and radio control), then build/bin/radio_tavora with SLOGF_STDERR=1,
+// started and waited for.
 //
 //   rt::test::DaemonFixture daemon;                  // broker + objects + daemon
 //   ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
@@ -41,13 +43,20 @@ inline constexpr const char* kRadioControlObject = "/pps/services/radioctrl/mode
 inline constexpr const char* kStartedLine = "tavora_pps started successfully.";
 
 struct DaemonOptions {
-    // Objects made before the daemon starts; leave one out to test its absence.
+    // Objects there before the daemon starts; leave one out to test its
+    // absence. With devsim these shape its scenario (it serves OMA-DM only
+    // when create_omadm_control is set, so its absence stays the default);
+    // without it the fixture writes them as plain objects.
     bool create_config = true;
     bool create_status_persistent = true;
     bool create_deviceinfo = true;
     bool create_omadm_control = false;
-    // HardwareID written to deviceinfo (when created).
+    // HardwareID in deviceinfo (when created).
     std::string hardware_id = "0x52c0f9e4";
+    // Start devsim for the other services (before the daemon, waited for).
+    bool start_devsim = true;
+    // A devsim scenario (JSON text) merged over the one the options above make.
+    std::string devsim_scenario;
     // Attribute lines ("name::value") the configuration object starts with.
     std::vector<std::string> config_lines;
     // Extra "NAME=value" entries for the daemon (QMI_DEVICE, DIAG_DEVICE, ...).
@@ -91,6 +100,8 @@ class DaemonFixture {
     bool started() const { return started_; }
 
     PpsBroker& broker() { return *broker_; }
+    ChildProcess& devsim() { return *devsim_; }
+    bool has_devsim() const { return devsim_ != nullptr; }
     ChildProcess& daemon() { return *daemon_; }
     bool has_daemon() const { return daemon_ != nullptr; }
 
@@ -114,8 +125,12 @@ class DaemonFixture {
     int Stop(int signal_number, int timeout_ms = 10000);
 
   private:
+    void StartDevsim();
+
     DaemonOptions options_;
     std::unique_ptr<PpsBroker> broker_;
+    TempDir scenario_dir_;
+    std::unique_ptr<ChildProcess> devsim_;
     std::unique_ptr<ChildProcess> daemon_;
     bool started_ = false;
 };

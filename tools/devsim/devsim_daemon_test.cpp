@@ -1,0 +1,83 @@
+// radio_tavora with devsim as the rest of the phone (the test fixture's
+// default): the daemon's requests reach devsim and its answers come back.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "testsupport/daemon_fixture.h"
+
+namespace {
+
+using rt::test::DaemonFixture;
+using rt::test::DaemonOptions;
+using ::testing::HasSubstr;
+
+bool ObjectHolds(DaemonFixture& fixture, const char* path, const std::string& needle,
+                 int timeout_ms = 5000) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (fixture.ReadObject(path).find(needle) != std::string::npos) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+struct MenuCase {
+    const char* name;
+    const char* hardware_id;
+    const char* menu;
+    int sent;  // what devsim is asked to configure; -1: nothing
+};
+
+class DevsimDaemonTest : public ::testing::TestWithParam<MenuCase> {};
+
+TEST_P(DevsimDaemonTest, MenuChoiceReachesRadioControl) {
+    const MenuCase& c = GetParam();
+    DaemonOptions options;
+    options.hardware_id = c.hardware_id;
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    ASSERT_TRUE(fixture.has_devsim());
+    ASSERT_TRUE(fixture.WriteConfig({std::string("enabled_rats::") + c.menu}));
+    if (c.sent < 0) {
+        // A choice the device cannot take is refused by the daemon and never
+        // sent; a later one that it can take is.
+        ASSERT_TRUE(fixture.daemon().WaitForStderr("Not Supported Device Rat -1"))
+            << fixture.daemon().Stderr();
+        ASSERT_TRUE(fixture.WriteConfig({"enabled_rats::WCDMA"}));
+        ASSERT_TRUE(fixture.devsim().WaitForStderr("\"enabled_technologies\":2}"))
+            << fixture.devsim().Stderr();
+        EXPECT_EQ(fixture.devsim().CountInStderr("msg::configure_rats"), 1);
+        return;
+    }
+    std::string request = "msg::configure_rats id::3323 dat:json:{\"enabled_technologies\":" +
+                          std::to_string(c.sent) + "}";
+    ASSERT_TRUE(fixture.devsim().WaitForStderr(request)) << fixture.devsim().Stderr();
+    EXPECT_TRUE(ObjectHolds(fixture, rt::test::kStatusPersistentObject,
+                            "{\"enabled_technologies\":" + std::to_string(c.sent) + "}"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Devices, DevsimDaemonTest,
+    ::testing::Values(MenuCase{"wcdma_lte_takes_lte_only", "0x52c0f9e4", "LTE_ONLY", 16},
+                      MenuCase{"cdma_evdo_lte_takes_cdma_evdo", "0x53c0f9e4", "CDMA+EVDO", 12},
+                      MenuCase{"wcdma_only_never_sends_lte", "0x51c0f9e4", "LTE_ONLY", -1}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DevsimFixtureTest, ScenarioPatchAndOmadmOption) {
+    DaemonOptions options;
+    options.create_omadm_control = true;
+    options.devsim_scenario = R"({"pdns": {"carrier_apps": {"connected": true}}})";
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    EXPECT_THAT(fixture.devsim().Stderr(), HasSubstr("serving /pps/services/omadm/radio/control"));
+    EXPECT_THAT(fixture.ReadObject("/pps/services/cds/vesta/status"),
+                HasSubstr(R"(carrier_apps:json:{"apn":"vzwapp","connected":true)"));
+    // The daemon opened the OMA-DM control object as devsim's client.
+    EXPECT_THAT(fixture.daemon().Stderr(), ::testing::Not(HasSubstr("setupContext")));
+}
+
+}  // namespace
