@@ -105,16 +105,19 @@ grep -E 'devsim: (rx|wrote /pps/services/radioctrl)' "$run/devsim.log" | tail -n
 
 if [ -n "$capture" ]; then
     echo
-    echo "note: radiostats follows the WCDMA RRC packets (0x4125); a capture without"
-    echo "      them leaves it at 'No data available!'. modemsim's progress through"
-    echo "      the capture is shown after the reports."
+    echo "note: the WCDMA reports follow WCDMA log packets; the public captures hold"
+    echo "      none, so their log values stay 'No data available!' while the modem's"
+    echo "      measurements still come from modemsim's world. modemsim's progress"
+    echo "      through the capture is shown after the reports."
 fi
 
 echo
 echo "== live reports (Ctrl-C to stop) =="
 watch_args=(--interval "$interval")
 ((rounds > 0)) && watch_args+=(--count "$rounds")
-"$bin/fieldtest" watch "${watch_args[@]}" radiostats 3gpp2info || true
+# The WCDMA world moves: signal values drift, and every few seconds a soft
+# handover changes the active set.
+"$bin/fieldtest" watch "${watch_args[@]}" radionwinfo radiostats hspaopinfo tchtxpwr 3gpp2info || true
 if [ -n "$capture" ]; then
     echo "-- modemsim's capture playback:"
     grep -E 'diag capture' "$run/modemsim.log" | tail -n 3 || true
