@@ -80,9 +80,16 @@ struct Broker::Conn {
     int fd = -1;
     Role role = Role::Handshake;
     bool dead = false;
-    // A send to it failed for good: it is closed at the end of the pass,
-    // not while a list it is in (readers, clients) is being walked.
+    // A send to it failed for good (its peer is closing): nothing more is
+    // sent to it, but what it wrote is still read and applied until it
+    // reads as closed, so no accepted write is lost.
     bool broken = false;
+    // A client held back while its server's queue is full: not polled, not
+    // read, until the server catches up (back-pressure, nothing dropped).
+    bool held = false;
+    // A client that does not read its replies: closed at the end of the pass,
+    // not while a list it is in is being walked.
+    bool evicted = false;
     bool can_read = false;
     bool can_write = false;
     bool critical = false;
@@ -96,6 +103,7 @@ struct Broker::Conn {
     gid_t gid = 0;
     std::vector<gid_t> groups;  // supplementary, without the primary group
     std::deque<std::string> queue;
+    size_t queued_bytes = 0;
     bool whole_pending = false;   // plain reader: send the whole object
     bool resync_pending = false;  // overflowed: send "#" + the whole object
     size_t dropped = 0;
@@ -105,6 +113,7 @@ Broker::Broker(BrokerOptions options)
     : options_(std::move(options)), buffer_(pps_wire::kMaxMessage + 1) {
     if (!options_.store_dir.empty()) store_ = std::make_unique<ObjectStore>(options_.store_dir);
     if (options_.queue_cap == 0) options_.queue_cap = 1;
+    if (options_.queue_bytes == 0) options_.queue_bytes = 1;
 }
 
 Broker::~Broker() {
@@ -250,7 +259,7 @@ void Broker::Accept() {
 }
 
 void Broker::OnReadable(Conn* conn) {
-    for (int round = 0; round < kReadsPerWake && !conn->dead; ++round) {
+    for (int round = 0; round < kReadsPerWake && !conn->dead && !conn->held; ++round) {
         ssize_t n =
             ::recv(conn->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
         if (n < 0) {
@@ -287,7 +296,7 @@ void Broker::DrainEstablished(Conn* except) {
     for (size_t i = 0; i < conns_.size(); ++i) {
         Conn* other = conns_[i].get();
         if (other == except || other->dead || other->role == Conn::Role::Handshake) continue;
-        for (bool reset_seen = false;;) {
+        for (bool reset_seen = false; !other->held;) {
             ssize_t n =
                 ::recv(other->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
             if (n < 0 && errno == EINTR) continue;
@@ -599,7 +608,10 @@ bool Broker::TrySend(Conn* conn, const iovec* iov, int count) {
     if (n >= 0) return true;
     if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) {
         conn->broken = true;
-        sweep_needed_ = true;
+        conn->queue.clear();
+        conn->queued_bytes = 0;
+        conn->whole_pending = conn->resync_pending = false;
+        SetWantOut(conn, false);
     }
     return false;
 }
@@ -624,23 +636,37 @@ void Broker::SendWhole(Conn* conn) {
     SetWantOut(conn, true);
 }
 
+bool Broker::QueueFull(const Conn& conn, size_t divisor) const {
+    return conn.queue.size() >= (options_.queue_cap + divisor - 1) / divisor ||
+           conn.queued_bytes >= (options_.queue_bytes + divisor - 1) / divisor;
+}
+
 void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
     bool state_reader = conn->role == Conn::Role::Plain || conn->role == Conn::Role::Delta;
     if (conn->resync_pending) return;  // the coming whole copy covers it
-    if (conn->queue.size() >= options_.queue_cap) {
+    if (QueueFull(*conn, 1)) {
         if (state_reader) {
             conn->queue.clear();
+            conn->queued_bytes = 0;
             conn->whole_pending = false;
             conn->resync_pending = true;
             if (conn->dropped++ == 0)
                 Log("slow reader of " + conn->att->object->path() + ": queue full, will resync");
-        } else if (conn->dropped++ % 1000 == 0) {
-            Log("slow " + std::string(conn->role == Conn::Role::Server ? "server" : "client") +
-                " of " + conn->att->object->path() + ": queue full, message dropped (" +
-                std::to_string(conn->dropped) + " so far)");
+            SetWantOut(conn, true);
+            return;
         }
-        SetWantOut(conn, true);
-        return;
+        if (conn->role == Conn::Role::Client) {
+            // Replies are not state and cannot be folded; a client that does
+            // not read them is disconnected, which it sees, rather than
+            // losing some of them unseen.
+            Log("client " + std::to_string(conn->client_id) + " of " + conn->att->object->path() +
+                " does not read its replies: disconnected");
+            conn->evicted = true;
+            sweep_needed_ = true;
+            return;
+        }
+        // The server: its clients were held back when the queue filled, so
+        // only connect and disconnect lines get here; they are kept.
     }
     std::string message;
     size_t total = 0;
@@ -648,16 +674,32 @@ void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
     message.reserve(total);
     for (int i = 0; i < count; ++i)
         message.append(static_cast<const char*>(iov[i].iov_base), iov[i].iov_len);
+    conn->queued_bytes += message.size();
     conn->queue.push_back(std::move(message));
     SetWantOut(conn, true);
+    if (conn->role == Conn::Role::Server && QueueFull(*conn, 1)) HoldClients(conn->att, true);
+}
+
+void Broker::HoldClients(Attachments* att, bool hold) {
+    for (auto& [id, client] : att->clients) {
+        if (client->dead || client->held == hold) continue;
+        client->held = hold;
+        // poll skips a negative descriptor: a held client costs no wake-up,
+        // even once it has hung up.
+        pfds_[client->slot + 2].fd = hold ? -1 - client->fd : client->fd;
+    }
 }
 
 void Broker::Flush(Conn* conn) {
     while (!conn->queue.empty()) {
         iovec iov = Iov(conn->queue.front());
-        if (!TrySend(conn, &iov, 1)) return;
+        if (!TrySend(conn, &iov, 1)) break;
+        conn->queued_bytes -= conn->queue.front().size();
         conn->queue.pop_front();
     }
+    // The server caught up (half its queue is free): its clients go on.
+    if (conn->role == Conn::Role::Server && !QueueFull(*conn, 2)) HoldClients(conn->att, false);
+    if (!conn->queue.empty()) return;
     if (conn->resync_pending) {
         iovec iov[2] = {Iov("#", 1), Iov(conn->att->object->Render())};
         if (!TrySend(conn, iov, 2)) return;
@@ -686,6 +728,7 @@ void Broker::Close(Conn* conn) {
         Object* object = att->object.get();
         if (conn->role == Conn::Role::Server) {
             att->server = nullptr;
+            HoldClients(att, false);  // their writes go nowhere now
         } else if (conn->role == Conn::Role::Client) {
             att->clients.erase(conn->client_id);
             if (att->server != nullptr && !att->server->dead) {
@@ -710,13 +753,14 @@ void Broker::Close(Conn* conn) {
 }
 
 void Broker::Sweep() {
-    // Closing one handle may tell others (a server, readers), and a send to
-    // them may fail in turn: close until none is left broken.
+    // Closing one handle may tell others (a server), and that may evict
+    // another in turn: close until none is left to evict.
     for (bool closed = true; closed;) {
         closed = false;
-        for (auto& conn : conns_) {
-            if (conn->broken && !conn->dead) {
-                Close(conn.get());
+        for (size_t i = 0; i < conns_.size(); ++i) {
+            Conn* conn = conns_[i].get();
+            if (conn->evicted && !conn->dead) {
+                Close(conn);
                 closed = true;
             }
         }

@@ -28,12 +28,16 @@
 //
 // Bounded queues: the broker hands each message straight to the kernel
 // socket; only what the kernel will not take (the reader is slow) waits in
-// the broker, at most `queue_cap` messages per handle. On overflow:
+// the broker, at most `queue_cap` messages and `queue_bytes` bytes per
+// handle. On overflow:
 //  - a delta or plain reader loses its pending messages and gets one
 //    "#@name" message with the whole object instead (later writes are folded
 //    into it until it is sent), so it never misses the current state;
-//  - a server or client handle loses the new message (requests and replies
-//    are not state and cannot be folded); the broker logs it.
+//  - a server's clients are no longer read until half its queue is free:
+//    their writes wait in their sockets (back-pressure), none is dropped;
+//  - a client that does not read its replies is disconnected and logged.
+// A handle whose peer is closing (a send to it failed) is still read until
+// it reads as closed: every write accepted from it is applied.
 #pragma once
 
 #include <sys/types.h>
@@ -55,8 +59,9 @@ namespace ppsd {
 
 struct BrokerOptions {
     std::string socket_path;
-    std::string store_dir;   // where persistent objects live; empty: nothing persists
-    size_t queue_cap = 256;  // messages held per handle beyond the kernel's buffer
+    std::string store_dir;             // where persistent objects live; empty: nothing persists
+    size_t queue_cap = 256;            // messages held per handle beyond the kernel's buffer
+    size_t queue_bytes = 1024 * 1024;  // and bytes held per handle
     std::function<void(const std::string&)> log;  // notable events; may be empty
 };
 
@@ -99,6 +104,10 @@ class Broker {
     void Send(Conn* conn, const iovec* iov, int count);
     void SendWhole(Conn* conn);
     void Enqueue(Conn* conn, const iovec* iov, int count);
+    // Whether the queue holds 1/divisor of its bound in messages or bytes.
+    bool QueueFull(const Conn& conn, size_t divisor) const;
+    // Stops (or resumes) reading the server's clients while its queue is full.
+    void HoldClients(Attachments* att, bool hold);
     void Flush(Conn* conn);
     void SetWantOut(Conn* conn, bool want);
     void Close(Conn* conn);

@@ -565,6 +565,69 @@ TEST(PpsdQueueCap, SlowDeltaReaderIsResynchronisedWithTheWholeObject) {
     ::close(writer);
 }
 
+// --- nothing lost ----------------------------------------------------------------
+
+// A handle that writes a burst and closes while others change the object:
+// the broker's send to it fails (its peer is gone), yet every write it had
+// sent is still applied. Several trials, each on an object of its own.
+TEST_F(PpsdTest, BurstThenCloseKeepsEveryWriteWhileOthersChangeTheObject) {
+    constexpr int kTrials = 20, kBurst = 50;
+    for (int trial = 0; trial < kTrials; ++trial) {
+        std::string path = "/pps/burst/obj" + std::to_string(trial);
+        int other = Open(path + "?wait", O_RDWR | O_CREAT);
+        ASSERT_GE(other, 0);
+        int writer = Open(path + "?wait", O_RDWR | O_CREAT);
+        ASSERT_GE(writer, 0);
+        for (int i = 1; i <= kBurst; ++i)
+            ASSERT_TRUE(Write(writer, "n:n:" + std::to_string(i) + "\n"));
+        ::close(writer);
+        for (int i = 0; i < 5; ++i) ASSERT_TRUE(Write(other, "o:n:" + std::to_string(i) + "\n"));
+        std::string expected =
+            "@obj" + std::to_string(trial) + "\no:n:4\nn:n:" + std::to_string(kBurst) + "\n";
+        std::string seen;
+        for (int i = 0; i < 500 && (seen = ReadWhole(path)).find("n:n:") == std::string::npos; ++i)
+            ::usleep(10000);
+        EXPECT_NE(seen.find("n:n:" + std::to_string(kBurst) + "\n"), std::string::npos)
+            << "trial " << trial << ": " << seen;
+        ::close(other);
+    }
+}
+
+// A server that is slow to read: its clients wait (back-pressure) and every
+// request reaches it, none is dropped at its queue.
+TEST(PpsdQueueCap, EveryPipelinedRequestReachesASlowServer) {
+    rt::test::TempDir dir;
+    std::string socket = dir.file("ppsd.sock");
+    ChildProcess ppsd({BinPath("ppsd"), "--socket", socket, "--queue-cap", "4"});
+    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
+    ::setenv("PPS_SOCKET", socket.c_str(), 1);
+
+    int server = Open("/pps/q/control?server", O_RDWR | O_CREAT);
+    ASSERT_GE(server, 0);
+    constexpr int kRequests = 1000;
+    pid_t client = Fork([] {
+        int fd = pps_open_client("/pps/q/control?wait", O_RDWR);
+        if (fd < 0) return 1;
+        for (int i = 0; i < kRequests; ++i)
+            if (!Write(fd, "msg::radiostats\nid::" + std::to_string(i) + "\n")) return 2;
+        return 0;
+    });
+    ::usleep(200000);  // let the requests pile up before the server reads
+    int requests = 0, next_id = 0;
+    bool in_order = true;
+    while (requests < kRequests) {
+        auto message = ReadMsg(server);
+        if (!message) break;
+        if (message->rfind("@control.1\n", 0) != 0) continue;  // connect line
+        in_order &= message->find("id::" + std::to_string(next_id++) + "\n") != std::string::npos;
+        ++requests;
+    }
+    EXPECT_EQ(Reap(client), 0);
+    EXPECT_EQ(requests, kRequests);
+    EXPECT_TRUE(in_order);
+    ::close(server);
+}
+
 // --- ppsctl -------------------------------------------------------------------------
 
 struct ToolRun {
