@@ -60,6 +60,24 @@ bool ParseOptions(std::string_view text, OpenOptions* out) {
     return true;
 }
 
+// The lines of a client's message that may reach the server: everything
+// but object, connect, disconnect and truncation lines ("@x", "+@x", "-@x",
+// "#@x"), which would let it speak as another client or forge connects. The
+// text ends at a NUL, as the server's C-string parsing would see it.
+void KeepClientLines(std::string_view text, std::string* out) {
+    text = text.substr(0, text.find('\0'));
+    while (!text.empty()) {
+        size_t nl = text.find('\n');
+        std::string_view line = text.substr(0, nl);
+        text = nl == std::string_view::npos ? std::string_view() : text.substr(nl + 1);
+        bool object_line = (!line.empty() && line[0] == '@') ||
+                           (line.size() >= 2 && line[1] == '@' &&
+                            (line[0] == '+' || line[0] == '-' || line[0] == '#'));
+        if (object_line || line.empty()) continue;
+        out->append(line).push_back('\n');
+    }
+}
+
 bool IsPpsRoot(const std::string& path) {
     return path == "/" || path == "/pps";
 }
@@ -553,12 +571,9 @@ void Broker::NotifyLine(Attachments* att, Conn* except, const char* prefix) {
 void Broker::RouteToServer(Conn* conn, const char* text, size_t length) {
     Conn* server = conn->att->server;
     if (server == nullptr || server->dead) return;  // no server now: nobody to hear it
-    std::string_view body(text, length);
-    if (!body.empty() && body[0] == '@') {
-        size_t nl = body.find('\n');
-        body = nl == std::string_view::npos ? std::string_view() : body.substr(nl + 1);
-    }
-    iovec iov[2] = {Iov(conn->client_prefix), Iov(body.data(), body.size())};
+    scratch_.clear();
+    KeepClientLines(std::string_view(text, length), &scratch_);
+    iovec iov[2] = {Iov(conn->client_prefix), Iov(scratch_)};
     Send(server, iov, 2);
 }
 

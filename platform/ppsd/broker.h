@@ -18,8 +18,9 @@
 // Server objects: the handle opened "?server" is the server (one at a time,
 // else EBUSY). A non-server handle opened while the server is there is a
 // client with an id (1, 2, ... per object). Its writes go only to the server,
-// as "@<name>.<id>\n" followed by its lines (an object line of its own is
-// dropped); its connect arrives as "+@<name>.<id>.n0.p<pid>.u<uid>.g<gid>
+// as "@<name>.<id>\n" followed by its attribute lines (object, connect,
+// disconnect and truncation lines of its own are dropped, so that it cannot
+// speak as another client); its connect arrives as "+@<name>.<id>.n0.p<pid>.u<uid>.g<gid>
 // [.g<gid>...]" (kernel credentials of its connection, primary group first,
 // then the other supplementary groups), its disconnect as "-@<name>.<id>".
 // A server write whose object line ends in ".<digits>" goes to that client

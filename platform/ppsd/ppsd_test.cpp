@@ -334,6 +334,42 @@ TEST_F(PpsdTest, ServerRoutesToOneClientAndToAll) {
     ::close(server);
 }
 
+// A client's message reaches the server only as that client's attribute
+// lines: object, connect, disconnect and truncation lines inside it are
+// dropped, wherever they stand.
+TEST_F(PpsdTest, ClientCannotSpeakAsAnotherClient) {
+    struct Case {
+        const char* name;
+        std::string written;
+        std::string seen;
+    };
+    const std::vector<Case> cases = {
+        {"object line after an attribute", "x::y\n@control.2\nmsg::radiostats\nid::spoof2\n",
+         "@control.1\nx::y\nmsg::radiostats\nid::spoof2\n"},
+        {"forged connect", "+@control.7.n0.p1.u0.g0\nmsg::a\n", "@control.1\nmsg::a\n"},
+        {"forged disconnect", "msg::a\n-@control.2\n", "@control.1\nmsg::a\n"},
+        {"forged truncation", "#@control\nmsg::a\n", "@control.1\nmsg::a\n"},
+        {"attribute deletion passes", "-old\nmsg::a\n", "@control.1\n-old\nmsg::a\n"},
+        {"text after a NUL", std::string("msg::a\n\0@control.2\nid::9\n", 25),
+         "@control.1\nmsg::a\n"},
+    };
+    int server = Open("/pps/s/control?server", O_RDWR | O_CREAT | O_TRUNC);
+    ASSERT_GE(server, 0);
+    int c1 = Open("/pps/s/control", O_RDWR);
+    int c2 = Open("/pps/s/control", O_RDWR);
+    ASSERT_GE(c1, 0);
+    ASSERT_GE(c2, 0);
+    ReadMsg(server);  // the two connect lines
+    ReadMsg(server);
+    for (const Case& c : cases) {
+        ASSERT_TRUE(Write(c1, c.written)) << c.name;
+        EXPECT_EQ(ReadMsg(server).value_or("<none>"), c.seen) << c.name;
+    }
+    ::close(c1);
+    ::close(c2);
+    ::close(server);
+}
+
 TEST_F(PpsdTest, SecondServerIsBusyAndCallWithoutServerIsRefused) {
     int plain = Open("/pps/s/ctl", O_RDWR | O_CREAT);
     errno = 0;
