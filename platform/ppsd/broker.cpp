@@ -292,9 +292,12 @@ void Broker::OnReadable(Conn* conn) {
             return;
         }
         if (static_cast<size_t>(n) > pps_wire::kMaxMessage) {
-            Log("dropped a message of " + std::to_string(n) + " bytes (limit " +
+            Log("refused a message of " + std::to_string(n) + " bytes (limit " +
                 std::to_string(pps_wire::kMaxMessage) + ")");
-            if (conn->role == Conn::Role::Handshake) Close(conn);
+            if (conn->role == Conn::Role::Handshake)
+                Close(conn);
+            else
+                Refuse(conn, EMSGSIZE);
             continue;
         }
         buffer_[static_cast<size_t>(n)] = '\0';
@@ -330,7 +333,10 @@ void Broker::DrainEstablished(Conn* except) {
                 Close(other);
                 break;
             }
-            if (static_cast<size_t>(n) > pps_wire::kMaxMessage) continue;
+            if (static_cast<size_t>(n) > pps_wire::kMaxMessage) {
+                Refuse(other, EMSGSIZE);
+                continue;
+            }
             buffer_[static_cast<size_t>(n)] = '\0';
             OnMessage(other, buffer_.data(), static_cast<size_t>(n));
             if (other->dead) break;
@@ -439,6 +445,7 @@ int Broker::OpenObject(Conn* conn, char* head) {
     if (q != std::string_view::npos && !ParseOptions(full.substr(q + 1), &options)) return EINVAL;
     std::string path;
     if (!NormalizePath(full.substr(0, q), &path)) return EINVAL;
+    if (int bad = CheckObjectName(path); bad != 0) return bad;
     if (IsPpsRoot(path) || tree_.IsDirectory(path)) return EISDIR;
     if (tree_.HasObjectAncestor(path)) return ENOTDIR;
 
@@ -540,8 +547,24 @@ void Broker::OnMessage(Conn* conn, char* text, size_t length) {
     }
 }
 
-void Broker::WriteToObject(Conn* conn, char* text, size_t /*length*/) {
+void Broker::WriteToObject(Conn* conn, char* text, size_t length) {
     Attachments* att = conn->att;
+    Object* object = att->object.get();
+    // A write grows an object by at most its own length; one that might take
+    // it past the limit is tried on a copy first and refused if it would.
+    auto attribute_bytes = [](Object& o) { return o.Render().size() - o.object_line().size(); };
+    if (attribute_bytes(*object) + length > pps_wire::kMaxObject) {
+        Object trial = *object;
+        std::string copy(text, length);
+        std::string delta;
+        trial.Apply(copy.data(), &delta);
+        if (attribute_bytes(trial) > pps_wire::kMaxObject) {
+            Log("refused a write that would take " + object->path() + " past " +
+                std::to_string(pps_wire::kMaxObject) + " bytes");
+            Refuse(conn, EFBIG);
+            return;
+        }
+    }
     scratch_.clear();
     if (att->object->Apply(text, &scratch_) == 0) return;
     QueueSave(att->object.get());
@@ -610,6 +633,12 @@ void Broker::RouteFromServer(Conn* conn, const char* text, size_t length) {
     }
     for (auto& [client_id, client] : att->clients)
         if (!client->dead) Send(client, iov, 2);
+}
+
+void Broker::Refuse(Conn* conn, int code) {
+    std::string notice = pps_wire::kErrorNotice + std::to_string(code) + "\n";
+    iovec iov = Iov(notice);
+    Send(conn, &iov, 1);
 }
 
 bool Broker::TrySend(Conn* conn, const iovec* iov, int count) {

@@ -105,6 +105,8 @@ class Broker {
     void Send(Conn* conn, const iovec* iov, int count);
     void SendWhole(Conn* conn);
     void Enqueue(Conn* conn, const iovec* iov, int count);
+    // Tells a handle that its write was refused, with the errno.
+    void Refuse(Conn* conn, int code);
     // Whether the queue holds 1/divisor of its bound in messages or bytes.
     bool QueueFull(const Conn& conn, size_t divisor) const;
     // Stops (or resumes) reading the server's clients while its queue is full.

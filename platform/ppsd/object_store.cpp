@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/pps/pps_wire.h"
 #include "platform/pps/ppsparse.h"
 
 namespace ppsd {
@@ -181,6 +182,13 @@ bool NormalizePath(std::string_view in, std::string* out) {
     }
     if (out->empty()) *out = "/";
     return true;
+}
+
+int CheckObjectName(std::string_view path) {
+    if (path.size() > pps_wire::kMaxName) return ENAMETOOLONG;
+    for (char c : path)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return EINVAL;
+    return 0;
 }
 
 std::shared_ptr<Object> ObjectTree::Find(const std::string& path) const {

@@ -82,6 +82,10 @@ class Object {
 // Cleans an absolute object path: collapses "//", drops a trailing '/'.
 // Returns false (EINVAL) for a relative path or a "." or ".." component.
 bool NormalizePath(std::string_view in, std::string* out);
+// 0 for a path an object may have; ENAMETOOLONG past pps_wire::kMaxName
+// bytes, EINVAL for a control character (a newline would end the object
+// line every reader parses).
+int CheckObjectName(std::string_view path);
 
 class ObjectTree {
   public:

@@ -702,6 +702,43 @@ TEST_F(PpsdTest, PpsctlWriteReadAndLs) {
     EXPECT_NE(verb_help.out.find("usage: ppsctl call"), std::string::npos);
 }
 
+// The documented limits, each refused with its own error, which ppsctl
+// reports with a non-zero exit; what was refused leaves the object as it was.
+TEST_F(PpsdTest, LimitsAreEnforcedWithClearErrors) {
+    const std::string k40 = std::string(40 * 1024, 'x');
+    ASSERT_EQ(Ppsctl(broker_, {"write", "/pps/lim/obj", "a::" + k40}).status, 0);
+    struct Case {
+        const char* name;
+        std::vector<std::string> args;
+        std::string error;
+    };
+    const std::vector<Case> cases = {
+        {"message over 64 KiB",
+         {"write", "/pps/lim/obj", "b::" + std::string(65 * 1024, 'y')},
+         "Message too long"},
+        {"object over 64 KiB", {"write", "/pps/lim/obj", "b::" + k40}, "File too large"},
+        {"name over 255 bytes",
+         {"write", "/pps/lim/" + std::string(250, 'n'), "a::1"},
+         "File name too long"},
+        {"newline in a name", {"write", "/pps/lim/two\nlines", "a::1"}, "Invalid argument"},
+    };
+    for (const Case& c : cases) {
+        ToolRun run = Ppsctl(broker_, c.args);
+        EXPECT_EQ(run.status, 1) << c.name;
+        EXPECT_NE(run.err.find(c.error), std::string::npos) << c.name << ": " << run.err;
+    }
+    // A reader gets the whole object, never a cut one.
+    ToolRun r = Ppsctl(broker_, {"read", "/pps/lim/obj"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "@obj\na::" + k40 + "\n");
+    // Just under the object limit is fine, and read back whole.
+    std::string fits(64 * 1024 - 40 * 1024 - 3 * 2 - 2 - 2, 'z');
+    ToolRun w = Ppsctl(broker_, {"write", "/pps/lim/obj", "b::" + fits});
+    EXPECT_EQ(w.status, 0) << w.err;
+    EXPECT_EQ(Ppsctl(broker_, {"read", "/pps/lim/obj"}).out,
+              "@obj\na::" + k40 + "\nb::" + fits + "\n");
+}
+
 TEST_F(PpsdTest, PpsctlWatchPrintsEachDelta) {
     int w = Open("/pps/c/watched", O_RDWR | O_CREAT);
     ASSERT_GE(w, 0);
