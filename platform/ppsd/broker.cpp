@@ -396,6 +396,8 @@ void Broker::OnHandshake(Conn* conn, char* text, size_t length) {
             code = tree_.IsDirectory(path) ? EISDIR : ENOENT;
         else if (!Allowed(*conn, *object, kNeedWrite))
             code = EACCES;
+        else if (conn->uid != 0 && conn->uid != object->owner_uid())
+            code = EPERM;  // as in a sticky directory: only the owner (or root) removes it
         if (code == 0) {
             tree_.Erase(path);
             if (store_) store_->Remove(path);
@@ -467,6 +469,10 @@ int Broker::OpenObject(Conn* conn, char* head) {
         if ((flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL)) return EEXIST;
         if (!Allowed(*conn, *object, need)) return EACCES;
         if ((flags & O_TRUNC) != 0 && accmode == O_RDONLY) return EACCES;
+        // Options that change the object (empty it, drop its stored copy)
+        // need the right to write it, whatever the handle's access mode.
+        bool changes = (flags & O_TRUNC) != 0 || options.critical || options.nopersist;
+        if (changes && !Allowed(*conn, *object, kNeedWrite)) return EACCES;
     }
     auto existing = attachments_.find(object.get());
     Conn* current_server = existing == attachments_.end() ? nullptr : existing->second->server;

@@ -499,6 +499,46 @@ TEST_F(PpsdTest, BrokerExitsZeroOnSigtermAndRemovesItsSocket) {
 
 // --- access ----------------------------------------------------------------------
 
+// A user who may only read an object cannot change it through open options,
+// nor remove an object that is not its own (even one everybody may write).
+TEST_F(PpsdTest, OnlyWritersChangeAndOnlyOwnersUnlink) {
+    if (::getuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+    int shared = Open("/pps/p/shared", O_RDWR | O_CREAT, 0644);
+    int open_to_all = Open("/pps/p/control", O_RDWR | O_CREAT, 0666);
+    ASSERT_GE(shared, 0);
+    ASSERT_GE(open_to_all, 0);
+    ASSERT_TRUE(Write(shared, "keep::me\n"));
+    ASSERT_EQ(ReadWhole("/pps/p/shared"), "@shared\nkeep::me\n");
+    OpenSocketDirToAll(broker_);
+    pid_t child = Fork([] {
+        if (!BecomeNobody()) return 10;
+        struct Case {
+            const char* path;
+            int flags;
+            int error;
+        };
+        const Case cases[] = {
+            {"/pps/p/shared?critical", O_RDONLY, EACCES},
+            {"/pps/p/shared?nopersist", O_RDONLY, EACCES},
+            {"/pps/p/shared", O_RDONLY | O_TRUNC, EACCES},
+        };
+        int failures = 0;
+        for (const Case& c : cases)
+            if (pps_open(c.path, c.flags) != -1 || errno != c.error) failures |= 1;
+        int plain = pps_open("/pps/p/shared", O_RDONLY);  // reading is still allowed
+        if (plain < 0) failures |= 2;
+        ::close(plain);
+        if (pps_unlink("/pps/p/control") != -1 || errno != EPERM) failures |= 4;
+        return failures;
+    });
+    EXPECT_EQ(Reap(child), 0);
+    EXPECT_EQ(ReadWhole("/pps/p/shared"), "@shared\nkeep::me\n");
+    EXPECT_TRUE(pps_exists("/pps/p/control"));
+    EXPECT_EQ(pps_unlink("/pps/p/control"), 0) << "its owner may";
+    ::close(shared);
+    ::close(open_to_all);
+}
+
 TEST_F(PpsdTest, ModeThatForbidsAClientIsRefusedWithEacces) {
     int priv = Open("/pps/a/private", O_RDWR | O_CREAT, 0600);
     int ro = Open("/pps/a/readonly", O_RDWR | O_CREAT, 0644);
