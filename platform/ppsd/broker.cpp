@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -97,6 +98,7 @@ struct Broker::Conn {
     enum class Role { Handshake, Plain, Delta, Writer, Server, Client };
     int fd = -1;
     Role role = Role::Handshake;
+    std::chrono::steady_clock::time_point handshake_deadline;
     bool dead = false;
     // A send to it failed for good (its peer is closing): nothing more is
     // sent to it, but what it wrote is still read and applied until it
@@ -202,7 +204,7 @@ void Broker::Run(int stop_fd) {
     pfds_.push_back(pollfd{listen_fd_, POLLIN, 0});
     pfds_.push_back(pollfd{stop_fd, POLLIN, 0});
     for (;;) {
-        int ready = ::poll(pfds_.data(), pfds_.size(), -1);
+        int ready = ::poll(pfds_.data(), pfds_.size(), ExpireHandshakes());
         if (ready < 0) {
             if (errno == EINTR) continue;
             Log(std::string("poll: ") + std::strerror(errno));
@@ -245,8 +247,16 @@ void Broker::Accept() {
     for (;;) {
         int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd < 0) {
-            if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                // The connection stays in the backlog; poll would report it
+                // again at once, so the listener rests until a handle closes.
+                Log(std::string("accept: ") + std::strerror(errno) +
+                    "; not accepting until a descriptor frees");
+                accept_paused_ = true;
+                pfds_[0].fd = -1 - listen_fd_;
+            } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
                 Log(std::string("accept: ") + std::strerror(errno));
+            }
             return;
         }
         auto conn = std::make_unique<Conn>();
@@ -270,10 +280,30 @@ void Broker::Accept() {
         // Its handshake is read in a later pass, after what older handles
         // had already sent: a write that returned before this open began is
         // applied before the open sees the object.
+        conn->handshake_deadline = std::chrono::steady_clock::now() +
+                                   std::chrono::milliseconds(options_.handshake_timeout_ms);
         conn->slot = conns_.size();
         conns_.push_back(std::move(conn));
         pfds_.push_back(pollfd{fd, POLLIN, 0});
     }
+}
+
+int Broker::ExpireHandshakes() {
+    auto now = std::chrono::steady_clock::now();
+    auto next = std::chrono::steady_clock::time_point::max();
+    for (auto& conn : conns_) {
+        if (conn->dead || conn->role != Conn::Role::Handshake) continue;
+        if (conn->handshake_deadline <= now) {
+            Log("dropped a connection that sent no request in time");
+            Close(conn.get());
+        } else {
+            next = std::min(next, conn->handshake_deadline);
+        }
+    }
+    if (sweep_needed_) Sweep();
+    if (next == std::chrono::steady_clock::time_point::max()) return -1;
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next - now).count();
+    return static_cast<int>(std::max<long long>(1, left + 1));
 }
 
 void Broker::OnReadable(Conn* conn) {
@@ -828,6 +858,10 @@ void Broker::Sweep() {
     conns_.resize(out);
     pfds_.resize(out + 2);
     sweep_needed_ = false;
+    if (accept_paused_) {  // descriptors were freed: accept again
+        accept_paused_ = false;
+        pfds_[0].fd = listen_fd_;
+    }
 }
 
 void Broker::QueueSave(Object* object) {

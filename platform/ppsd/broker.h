@@ -63,6 +63,7 @@ struct BrokerOptions {
     std::string store_dir;             // where persistent objects live; empty: nothing persists
     size_t queue_cap = 256;            // messages held per handle beyond the kernel's buffer
     size_t queue_bytes = 1024 * 1024;  // and bytes held per handle
+    int handshake_timeout_ms = 5000;   // a new connection that says nothing is dropped
     std::function<void(const std::string&)> log;  // notable events; may be empty
 };
 
@@ -87,6 +88,9 @@ class Broker {
     struct Attachments;
 
     void Accept();
+    // Closes connections whose open handshake did not come in time; the
+    // poll time-out until the next such deadline (-1: none pending).
+    int ExpireHandshakes();
     void OnReadable(Conn* conn);
     void OnHandshake(Conn* conn, char* text, size_t length);
     void DrainEstablished(Conn* except);
@@ -128,6 +132,7 @@ class Broker {
     std::vector<std::unique_ptr<Conn>> conns_;
     std::vector<pollfd> pfds_;  // [0] listen, [1] stop, then one per conn
     bool sweep_needed_ = false;
+    bool accept_paused_ = false;  // out of descriptors: not accepting until one frees
     std::unordered_map<Object*, std::unique_ptr<Attachments>> attachments_;
     std::vector<std::shared_ptr<Object>> save_queue_;
     std::vector<char> buffer_;  // one message in, NUL-terminated

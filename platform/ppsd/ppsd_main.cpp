@@ -30,6 +30,8 @@ void Usage(FILE* out) {
                  "                  (\"#@name\"), a server's clients wait until it catches\n"
                  "                  up, a client that does not read its replies is dropped\n"
                  "  --queue-bytes N bytes held for one slow handle (default 1048576)\n"
+                 "  --handshake-timeout-ms N  a connection that sends no request within\n"
+                 "                  N ms is dropped (default 5000)\n"
                  "  --quiet         log nothing but errors\n"
                  "\n"
                  "Stops on SIGTERM or SIGINT (exit 0), removing its socket.\n",
@@ -67,6 +69,16 @@ int main(int argc, char** argv) {
                 return 2;
             }
             options.queue_cap = cap;
+        } else if (arg == "--handshake-timeout-ms") {
+            char* end = nullptr;
+            const char* text = value("--handshake-timeout-ms");
+            unsigned long ms = std::strtoul(text, &end, 10);
+            if (*text == '\0' || *end != '\0' || ms == 0 || ms > 600000) {
+                std::fprintf(stderr, "ppsd: --handshake-timeout-ms wants 1 to 600000, not '%s'\n",
+                             text);
+                return 2;
+            }
+            options.handshake_timeout_ms = static_cast<int>(ms);
         } else if (arg == "--queue-bytes") {
             char* end = nullptr;
             const char* text = value("--queue-bytes");

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -702,6 +704,67 @@ TEST(PpsdQueueCap, EveryPipelinedRequestReachesASlowServer) {
     EXPECT_EQ(requests, kRequests);
     EXPECT_TRUE(in_order);
     ::close(server);
+}
+
+// --- descriptors and handshakes --------------------------------------------------
+
+// A raw connection to the broker that sends nothing.
+int RawConnect(const std::string& socket) {
+    int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", socket.c_str());
+    if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Waits until the broker closes `fd`; false when it has not within kWaitMs.
+bool ClosedByBroker(int fd) {
+    pollfd entry{fd, POLLIN, 0};
+    if (::poll(&entry, 1, kWaitMs) <= 0) return false;
+    char byte;
+    return ::recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
+}
+
+TEST(PpsdLimits, ConnectionThatSendsNoRequestIsDropped) {
+    rt::test::TempDir dir;
+    std::string socket = dir.file("ppsd.sock");
+    ChildProcess ppsd({BinPath("ppsd"), "--socket", socket, "--handshake-timeout-ms", "200"});
+    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
+    int silent = RawConnect(socket);
+    ASSERT_GE(silent, 0);
+    EXPECT_TRUE(ClosedByBroker(silent));
+    ::close(silent);
+    EXPECT_TRUE(ppsd.WaitForStderr("sent no request in time"));
+}
+
+// Out of descriptors, the broker stops accepting (one log line, no busy
+// loop) and accepts again once a handle closes.
+TEST(PpsdLimits, AtTheDescriptorLimitTheBrokerWaitsForOneToFree) {
+    rt::test::TempDir dir;
+    std::string socket = dir.file("ppsd.sock");
+    ChildProcess ppsd(
+        {"/bin/sh", "-c", "ulimit -n 24 && exec \"$0\" --socket \"$1\"", BinPath("ppsd"), socket});
+    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
+    ASSERT_EQ(::access(socket.c_str(), F_OK), 0) << ppsd.Stderr();
+    std::vector<int> idle;
+    for (int i = 0; i < 40; ++i) {
+        int fd = RawConnect(socket);
+        if (fd >= 0) idle.push_back(fd);
+    }
+    ASSERT_TRUE(ppsd.WaitForStderr("not accepting until a descriptor frees"));
+    ::usleep(300000);  // a broker that spun would log each turn meanwhile
+    EXPECT_LE(ppsd.CountInStderr("accept:"), 2) << ppsd.Stderr().substr(0, 2000);
+    for (int fd : idle) ::close(fd);
+    ::setenv("PPS_SOCKET", socket.c_str(), 1);
+    int fd = -1;
+    for (int i = 0; i < 500 && (fd = Open("/pps/after/limit", O_RDWR | O_CREAT)) < 0; ++i)
+        ::usleep(10000);
+    EXPECT_GE(fd, 0) << std::strerror(errno);
+    ::close(fd);
 }
 
 // --- ppsctl -------------------------------------------------------------------------
