@@ -9,11 +9,23 @@
 #include <memory>
 #include <new>
 
+#include "platform/pps/pps_client.h"
 #include "service/pps_server.h"
 
 namespace {
 
 constexpr int kReadBufferSize = 1024;
+
+void DeliverPendingTermination(const sigset_t& wait_mask) {
+    sigset_t pending;
+    if (::sigpending(&pending) != 0) return;
+    if (!sigismember(&pending, SIGHUP) && !sigismember(&pending, SIGTERM) &&
+        !sigismember(&pending, SIGINT))
+        return;
+    sigset_t saved;
+    pthread_sigmask(SIG_SETMASK, &wait_mask, &saved);  // the handler runs here
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+}
 
 }  // namespace
 
@@ -38,9 +50,10 @@ int PPSServer::PPSRun() {
     sigdelset(&wait_mask, SIGTERM);
     sigdelset(&wait_mask, SIGINT);
     for (;;) {
-        if (::ppoll(table.get(), count, nullptr, &wait_mask) < 0)
-            continue;  // interrupted: poll again
-        PPSRunOnce(table.get(), count);
+        if (::ppoll(table.get(), count, nullptr, &wait_mask) >= 0) PPSRunOnce(table.get(), count);
+        // ppoll lets a signal in only when it has to wait: with a descriptor
+        // that stays ready it never does, so a pending one is let in here.
+        DeliverPendingTermination(wait_mask);
     }
 }
 
@@ -59,7 +72,9 @@ void PPSServer::PPSRunOnce(struct pollfd* table, size_t count) {
 
 int PPSServer::PPSRead(int fd) {
     char buffer[kReadBufferSize];
-    ssize_t n = ::read(fd, buffer, sizeof buffer);
+    // A vanished broker reads as an error, which ends the process (status 1)
+    // so that a supervisor can start it again.
+    ssize_t n = pps_read(fd, buffer, sizeof buffer);
     if (n < 0) {
         if (errno == EAGAIN) return EAGAIN;
         if (errno == EBADF) err(1, "BAD pps file descriptor!");

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -150,6 +151,49 @@ TEST(PPSReadDeathTest, OtherReadErrorEndsWithStatus1) {
     EXPECT_EXIT(server.PPSRead(dir), ::testing::ExitedWithCode(1),
                 HasSubstr("read pps errno " + std::to_string(EISDIR)));
     ::close(dir);
+}
+
+TEST(PPSReadDeathTest, VanishedBrokerEndsWithStatus1) {
+    SocketPair pair;
+    ASSERT_GE(pair.ours, 0);
+    ::close(pair.theirs);  // the broker's end is gone
+    pair.theirs = -1;
+    PPSServer server;
+    EXPECT_EXIT(server.PPSRead(pair.ours), ::testing::ExitedWithCode(1),
+                HasSubstr("BAD pps file descriptor!"));
+}
+
+// A watcher whose descriptor stays readable keeps poll from ever waiting; a
+// termination signal must still end the loop. The alarm bounds the wait:
+// a loop that never lets the signal in dies of it instead of exiting 0.
+void RaiseTerminationOnce(PPSServer*, void*, int) {
+    static bool raised = false;
+    if (!raised) ::kill(::getpid(), SIGTERM);
+    raised = true;
+}
+
+void ExitZeroOnTermination(int) {
+    ::_exit(0);
+}
+
+TEST(PPSRunDeathTest, TerminationSignalEndsLoopWhileADescriptorStaysReady) {
+    EXPECT_EXIT(
+        {
+            ::alarm(10);
+            std::signal(SIGTERM, ExitZeroOnTermination);
+            sigset_t termination;
+            sigemptyset(&termination);
+            sigaddset(&termination, SIGTERM);
+            pthread_sigmask(SIG_BLOCK, &termination, nullptr);
+            SocketPair server_pair;
+            int always_ready[2];
+            if (::pipe(always_ready) != 0 || ::write(always_ready[1], "x", 1) != 1) ::_exit(3);
+            PPSServer server;
+            server.PPSUseDescriptor(server_pair.ours);
+            server.PPSAddFdWatcher(always_ready[0], RaiseTerminationOnce, nullptr);
+            server.PPSRun();
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(PPSLoopTest, RequestBeforeWatchersInOnePass) {

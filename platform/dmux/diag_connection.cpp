@@ -75,6 +75,11 @@ bool WriteAll(int fd, const uint8_t* data, size_t length, int* error) {
     return true;
 }
 
+int OpenStreamSource(const DiagSource& source, int* error) {
+    return source.kind == DiagSource::Kind::kUnixSocket ? ConnectUnix(source.path, error)
+                                                        : OpenSerial(source.path, error);
+}
+
 }  // namespace
 
 DiagConnection::DiagConnection(const DiagSource& source)
@@ -133,7 +138,11 @@ bool DiagConnection::Stop() {
         std::lock_guard<std::mutex> hold(mutex_);
         changed_.notify_all();
     }
-    if (fd_ >= 0) ::shutdown(fd_, SHUT_RDWR);
+    {
+        // Not while the reader thread replaces the descriptor.
+        std::lock_guard<std::mutex> wire(write_mutex_);
+        if (fd_ >= 0) ::shutdown(fd_, SHUT_RDWR);
+    }
     if (!thread_.joinable()) return true;
     // The thread may be inside the daemon's callback; give it a second to
     // come out. If it does not (its lock is held by a thread that a signal
@@ -173,6 +182,8 @@ int DiagConnection::SetLogMask(uint32_t equipment_id, uint32_t last_item,
     {
         std::lock_guard<std::mutex> hold(mutex_);
         mask_changed_at_ = Clock::now();
+        // Sent again to a source that comes back, even if it is away now.
+        masks_in_force_[equipment_id] = {last_item, std::vector<uint8_t>(mask.begin(), mask.end())};
         changed_.notify_all();
     }
     if (source_.kind == DiagSource::Kind::kFile) {
@@ -200,24 +211,63 @@ int DiagConnection::SetLogMask(uint32_t equipment_id, uint32_t last_item,
 }
 
 void DiagConnection::StreamLoop() {
+    do {
+        ReadUntilLost();
+        {
+            std::lock_guard<std::mutex> hold(mutex_);
+            transport_lost_ = true;
+            changed_.notify_all();
+        }
+    } while (!stopping_.load() && Reconnect());
+    exited_.store(true);
+}
+
+void DiagConnection::ReadUntilLost() {
     std::vector<uint8_t> buffer(65536);
     while (!stopping_.load()) {
         pollfd pfd{fd_, POLLIN, 0};
         int ready = ::poll(&pfd, 1, 100);
-        if (ready < 0 && errno != EINTR) break;
+        if (ready < 0 && errno != EINTR) return;
         if (ready <= 0) continue;
         ssize_t n = ::read(fd_, buffer.data(), buffer.size());
         if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-        if (n <= 0) break;
+        if (n <= 0) return;
         stream_.Feed(std::span<const uint8_t>(buffer.data(), static_cast<size_t>(n)));
         PublishStats(false);
     }
+}
+
+bool DiagConnection::Reconnect() {
     {
-        std::lock_guard<std::mutex> hold(mutex_);
-        transport_lost_ = true;
-        changed_.notify_all();
+        std::lock_guard<std::mutex> wire(write_mutex_);
+        ::close(fd_.exchange(-1));
     }
-    exited_.store(true);
+    // Bytes of the lost source's last frame must not run into the new one's.
+    stream_.Finish();
+    for (int pause = kReconnectFirstMs; !stopping_.load();
+         pause = std::min(pause * 2, kReconnectMaxMs)) {
+        if (!SleepUntil(Clock::now() + std::chrono::milliseconds(pause))) return false;
+        int error = 0;
+        int fd = OpenStreamSource(source_, &error);
+        if (fd < 0) continue;
+        std::lock_guard<std::mutex> wire(write_mutex_);
+        std::map<uint32_t, MaskInForce> masks;
+        {
+            std::lock_guard<std::mutex> hold(mutex_);
+            masks = masks_in_force_;
+            transport_lost_ = false;
+        }
+        fd_ = fd;
+        // The answers arrive on this thread once it reads again; nobody
+        // waits for them, as the daemon sent these masks long ago.
+        for (const auto& [equipment_id, in_force] : masks) {
+            std::vector<uint8_t> frame =
+                HdlcEncode(BuildLogConfigSetMask(equipment_id, in_force.last_item, in_force.mask));
+            if (!WriteAll(fd, frame.data(), frame.size(), &error)) break;
+        }
+        return true;
+    }
+    return false;
 }
 
 bool DiagConnection::SleepUntil(Clock::time_point when) {

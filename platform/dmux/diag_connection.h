@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -27,6 +28,11 @@ inline constexpr int kReplaySettleMs = 250;
 inline constexpr int kReplayMaxGapMs = 1000;
 // Pause before a looping replay starts over (paced, or nothing delivered).
 inline constexpr int kReplayLoopPauseMs = 100;
+// A socket or serial source that goes away is opened again, first after
+// the shorter pause, then at most this far apart, until it is back; the
+// masks in force are then sent to it again.
+inline constexpr int kReconnectFirstMs = 50;
+inline constexpr int kReconnectMaxMs = 1000;
 
 class DiagConnection {
   public:
@@ -50,13 +56,17 @@ class DiagConnection {
     static void Deliver(void* self, uint16_t code, std::span<const uint8_t> record);
     void OnConfigFrame(std::span<const uint8_t> body);
     void StreamLoop();
+    // Reads the source until it is lost or the connection stops.
+    void ReadUntilLost();
+    // Opens the source again (until stopping) and resends the masks in force.
+    bool Reconnect();
     void ReplayLoop();
     void ReplayOnce();
     void PublishStats(bool pass_done);
     bool SleepUntil(std::chrono::steady_clock::time_point when);  // false when stopping
 
     DiagSource source_;
-    int fd_ = -1;
+    std::atomic<int> fd_{-1};  // replaced by the reader thread on a reconnect
     const uint8_t* file_data_ = nullptr;
     size_t file_size_ = 0;
 
@@ -71,11 +81,16 @@ class DiagConnection {
     mutable std::mutex mutex_;  // the fields below
     std::condition_variable changed_;
     std::optional<LogConfigResponse> response_;
+    struct MaskInForce {
+        uint32_t last_item;
+        std::vector<uint8_t> mask;
+    };
+    std::map<uint32_t, MaskInForce> masks_in_force_;  // by equipment id
     bool transport_lost_ = false;
     std::chrono::steady_clock::time_point mask_changed_at_{};
     kora_dmc_stats stats_{};
 
-    std::mutex write_mutex_;  // one request on the wire at a time
+    std::mutex write_mutex_;  // one request on the wire at a time; guards replacing fd_
 
     // Pacing state of a paced replay.
     bool pace_started_ = false;

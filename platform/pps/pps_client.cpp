@@ -149,6 +149,19 @@ std::string pps_socket_path() {
     return env != nullptr && *env != '\0' ? std::string(env) : std::string(kPpsDefaultSocket);
 }
 
+ssize_t pps_read(int fd, void* buffer, size_t size) {
+    ssize_t n = ::read(fd, buffer, size);
+    if (n != 0) return n;
+    // Zero bytes: an empty message, or the peer has closed. Only a closed
+    // peer leaves the socket hung up in both directions.
+    pollfd entry{fd, POLLIN, 0};
+    if (::poll(&entry, 1, 0) > 0 && (entry.revents & POLLHUP) != 0) {
+        errno = EBADF;
+        return -1;
+    }
+    return 0;
+}
+
 int pps_open(const char* path, int flags, mode_t mode) {
     return OpenWithExtras(path, flags, mode, 0);
 }

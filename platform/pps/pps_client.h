@@ -23,6 +23,11 @@ inline constexpr const char* kPpsDefaultSocket = "/tmp/ppsd.sock";
 std::string pps_socket_path();
 
 int pps_open(const char* path, int flags, mode_t mode = 0);
+// Reads one message from a PPS descriptor, as read does, except that a
+// descriptor whose broker has gone fails with EBADF, as it does on the
+// device when the PPS service behind it is gone. A plain read of a socket
+// would return 0 for ever and look like an empty message.
+ssize_t pps_read(int fd, void* buffer, size_t size);
 // Removes an object (and its persisted copy). 0, or -1 with errno.
 int pps_unlink(const char* path);
 // True if the object (or directory) exists.

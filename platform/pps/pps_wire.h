@@ -35,7 +35,21 @@ inline constexpr int kOpenExtraRequireServer = 1;
 // The open answer's extra line when the object's current copy follows.
 inline constexpr const char* kCopyFollows = "copy";
 
-// Largest message the broker accepts from a client (larger ones are dropped).
+// Limits. A write longer than kMaxMessage is refused with EMSGSIZE; a write
+// that would make an object's attribute lines longer than kMaxObject is
+// refused with EFBIG (the object is left as it was); a path longer than
+// kMaxName bytes fails to open with ENAMETOOLONG, and one holding a control
+// character (below 0x20, or 0x7F) with EINVAL.
 inline constexpr size_t kMaxMessage = 64 * 1024;
+inline constexpr size_t kMaxObject = 64 * 1024;
+inline constexpr size_t kMaxName = 255;
+// The largest message a handle can be sent: a whole object with its
+// "#@name" line. A reader's buffer of this size never cuts a message.
+inline constexpr size_t kMaxRead = kMaxObject + kMaxName + 8;
+
+// What the broker sends a handle whose write it refused, followed by the
+// errno in decimal and a newline ("!error 27\n"). A writer that wants to
+// know shuts its sending side down and reads until the broker closes.
+inline constexpr const char* kErrorNotice = "!error ";
 
 }  // namespace pps_wire

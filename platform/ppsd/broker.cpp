@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -60,6 +61,24 @@ bool ParseOptions(std::string_view text, OpenOptions* out) {
     return true;
 }
 
+// The lines of a client's message that may reach the server: everything
+// but object, connect, disconnect and truncation lines ("@x", "+@x", "-@x",
+// "#@x"), which would let it speak as another client or forge connects. The
+// text ends at a NUL, as the server's C-string parsing would see it.
+void KeepClientLines(std::string_view text, std::string* out) {
+    text = text.substr(0, text.find('\0'));
+    while (!text.empty()) {
+        size_t nl = text.find('\n');
+        std::string_view line = text.substr(0, nl);
+        text = nl == std::string_view::npos ? std::string_view() : text.substr(nl + 1);
+        bool object_line = (!line.empty() && line[0] == '@') ||
+                           (line.size() >= 2 && line[1] == '@' &&
+                            (line[0] == '+' || line[0] == '-' || line[0] == '#'));
+        if (object_line || line.empty()) continue;
+        out->append(line).push_back('\n');
+    }
+}
+
 bool IsPpsRoot(const std::string& path) {
     return path == "/" || path == "/pps";
 }
@@ -79,10 +98,18 @@ struct Broker::Conn {
     enum class Role { Handshake, Plain, Delta, Writer, Server, Client };
     int fd = -1;
     Role role = Role::Handshake;
+    std::chrono::steady_clock::time_point handshake_deadline;
     bool dead = false;
-    // A send to it failed for good: it is closed at the end of the pass,
-    // not while a list it is in (readers, clients) is being walked.
+    // A send to it failed for good (its peer is closing): nothing more is
+    // sent to it, but what it wrote is still read and applied until it
+    // reads as closed, so no accepted write is lost.
     bool broken = false;
+    // A client held back while its server's queue is full: not polled, not
+    // read, until the server catches up (back-pressure, nothing dropped).
+    bool held = false;
+    // A client that does not read its replies: closed at the end of the pass,
+    // not while a list it is in is being walked.
+    bool evicted = false;
     bool can_read = false;
     bool can_write = false;
     bool critical = false;
@@ -96,6 +123,7 @@ struct Broker::Conn {
     gid_t gid = 0;
     std::vector<gid_t> groups;  // supplementary, without the primary group
     std::deque<std::string> queue;
+    size_t queued_bytes = 0;
     bool whole_pending = false;   // plain reader: send the whole object
     bool resync_pending = false;  // overflowed: send "#" + the whole object
     size_t dropped = 0;
@@ -105,6 +133,7 @@ Broker::Broker(BrokerOptions options)
     : options_(std::move(options)), buffer_(pps_wire::kMaxMessage + 1) {
     if (!options_.store_dir.empty()) store_ = std::make_unique<ObjectStore>(options_.store_dir);
     if (options_.queue_cap == 0) options_.queue_cap = 1;
+    if (options_.queue_bytes == 0) options_.queue_bytes = 1;
 }
 
 Broker::~Broker() {
@@ -175,7 +204,7 @@ void Broker::Run(int stop_fd) {
     pfds_.push_back(pollfd{listen_fd_, POLLIN, 0});
     pfds_.push_back(pollfd{stop_fd, POLLIN, 0});
     for (;;) {
-        int ready = ::poll(pfds_.data(), pfds_.size(), -1);
+        int ready = ::poll(pfds_.data(), pfds_.size(), ExpireHandshakes());
         if (ready < 0) {
             if (errno == EINTR) continue;
             Log(std::string("poll: ") + std::strerror(errno));
@@ -218,8 +247,16 @@ void Broker::Accept() {
     for (;;) {
         int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd < 0) {
-            if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                // The connection stays in the backlog; poll would report it
+                // again at once, so the listener rests until a handle closes.
+                Log(std::string("accept: ") + std::strerror(errno) +
+                    "; not accepting until a descriptor frees");
+                accept_paused_ = true;
+                pfds_[0].fd = -1 - listen_fd_;
+            } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
                 Log(std::string("accept: ") + std::strerror(errno));
+            }
             return;
         }
         auto conn = std::make_unique<Conn>();
@@ -243,14 +280,34 @@ void Broker::Accept() {
         // Its handshake is read in a later pass, after what older handles
         // had already sent: a write that returned before this open began is
         // applied before the open sees the object.
+        conn->handshake_deadline = std::chrono::steady_clock::now() +
+                                   std::chrono::milliseconds(options_.handshake_timeout_ms);
         conn->slot = conns_.size();
         conns_.push_back(std::move(conn));
         pfds_.push_back(pollfd{fd, POLLIN, 0});
     }
 }
 
+int Broker::ExpireHandshakes() {
+    auto now = std::chrono::steady_clock::now();
+    auto next = std::chrono::steady_clock::time_point::max();
+    for (auto& conn : conns_) {
+        if (conn->dead || conn->role != Conn::Role::Handshake) continue;
+        if (conn->handshake_deadline <= now) {
+            Log("dropped a connection that sent no request in time");
+            Close(conn.get());
+        } else {
+            next = std::min(next, conn->handshake_deadline);
+        }
+    }
+    if (sweep_needed_) Sweep();
+    if (next == std::chrono::steady_clock::time_point::max()) return -1;
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next - now).count();
+    return static_cast<int>(std::max<long long>(1, left + 1));
+}
+
 void Broker::OnReadable(Conn* conn) {
-    for (int round = 0; round < kReadsPerWake && !conn->dead; ++round) {
+    for (int round = 0; round < kReadsPerWake && !conn->dead && !conn->held; ++round) {
         ssize_t n =
             ::recv(conn->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
         if (n < 0) {
@@ -265,9 +322,12 @@ void Broker::OnReadable(Conn* conn) {
             return;
         }
         if (static_cast<size_t>(n) > pps_wire::kMaxMessage) {
-            Log("dropped a message of " + std::to_string(n) + " bytes (limit " +
+            Log("refused a message of " + std::to_string(n) + " bytes (limit " +
                 std::to_string(pps_wire::kMaxMessage) + ")");
-            if (conn->role == Conn::Role::Handshake) Close(conn);
+            if (conn->role == Conn::Role::Handshake)
+                Close(conn);
+            else
+                Refuse(conn, EMSGSIZE);
             continue;
         }
         buffer_[static_cast<size_t>(n)] = '\0';
@@ -287,7 +347,7 @@ void Broker::DrainEstablished(Conn* except) {
     for (size_t i = 0; i < conns_.size(); ++i) {
         Conn* other = conns_[i].get();
         if (other == except || other->dead || other->role == Conn::Role::Handshake) continue;
-        for (bool reset_seen = false;;) {
+        for (bool reset_seen = false; !other->held;) {
             ssize_t n =
                 ::recv(other->fd, buffer_.data(), pps_wire::kMaxMessage, MSG_DONTWAIT | MSG_TRUNC);
             if (n < 0 && errno == EINTR) continue;
@@ -303,7 +363,10 @@ void Broker::DrainEstablished(Conn* except) {
                 Close(other);
                 break;
             }
-            if (static_cast<size_t>(n) > pps_wire::kMaxMessage) continue;
+            if (static_cast<size_t>(n) > pps_wire::kMaxMessage) {
+                Refuse(other, EMSGSIZE);
+                continue;
+            }
             buffer_[static_cast<size_t>(n)] = '\0';
             OnMessage(other, buffer_.data(), static_cast<size_t>(n));
             if (other->dead) break;
@@ -363,6 +426,8 @@ void Broker::OnHandshake(Conn* conn, char* text, size_t length) {
             code = tree_.IsDirectory(path) ? EISDIR : ENOENT;
         else if (!Allowed(*conn, *object, kNeedWrite))
             code = EACCES;
+        else if (conn->uid != 0 && conn->uid != object->owner_uid())
+            code = EPERM;  // as in a sticky directory: only the owner (or root) removes it
         if (code == 0) {
             tree_.Erase(path);
             if (store_) store_->Remove(path);
@@ -412,6 +477,7 @@ int Broker::OpenObject(Conn* conn, char* head) {
     if (q != std::string_view::npos && !ParseOptions(full.substr(q + 1), &options)) return EINVAL;
     std::string path;
     if (!NormalizePath(full.substr(0, q), &path)) return EINVAL;
+    if (int bad = CheckObjectName(path); bad != 0) return bad;
     if (IsPpsRoot(path) || tree_.IsDirectory(path)) return EISDIR;
     if (tree_.HasObjectAncestor(path)) return ENOTDIR;
 
@@ -433,6 +499,10 @@ int Broker::OpenObject(Conn* conn, char* head) {
         if ((flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL)) return EEXIST;
         if (!Allowed(*conn, *object, need)) return EACCES;
         if ((flags & O_TRUNC) != 0 && accmode == O_RDONLY) return EACCES;
+        // Options that change the object (empty it, drop its stored copy)
+        // need the right to write it, whatever the handle's access mode.
+        bool changes = (flags & O_TRUNC) != 0 || options.critical || options.nopersist;
+        if (changes && !Allowed(*conn, *object, kNeedWrite)) return EACCES;
     }
     auto existing = attachments_.find(object.get());
     Conn* current_server = existing == attachments_.end() ? nullptr : existing->second->server;
@@ -513,8 +583,24 @@ void Broker::OnMessage(Conn* conn, char* text, size_t length) {
     }
 }
 
-void Broker::WriteToObject(Conn* conn, char* text, size_t /*length*/) {
+void Broker::WriteToObject(Conn* conn, char* text, size_t length) {
     Attachments* att = conn->att;
+    Object* object = att->object.get();
+    // A write grows an object by at most its own length; one that might take
+    // it past the limit is tried on a copy first and refused if it would.
+    auto attribute_bytes = [](Object& o) { return o.Render().size() - o.object_line().size(); };
+    if (attribute_bytes(*object) + length > pps_wire::kMaxObject) {
+        Object trial = *object;
+        std::string copy(text, length);
+        std::string delta;
+        trial.Apply(copy.data(), &delta);
+        if (attribute_bytes(trial) > pps_wire::kMaxObject) {
+            Log("refused a write that would take " + object->path() + " past " +
+                std::to_string(pps_wire::kMaxObject) + " bytes");
+            Refuse(conn, EFBIG);
+            return;
+        }
+    }
     scratch_.clear();
     if (att->object->Apply(text, &scratch_) == 0) return;
     QueueSave(att->object.get());
@@ -544,12 +630,9 @@ void Broker::NotifyLine(Attachments* att, Conn* except, const char* prefix) {
 void Broker::RouteToServer(Conn* conn, const char* text, size_t length) {
     Conn* server = conn->att->server;
     if (server == nullptr || server->dead) return;  // no server now: nobody to hear it
-    std::string_view body(text, length);
-    if (!body.empty() && body[0] == '@') {
-        size_t nl = body.find('\n');
-        body = nl == std::string_view::npos ? std::string_view() : body.substr(nl + 1);
-    }
-    iovec iov[2] = {Iov(conn->client_prefix), Iov(body.data(), body.size())};
+    scratch_.clear();
+    KeepClientLines(std::string_view(text, length), &scratch_);
+    iovec iov[2] = {Iov(conn->client_prefix), Iov(scratch_)};
     Send(server, iov, 2);
 }
 
@@ -588,6 +671,12 @@ void Broker::RouteFromServer(Conn* conn, const char* text, size_t length) {
         if (!client->dead) Send(client, iov, 2);
 }
 
+void Broker::Refuse(Conn* conn, int code) {
+    std::string notice = pps_wire::kErrorNotice + std::to_string(code) + "\n";
+    iovec iov = Iov(notice);
+    Send(conn, &iov, 1);
+}
+
 bool Broker::TrySend(Conn* conn, const iovec* iov, int count) {
     msghdr msg{};
     msg.msg_iov = const_cast<iovec*>(iov);
@@ -599,7 +688,10 @@ bool Broker::TrySend(Conn* conn, const iovec* iov, int count) {
     if (n >= 0) return true;
     if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS) {
         conn->broken = true;
-        sweep_needed_ = true;
+        conn->queue.clear();
+        conn->queued_bytes = 0;
+        conn->whole_pending = conn->resync_pending = false;
+        SetWantOut(conn, false);
     }
     return false;
 }
@@ -624,23 +716,37 @@ void Broker::SendWhole(Conn* conn) {
     SetWantOut(conn, true);
 }
 
+bool Broker::QueueFull(const Conn& conn, size_t divisor) const {
+    return conn.queue.size() >= (options_.queue_cap + divisor - 1) / divisor ||
+           conn.queued_bytes >= (options_.queue_bytes + divisor - 1) / divisor;
+}
+
 void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
     bool state_reader = conn->role == Conn::Role::Plain || conn->role == Conn::Role::Delta;
     if (conn->resync_pending) return;  // the coming whole copy covers it
-    if (conn->queue.size() >= options_.queue_cap) {
+    if (QueueFull(*conn, 1)) {
         if (state_reader) {
             conn->queue.clear();
+            conn->queued_bytes = 0;
             conn->whole_pending = false;
             conn->resync_pending = true;
             if (conn->dropped++ == 0)
                 Log("slow reader of " + conn->att->object->path() + ": queue full, will resync");
-        } else if (conn->dropped++ % 1000 == 0) {
-            Log("slow " + std::string(conn->role == Conn::Role::Server ? "server" : "client") +
-                " of " + conn->att->object->path() + ": queue full, message dropped (" +
-                std::to_string(conn->dropped) + " so far)");
+            SetWantOut(conn, true);
+            return;
         }
-        SetWantOut(conn, true);
-        return;
+        if (conn->role == Conn::Role::Client) {
+            // Replies are not state and cannot be folded; a client that does
+            // not read them is disconnected, which it sees, rather than
+            // losing some of them unseen.
+            Log("client " + std::to_string(conn->client_id) + " of " + conn->att->object->path() +
+                " does not read its replies: disconnected");
+            conn->evicted = true;
+            sweep_needed_ = true;
+            return;
+        }
+        // The server: its clients were held back when the queue filled, so
+        // only connect and disconnect lines get here; they are kept.
     }
     std::string message;
     size_t total = 0;
@@ -648,16 +754,32 @@ void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
     message.reserve(total);
     for (int i = 0; i < count; ++i)
         message.append(static_cast<const char*>(iov[i].iov_base), iov[i].iov_len);
+    conn->queued_bytes += message.size();
     conn->queue.push_back(std::move(message));
     SetWantOut(conn, true);
+    if (conn->role == Conn::Role::Server && QueueFull(*conn, 1)) HoldClients(conn->att, true);
+}
+
+void Broker::HoldClients(Attachments* att, bool hold) {
+    for (auto& [id, client] : att->clients) {
+        if (client->dead || client->held == hold) continue;
+        client->held = hold;
+        // poll skips a negative descriptor: a held client costs no wake-up,
+        // even once it has hung up.
+        pfds_[client->slot + 2].fd = hold ? -1 - client->fd : client->fd;
+    }
 }
 
 void Broker::Flush(Conn* conn) {
     while (!conn->queue.empty()) {
         iovec iov = Iov(conn->queue.front());
-        if (!TrySend(conn, &iov, 1)) return;
+        if (!TrySend(conn, &iov, 1)) break;
+        conn->queued_bytes -= conn->queue.front().size();
         conn->queue.pop_front();
     }
+    // The server caught up (half its queue is free): its clients go on.
+    if (conn->role == Conn::Role::Server && !QueueFull(*conn, 2)) HoldClients(conn->att, false);
+    if (!conn->queue.empty()) return;
     if (conn->resync_pending) {
         iovec iov[2] = {Iov("#", 1), Iov(conn->att->object->Render())};
         if (!TrySend(conn, iov, 2)) return;
@@ -686,6 +808,7 @@ void Broker::Close(Conn* conn) {
         Object* object = att->object.get();
         if (conn->role == Conn::Role::Server) {
             att->server = nullptr;
+            HoldClients(att, false);  // their writes go nowhere now
         } else if (conn->role == Conn::Role::Client) {
             att->clients.erase(conn->client_id);
             if (att->server != nullptr && !att->server->dead) {
@@ -710,13 +833,14 @@ void Broker::Close(Conn* conn) {
 }
 
 void Broker::Sweep() {
-    // Closing one handle may tell others (a server, readers), and a send to
-    // them may fail in turn: close until none is left broken.
+    // Closing one handle may tell others (a server), and that may evict
+    // another in turn: close until none is left to evict.
     for (bool closed = true; closed;) {
         closed = false;
-        for (auto& conn : conns_) {
-            if (conn->broken && !conn->dead) {
-                Close(conn.get());
+        for (size_t i = 0; i < conns_.size(); ++i) {
+            Conn* conn = conns_[i].get();
+            if (conn->evicted && !conn->dead) {
+                Close(conn);
                 closed = true;
             }
         }
@@ -734,6 +858,10 @@ void Broker::Sweep() {
     conns_.resize(out);
     pfds_.resize(out + 2);
     sweep_needed_ = false;
+    if (accept_paused_) {  // descriptors were freed: accept again
+        accept_paused_ = false;
+        pfds_[0].fd = listen_fd_;
+    }
 }
 
 void Broker::QueueSave(Object* object) {

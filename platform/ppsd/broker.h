@@ -18,8 +18,9 @@
 // Server objects: the handle opened "?server" is the server (one at a time,
 // else EBUSY). A non-server handle opened while the server is there is a
 // client with an id (1, 2, ... per object). Its writes go only to the server,
-// as "@<name>.<id>\n" followed by its lines (an object line of its own is
-// dropped); its connect arrives as "+@<name>.<id>.n0.p<pid>.u<uid>.g<gid>
+// as "@<name>.<id>\n" followed by its attribute lines (object, connect,
+// disconnect and truncation lines of its own are dropped, so that it cannot
+// speak as another client); its connect arrives as "+@<name>.<id>.n0.p<pid>.u<uid>.g<gid>
 // [.g<gid>...]" (kernel credentials of its connection, primary group first,
 // then the other supplementary groups), its disconnect as "-@<name>.<id>".
 // A server write whose object line ends in ".<digits>" goes to that client
@@ -28,12 +29,16 @@
 //
 // Bounded queues: the broker hands each message straight to the kernel
 // socket; only what the kernel will not take (the reader is slow) waits in
-// the broker, at most `queue_cap` messages per handle. On overflow:
+// the broker, at most `queue_cap` messages and `queue_bytes` bytes per
+// handle. On overflow:
 //  - a delta or plain reader loses its pending messages and gets one
 //    "#@name" message with the whole object instead (later writes are folded
 //    into it until it is sent), so it never misses the current state;
-//  - a server or client handle loses the new message (requests and replies
-//    are not state and cannot be folded); the broker logs it.
+//  - a server's clients are no longer read until half its queue is free:
+//    their writes wait in their sockets (back-pressure), none is dropped;
+//  - a client that does not read its replies is disconnected and logged.
+// A handle whose peer is closing (a send to it failed) is still read until
+// it reads as closed: every write accepted from it is applied.
 #pragma once
 
 #include <sys/types.h>
@@ -55,8 +60,10 @@ namespace ppsd {
 
 struct BrokerOptions {
     std::string socket_path;
-    std::string store_dir;   // where persistent objects live; empty: nothing persists
-    size_t queue_cap = 256;  // messages held per handle beyond the kernel's buffer
+    std::string store_dir;             // where persistent objects live; empty: nothing persists
+    size_t queue_cap = 256;            // messages held per handle beyond the kernel's buffer
+    size_t queue_bytes = 1024 * 1024;  // and bytes held per handle
+    int handshake_timeout_ms = 5000;   // a new connection that says nothing is dropped
     std::function<void(const std::string&)> log;  // notable events; may be empty
 };
 
@@ -81,6 +88,9 @@ class Broker {
     struct Attachments;
 
     void Accept();
+    // Closes connections whose open handshake did not come in time; the
+    // poll time-out until the next such deadline (-1: none pending).
+    int ExpireHandshakes();
     void OnReadable(Conn* conn);
     void OnHandshake(Conn* conn, char* text, size_t length);
     void DrainEstablished(Conn* except);
@@ -99,6 +109,12 @@ class Broker {
     void Send(Conn* conn, const iovec* iov, int count);
     void SendWhole(Conn* conn);
     void Enqueue(Conn* conn, const iovec* iov, int count);
+    // Tells a handle that its write was refused, with the errno.
+    void Refuse(Conn* conn, int code);
+    // Whether the queue holds 1/divisor of its bound in messages or bytes.
+    bool QueueFull(const Conn& conn, size_t divisor) const;
+    // Stops (or resumes) reading the server's clients while its queue is full.
+    void HoldClients(Attachments* att, bool hold);
     void Flush(Conn* conn);
     void SetWantOut(Conn* conn, bool want);
     void Close(Conn* conn);
@@ -116,6 +132,7 @@ class Broker {
     std::vector<std::unique_ptr<Conn>> conns_;
     std::vector<pollfd> pfds_;  // [0] listen, [1] stop, then one per conn
     bool sweep_needed_ = false;
+    bool accept_paused_ = false;  // out of descriptors: not accepting until one frees
     std::unordered_map<Object*, std::unique_ptr<Attachments>> attachments_;
     std::vector<std::shared_ptr<Object>> save_queue_;
     std::vector<char> buffer_;  // one message in, NUL-terminated

@@ -6,9 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <unordered_set>
 
+#include "platform/pps/pps_wire.h"
 #include "platform/pps/ppsparse.h"
 
 namespace ppsd {
@@ -34,21 +38,32 @@ bool WriteAll(int fd, const std::string& text) {
     return true;
 }
 
-// Store file names: the object path with '%' and '/' escaped, so that every
-// object is one flat file and no object name can clash with a directory.
+// Store file names: the object path with every byte but letters, digits,
+// '_' and '-' written as %XX, so that every object is one flat file, no two
+// paths share a name, and no object file holds a '.' (a temporary file,
+// "<name>.tmp", can never be an object's). A name that would be too long for
+// the file system is "~" and a hash of the path instead (the file holds the
+// path, and the store makes sure no two paths get the same one).
+constexpr size_t kMaxEscapedName = 200;
+
 std::string EscapeName(const std::string& path) {
+    static const char kHex[] = "0123456789ABCDEF";
     std::string out;
     for (char c : path) {
-        if (c == '%')
-            out += "%25";
-        else if (c == '/')
-            out += "%2F";
-        else
+        auto byte = static_cast<unsigned char>(c);
+        if ((byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+            (byte >= '0' && byte <= '9') || byte == '_' || byte == '-') {
             out += c;
+        } else {
+            out += '%';
+            out += kHex[byte >> 4];
+            out += kHex[byte & 15];
+        }
     }
     return out;
 }
 
+// Decodes every %XX (files of older stores escaped only '%' and '/').
 bool UnescapeName(const std::string& name, std::string* path) {
     path->clear();
     for (size_t i = 0; i < name.size(); ++i) {
@@ -57,16 +72,25 @@ bool UnescapeName(const std::string& name, std::string* path) {
             continue;
         }
         if (i + 2 >= name.size()) return false;
+        char* end = nullptr;
         std::string code = name.substr(i + 1, 2);
-        if (code == "25")
-            *path += '%';
-        else if (code == "2F")
-            *path += '/';
-        else
-            return false;
+        long byte = std::strtol(code.c_str(), &end, 16);
+        if (end != code.c_str() + 2) return false;
+        *path += static_cast<char>(byte);
         i += 2;
     }
     return true;
+}
+
+std::string HashedName(const std::string& path, unsigned probe) {
+    uint64_t hash = 14695981039346656037ull;  // FNV-1a, 64 bits
+    for (char c : path) {
+        hash ^= static_cast<unsigned char>(c);
+        hash *= 1099511628211ull;
+    }
+    char name[48];
+    std::snprintf(name, sizeof name, "~%016llx-%u", static_cast<unsigned long long>(hash), probe);
+    return name;
 }
 
 }  // namespace
@@ -183,6 +207,13 @@ bool NormalizePath(std::string_view in, std::string* out) {
     return true;
 }
 
+int CheckObjectName(std::string_view path) {
+    if (path.size() > pps_wire::kMaxName) return ENAMETOOLONG;
+    for (char c : path)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return EINVAL;
+    return 0;
+}
+
 std::shared_ptr<Object> ObjectTree::Find(const std::string& path) const {
     auto found = objects_.find(path);
     return found == objects_.end() ? nullptr : found->second;
@@ -225,11 +256,18 @@ std::vector<std::string> ObjectTree::List(const std::string& dir) const {
     return entries;
 }
 
-std::string ObjectStore::FileFor(const std::string& path) const {
-    return dir_ + "/" + EscapeName(path);
+std::string ObjectStore::FileFor(const std::string& path) {
+    auto known = file_of_.find(path);
+    if (known != file_of_.end()) return dir_ + "/" + known->second;
+    std::string name = EscapeName(path);
+    for (unsigned probe = 0; name.size() > kMaxEscapedName || path_of_.count(name) != 0; ++probe)
+        name = HashedName(path, probe);
+    file_of_[path] = name;
+    path_of_[name] = path;
+    return dir_ + "/" + name;
 }
 
-int ObjectStore::Save(Object& object) const {
+int ObjectStore::Save(Object& object) {
     std::string text = std::string(kStoreMagic) + "\n";
     char meta[96];
     std::snprintf(meta, sizeof meta, "owner %u %u %o\n", static_cast<unsigned>(object.owner_uid()),
@@ -256,15 +294,19 @@ int ObjectStore::Save(Object& object) const {
     return 0;
 }
 
-void ObjectStore::Remove(const std::string& path) const {
+void ObjectStore::Remove(const std::string& path) {
     ::unlink(FileFor(path).c_str());
+    auto known = file_of_.find(path);
+    path_of_.erase(known->second);
+    file_of_.erase(known);
 }
 
-size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems) const {
+size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems) {
     size_t loaded = 0;
     DIR* dir = ::opendir(dir_.c_str());
     if (dir == nullptr) return 0;
     std::vector<std::string> names;
+    std::unordered_set<std::string> loaded_paths;
     while (dirent* entry = ::readdir(dir)) {
         std::string name = entry->d_name;
         if (name != "." && name != "..") names.push_back(name);
@@ -280,8 +322,9 @@ size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems
             continue;
         }
         std::string path;
+        bool hashed = name[0] == '~';
         FILE* in = std::fopen(file.c_str(), "re");
-        if (!UnescapeName(name, &path) || in == nullptr) {
+        if ((!hashed && !UnescapeName(name, &path)) || in == nullptr) {
             if (in != nullptr) std::fclose(in);
             if (problems) problems->push_back(name + ": not an object file");
             continue;
@@ -304,10 +347,18 @@ size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems
         std::string stored_path;
         if (lines.size() < 3 || lines[0] != kStoreMagic ||
             std::sscanf(std::string(lines[1]).c_str(), "owner %u %u %o", &uid, &gid, &mode) != 3 ||
-            lines[2].substr(0, 5) != "path " || lines[2].substr(5) != path) {
+            lines[2].substr(0, 5) != "path " || (!hashed && lines[2].substr(5) != path)) {
             if (problems) problems->push_back(name + ": malformed, ignored");
             continue;
         }
+        path = lines[2].substr(5);
+        if (!loaded_paths.insert(path).second) {
+            if (problems) problems->push_back(name + ": a second file of " + path + ", ignored");
+            continue;
+        }
+        // The object keeps the file it was found in.
+        file_of_[path] = name;
+        path_of_[name] = path;
         auto object = std::make_shared<Object>(path, uid, gid, mode);
         for (size_t i = 3; i < lines.size(); ++i)
             if (!lines[i].empty()) object->SetLine(lines[i]);

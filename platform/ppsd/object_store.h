@@ -4,10 +4,9 @@
 // keeps its encoding and an unchanged object is never re-encoded.
 //
 // Persistence: every object that is not "nopersist" has one file in the
-// store directory, named after its path (escaped), holding its owner, mode
-// and text. A file is written to a temporary name and renamed over the old
-// one, so a crash of the broker leaves either the old or the new object,
-// never half of one.
+// store directory, named after its path (escaped, or hashed when too long),
+// holding its owner, mode, path and text. A file is written to a temporary name and renamed over
+// the old one, so a crash of the broker leaves either the old or the new object, never half of one.
 #pragma once
 
 #include <sys/types.h>
@@ -82,6 +81,10 @@ class Object {
 // Cleans an absolute object path: collapses "//", drops a trailing '/'.
 // Returns false (EINVAL) for a relative path or a "." or ".." component.
 bool NormalizePath(std::string_view in, std::string* out);
+// 0 for a path an object may have; ENAMETOOLONG past pps_wire::kMaxName
+// bytes, EINVAL for a control character (a newline would end the object
+// line every reader parses).
+int CheckObjectName(std::string_view path);
 
 class ObjectTree {
   public:
@@ -105,18 +108,22 @@ class ObjectStore {
   public:
     explicit ObjectStore(std::string dir) : dir_(std::move(dir)) {}
     // Writes the object safely (temporary file, then rename). 0 or errno.
-    int Save(Object& object) const;
+    int Save(Object& object);
     // Removes the stored copy, if any.
-    void Remove(const std::string& path) const;
+    void Remove(const std::string& path);
     // Loads every stored object into `tree`, skipping leftover temporary
     // files and files that do not parse (each reported in `problems`, left
     // on disk for a look). Returns the number loaded.
-    size_t LoadAll(ObjectTree* tree, std::vector<std::string>* problems) const;
+    size_t LoadAll(ObjectTree* tree, std::vector<std::string>* problems);
 
-    std::string FileFor(const std::string& path) const;
+    // The object's file: the one it was loaded from, else its escaped path
+    // (or a hash of it when that is too long); never another object's.
+    std::string FileFor(const std::string& path);
 
   private:
     std::string dir_;
+    std::unordered_map<std::string, std::string> file_of_;  // path -> file name
+    std::unordered_map<std::string, std::string> path_of_;  // file name -> path
 };
 
 }  // namespace ppsd

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <memory>
+#include <set>
 #include <sstream>
 
 #include "testsupport/child_process.h"
@@ -163,6 +165,44 @@ TEST(ObjectStore, NamesWithPercentAndSlashDoNotClash) {
     ObjectTree tree;
     EXPECT_EQ(store.LoadAll(&tree, nullptr), 1u);
     EXPECT_NE(tree.Find("/pps/a%2Fb"), nullptr);
+}
+
+// Names that once shared a file, or were lost at a restart, each keep
+// their own object through a save and a load.
+TEST(ObjectStore, EveryNameKeepsItsObjectAcrossARestart) {
+    const std::vector<std::string> paths = {
+        "/pps/cfg",
+        "/pps/cfg.tmp",  // the temporary name of /pps/cfg's file in older stores
+        "/pps/x.tmp.tmp",
+        "/pps/a%2Fb",
+        "/pps/a/b",
+        "/pps/sp ace",
+        "/pps/" + std::string(250, '.'),  // escapes to far more than a file name may hold
+        "/pps/" + std::string(249, '.') + "x",
+    };
+    rt::test::TempDir dir;
+    {
+        ObjectStore store(dir.path());
+        std::set<std::string> files;
+        for (const auto& path : paths) {
+            auto object = std::make_shared<Object>(path, 0, 0, 0644);
+            std::string delta;
+            ApplyText(*object, "name::" + path.substr(0, 40) + "\n", &delta);
+            ASSERT_EQ(store.Save(*object), 0) << path;
+            files.insert(store.FileFor(path));
+        }
+        EXPECT_EQ(files.size(), paths.size()) << "two objects share a file";
+    }
+    ObjectStore reloaded(dir.path());
+    ObjectTree tree;
+    std::vector<std::string> problems;
+    EXPECT_EQ(reloaded.LoadAll(&tree, &problems), paths.size());
+    EXPECT_TRUE(problems.empty()) << problems.front();
+    for (const auto& path : paths) {
+        auto object = tree.Find(path);
+        ASSERT_NE(object, nullptr) << path;
+        EXPECT_EQ(object->size(), 1u) << path;
+    }
 }
 
 }  // namespace

@@ -16,7 +16,8 @@ namespace {
 
 void Usage(FILE* out) {
     std::fprintf(out,
-                 "usage: ppsd [--socket PATH] [--store DIR] [--queue-cap N] [--quiet]\n"
+                 "usage: ppsd [--socket PATH] [--store DIR] [--queue-cap N] [--queue-bytes N]\n"
+                 "            [--quiet]\n"
                  "\n"
                  "The PPS broker: objects with attributes, ?delta, ?wait, ?server,\n"
                  "?nopersist and ?critical opens, creation modes and access checks.\n"
@@ -26,7 +27,11 @@ void Usage(FILE* out) {
                  "                  survives a restart without it)\n"
                  "  --queue-cap N   messages held for one slow handle (default 256); past\n"
                  "                  it a reader is resynchronised with the whole object\n"
-                 "                  (\"#@name\"), a server or client loses the message\n"
+                 "                  (\"#@name\"), a server's clients wait until it catches\n"
+                 "                  up, a client that does not read its replies is dropped\n"
+                 "  --queue-bytes N bytes held for one slow handle (default 1048576)\n"
+                 "  --handshake-timeout-ms N  a connection that sends no request within\n"
+                 "                  N ms is dropped (default 5000)\n"
                  "  --quiet         log nothing but errors\n"
                  "\n"
                  "Stops on SIGTERM or SIGINT (exit 0), removing its socket.\n",
@@ -64,6 +69,26 @@ int main(int argc, char** argv) {
                 return 2;
             }
             options.queue_cap = cap;
+        } else if (arg == "--handshake-timeout-ms") {
+            char* end = nullptr;
+            const char* text = value("--handshake-timeout-ms");
+            unsigned long ms = std::strtoul(text, &end, 10);
+            if (*text == '\0' || *end != '\0' || ms == 0 || ms > 600000) {
+                std::fprintf(stderr, "ppsd: --handshake-timeout-ms wants 1 to 600000, not '%s'\n",
+                             text);
+                return 2;
+            }
+            options.handshake_timeout_ms = static_cast<int>(ms);
+        } else if (arg == "--queue-bytes") {
+            char* end = nullptr;
+            const char* text = value("--queue-bytes");
+            unsigned long bytes = std::strtoul(text, &end, 10);
+            if (*text == '\0' || *end != '\0' || bytes == 0) {
+                std::fprintf(stderr, "ppsd: --queue-bytes wants a positive number, not '%s'\n",
+                             text);
+                return 2;
+            }
+            options.queue_bytes = bytes;
         } else if (arg == "--quiet") {
             quiet = true;
         } else {

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -334,6 +336,42 @@ TEST_F(PpsdTest, ServerRoutesToOneClientAndToAll) {
     ::close(server);
 }
 
+// A client's message reaches the server only as that client's attribute
+// lines: object, connect, disconnect and truncation lines inside it are
+// dropped, wherever they stand.
+TEST_F(PpsdTest, ClientCannotSpeakAsAnotherClient) {
+    struct Case {
+        const char* name;
+        std::string written;
+        std::string seen;
+    };
+    const std::vector<Case> cases = {
+        {"object line after an attribute", "x::y\n@control.2\nmsg::radiostats\nid::spoof2\n",
+         "@control.1\nx::y\nmsg::radiostats\nid::spoof2\n"},
+        {"forged connect", "+@control.7.n0.p1.u0.g0\nmsg::a\n", "@control.1\nmsg::a\n"},
+        {"forged disconnect", "msg::a\n-@control.2\n", "@control.1\nmsg::a\n"},
+        {"forged truncation", "#@control\nmsg::a\n", "@control.1\nmsg::a\n"},
+        {"attribute deletion passes", "-old\nmsg::a\n", "@control.1\n-old\nmsg::a\n"},
+        {"text after a NUL", std::string("msg::a\n\0@control.2\nid::9\n", 25),
+         "@control.1\nmsg::a\n"},
+    };
+    int server = Open("/pps/s/control?server", O_RDWR | O_CREAT | O_TRUNC);
+    ASSERT_GE(server, 0);
+    int c1 = Open("/pps/s/control", O_RDWR);
+    int c2 = Open("/pps/s/control", O_RDWR);
+    ASSERT_GE(c1, 0);
+    ASSERT_GE(c2, 0);
+    ReadMsg(server);  // the two connect lines
+    ReadMsg(server);
+    for (const Case& c : cases) {
+        ASSERT_TRUE(Write(c1, c.written)) << c.name;
+        EXPECT_EQ(ReadMsg(server).value_or("<none>"), c.seen) << c.name;
+    }
+    ::close(c1);
+    ::close(c2);
+    ::close(server);
+}
+
 TEST_F(PpsdTest, SecondServerIsBusyAndCallWithoutServerIsRefused) {
     int plain = Open("/pps/s/ctl", O_RDWR | O_CREAT);
     errno = 0;
@@ -463,6 +501,46 @@ TEST_F(PpsdTest, BrokerExitsZeroOnSigtermAndRemovesItsSocket) {
 
 // --- access ----------------------------------------------------------------------
 
+// A user who may only read an object cannot change it through open options,
+// nor remove an object that is not its own (even one everybody may write).
+TEST_F(PpsdTest, OnlyWritersChangeAndOnlyOwnersUnlink) {
+    if (::getuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+    int shared = Open("/pps/p/shared", O_RDWR | O_CREAT, 0644);
+    int open_to_all = Open("/pps/p/control", O_RDWR | O_CREAT, 0666);
+    ASSERT_GE(shared, 0);
+    ASSERT_GE(open_to_all, 0);
+    ASSERT_TRUE(Write(shared, "keep::me\n"));
+    ASSERT_EQ(ReadWhole("/pps/p/shared"), "@shared\nkeep::me\n");
+    OpenSocketDirToAll(broker_);
+    pid_t child = Fork([] {
+        if (!BecomeNobody()) return 10;
+        struct Case {
+            const char* path;
+            int flags;
+            int error;
+        };
+        const Case cases[] = {
+            {"/pps/p/shared?critical", O_RDONLY, EACCES},
+            {"/pps/p/shared?nopersist", O_RDONLY, EACCES},
+            {"/pps/p/shared", O_RDONLY | O_TRUNC, EACCES},
+        };
+        int failures = 0;
+        for (const Case& c : cases)
+            if (pps_open(c.path, c.flags) != -1 || errno != c.error) failures |= 1;
+        int plain = pps_open("/pps/p/shared", O_RDONLY);  // reading is still allowed
+        if (plain < 0) failures |= 2;
+        ::close(plain);
+        if (pps_unlink("/pps/p/control") != -1 || errno != EPERM) failures |= 4;
+        return failures;
+    });
+    EXPECT_EQ(Reap(child), 0);
+    EXPECT_EQ(ReadWhole("/pps/p/shared"), "@shared\nkeep::me\n");
+    EXPECT_TRUE(pps_exists("/pps/p/control"));
+    EXPECT_EQ(pps_unlink("/pps/p/control"), 0) << "its owner may";
+    ::close(shared);
+    ::close(open_to_all);
+}
+
 TEST_F(PpsdTest, ModeThatForbidsAClientIsRefusedWithEacces) {
     int priv = Open("/pps/a/private", O_RDWR | O_CREAT, 0600);
     int ro = Open("/pps/a/readonly", O_RDWR | O_CREAT, 0644);
@@ -565,6 +643,130 @@ TEST(PpsdQueueCap, SlowDeltaReaderIsResynchronisedWithTheWholeObject) {
     ::close(writer);
 }
 
+// --- nothing lost ----------------------------------------------------------------
+
+// A handle that writes a burst and closes while others change the object:
+// the broker's send to it fails (its peer is gone), yet every write it had
+// sent is still applied. Several trials, each on an object of its own.
+TEST_F(PpsdTest, BurstThenCloseKeepsEveryWriteWhileOthersChangeTheObject) {
+    constexpr int kTrials = 20, kBurst = 50;
+    for (int trial = 0; trial < kTrials; ++trial) {
+        std::string path = "/pps/burst/obj" + std::to_string(trial);
+        int other = Open(path + "?wait", O_RDWR | O_CREAT);
+        ASSERT_GE(other, 0);
+        int writer = Open(path + "?wait", O_RDWR | O_CREAT);
+        ASSERT_GE(writer, 0);
+        for (int i = 1; i <= kBurst; ++i)
+            ASSERT_TRUE(Write(writer, "n:n:" + std::to_string(i) + "\n"));
+        ::close(writer);
+        for (int i = 0; i < 5; ++i) ASSERT_TRUE(Write(other, "o:n:" + std::to_string(i) + "\n"));
+        std::string expected =
+            "@obj" + std::to_string(trial) + "\no:n:4\nn:n:" + std::to_string(kBurst) + "\n";
+        std::string seen;
+        for (int i = 0; i < 500 && (seen = ReadWhole(path)).find("n:n:") == std::string::npos; ++i)
+            ::usleep(10000);
+        EXPECT_NE(seen.find("n:n:" + std::to_string(kBurst) + "\n"), std::string::npos)
+            << "trial " << trial << ": " << seen;
+        ::close(other);
+    }
+}
+
+// A server that is slow to read: its clients wait (back-pressure) and every
+// request reaches it, none is dropped at its queue.
+TEST(PpsdQueueCap, EveryPipelinedRequestReachesASlowServer) {
+    rt::test::TempDir dir;
+    std::string socket = dir.file("ppsd.sock");
+    ChildProcess ppsd({BinPath("ppsd"), "--socket", socket, "--queue-cap", "4"});
+    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
+    ::setenv("PPS_SOCKET", socket.c_str(), 1);
+
+    int server = Open("/pps/q/control?server", O_RDWR | O_CREAT);
+    ASSERT_GE(server, 0);
+    constexpr int kRequests = 1000;
+    pid_t client = Fork([] {
+        int fd = pps_open_client("/pps/q/control?wait", O_RDWR);
+        if (fd < 0) return 1;
+        for (int i = 0; i < kRequests; ++i)
+            if (!Write(fd, "msg::radiostats\nid::" + std::to_string(i) + "\n")) return 2;
+        return 0;
+    });
+    ::usleep(200000);  // let the requests pile up before the server reads
+    int requests = 0, next_id = 0;
+    bool in_order = true;
+    while (requests < kRequests) {
+        auto message = ReadMsg(server);
+        if (!message) break;
+        if (message->rfind("@control.1\n", 0) != 0) continue;  // connect line
+        in_order &= message->find("id::" + std::to_string(next_id++) + "\n") != std::string::npos;
+        ++requests;
+    }
+    EXPECT_EQ(Reap(client), 0);
+    EXPECT_EQ(requests, kRequests);
+    EXPECT_TRUE(in_order);
+    ::close(server);
+}
+
+// --- descriptors and handshakes --------------------------------------------------
+
+// A raw connection to the broker that sends nothing.
+int RawConnect(const std::string& socket) {
+    int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", socket.c_str());
+    if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Waits until the broker closes `fd`; false when it has not within kWaitMs.
+bool ClosedByBroker(int fd) {
+    pollfd entry{fd, POLLIN, 0};
+    if (::poll(&entry, 1, kWaitMs) <= 0) return false;
+    char byte;
+    return ::recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
+}
+
+TEST(PpsdLimits, ConnectionThatSendsNoRequestIsDropped) {
+    rt::test::TempDir dir;
+    std::string socket = dir.file("ppsd.sock");
+    ChildProcess ppsd({BinPath("ppsd"), "--socket", socket, "--handshake-timeout-ms", "200"});
+    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
+    int silent = RawConnect(socket);
+    ASSERT_GE(silent, 0);
+    EXPECT_TRUE(ClosedByBroker(silent));
+    ::close(silent);
+    EXPECT_TRUE(ppsd.WaitForStderr("sent no request in time"));
+}
+
+// Out of descriptors, the broker stops accepting (one log line, no busy
+// loop) and accepts again once a handle closes.
+TEST(PpsdLimits, AtTheDescriptorLimitTheBrokerWaitsForOneToFree) {
+    rt::test::TempDir dir;
+    std::string socket = dir.file("ppsd.sock");
+    ChildProcess ppsd(
+        {"/bin/sh", "-c", "ulimit -n 24 && exec \"$0\" --socket \"$1\"", BinPath("ppsd"), socket});
+    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
+    ASSERT_EQ(::access(socket.c_str(), F_OK), 0) << ppsd.Stderr();
+    std::vector<int> idle;
+    for (int i = 0; i < 40; ++i) {
+        int fd = RawConnect(socket);
+        if (fd >= 0) idle.push_back(fd);
+    }
+    ASSERT_TRUE(ppsd.WaitForStderr("not accepting until a descriptor frees"));
+    ::usleep(300000);  // a broker that spun would log each turn meanwhile
+    EXPECT_LE(ppsd.CountInStderr("accept:"), 2) << ppsd.Stderr().substr(0, 2000);
+    for (int fd : idle) ::close(fd);
+    ::setenv("PPS_SOCKET", socket.c_str(), 1);
+    int fd = -1;
+    for (int i = 0; i < 500 && (fd = Open("/pps/after/limit", O_RDWR | O_CREAT)) < 0; ++i)
+        ::usleep(10000);
+    EXPECT_GE(fd, 0) << std::strerror(errno);
+    ::close(fd);
+}
+
 // --- ppsctl -------------------------------------------------------------------------
 
 struct ToolRun {
@@ -601,6 +803,43 @@ TEST_F(PpsdTest, PpsctlWriteReadAndLs) {
     ToolRun verb_help = Ppsctl(broker_, {"call", "--help"});
     EXPECT_EQ(verb_help.status, 0);
     EXPECT_NE(verb_help.out.find("usage: ppsctl call"), std::string::npos);
+}
+
+// The documented limits, each refused with its own error, which ppsctl
+// reports with a non-zero exit; what was refused leaves the object as it was.
+TEST_F(PpsdTest, LimitsAreEnforcedWithClearErrors) {
+    const std::string k40 = std::string(40 * 1024, 'x');
+    ASSERT_EQ(Ppsctl(broker_, {"write", "/pps/lim/obj", "a::" + k40}).status, 0);
+    struct Case {
+        const char* name;
+        std::vector<std::string> args;
+        std::string error;
+    };
+    const std::vector<Case> cases = {
+        {"message over 64 KiB",
+         {"write", "/pps/lim/obj", "b::" + std::string(65 * 1024, 'y')},
+         "Message too long"},
+        {"object over 64 KiB", {"write", "/pps/lim/obj", "b::" + k40}, "File too large"},
+        {"name over 255 bytes",
+         {"write", "/pps/lim/" + std::string(250, 'n'), "a::1"},
+         "File name too long"},
+        {"newline in a name", {"write", "/pps/lim/two\nlines", "a::1"}, "Invalid argument"},
+    };
+    for (const Case& c : cases) {
+        ToolRun run = Ppsctl(broker_, c.args);
+        EXPECT_EQ(run.status, 1) << c.name;
+        EXPECT_NE(run.err.find(c.error), std::string::npos) << c.name << ": " << run.err;
+    }
+    // A reader gets the whole object, never a cut one.
+    ToolRun r = Ppsctl(broker_, {"read", "/pps/lim/obj"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "@obj\na::" + k40 + "\n");
+    // Just under the object limit is fine, and read back whole.
+    std::string fits(64 * 1024 - 40 * 1024 - 3 * 2 - 2 - 2, 'z');
+    ToolRun w = Ppsctl(broker_, {"write", "/pps/lim/obj", "b::" + fits});
+    EXPECT_EQ(w.status, 0) << w.err;
+    EXPECT_EQ(Ppsctl(broker_, {"read", "/pps/lim/obj"}).out,
+              "@obj\na::" + k40 + "\nb::" + fits + "\n");
 }
 
 TEST_F(PpsdTest, PpsctlWatchPrintsEachDelta) {

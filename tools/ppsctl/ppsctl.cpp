@@ -116,7 +116,9 @@ bool ParseSeconds(const char* text, double* out) {
 // Reads one message, waiting at most until `deadline` (none: for ever).
 // 1 got one, 0 time-out, -1 error (errno), -2 the broker closed it.
 int ReadMessage(int fd, std::string* out, const Clock::time_point* deadline) {
-    std::vector<char> buffer(pps_wire::kMaxMessage + 1);
+    // One byte more than any message the broker sends: a longer one would be
+    // cut, and is reported rather than printed in part.
+    std::vector<char> buffer(pps_wire::kMaxRead + 1);
     for (;;) {
         int timeout = -1;
         if (deadline != nullptr) {
@@ -131,10 +133,14 @@ int ReadMessage(int fd, std::string* out, const Clock::time_point* deadline) {
         if (ready < 0 && errno == EINTR) continue;
         if (ready < 0) return -1;
         if (ready == 0) return 0;
-        ssize_t n = ::read(fd, buffer.data(), pps_wire::kMaxMessage);
+        ssize_t n = ::recv(fd, buffer.data(), buffer.size(), MSG_TRUNC);
         if (n < 0 && (errno == EAGAIN || errno == EINTR)) continue;
         if (n < 0) return -1;
         if (n == 0) return -2;
+        if (static_cast<size_t>(n) > buffer.size()) {
+            errno = EMSGSIZE;
+            return -1;
+        }
         out->assign(buffer.data(), static_cast<size_t>(n));
         return 1;
     }
@@ -209,13 +215,34 @@ int CmdWrite(std::vector<std::string> args) {
     if (args.size() < 2) return Usage("write wants PATH and at least one LINE");
     const std::string path = args[0];
     std::string message = JoinLines({args.begin() + 1, args.end()});
+    if (message.size() > pps_wire::kMaxMessage) return Fail(path, EMSGSIZE);
     int fd = pps_open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode);
     if (fd < 0) return Fail(path, errno);
     ssize_t n = ::write(fd, message.data(), message.size());
     int saved = errno;
+    if (n != static_cast<ssize_t>(message.size())) {
+        ::close(fd);
+        return Fail(path, n < 0 ? saved : EIO);
+    }
+    // The broker applies the write after it has returned: end the sending
+    // side and wait for the broker to close, reading the notice of a write it
+    // refused (too large, object too big) on the way.
+    int code = ::shutdown(fd, SHUT_WR) == 0 ? 0 : errno;
+    auto deadline = Clock::now() + std::chrono::seconds(5);
+    std::string notice;
+    int got = 0;
+    while (code == 0 && (got = ReadMessage(fd, &notice, &deadline)) == 1) {
+        if (notice.rfind(pps_wire::kErrorNotice, 0) == 0)
+            code = std::atoi(notice.c_str() + std::strlen(pps_wire::kErrorNotice));
+    }
+    saved = errno;
     ::close(fd);
-    if (n != static_cast<ssize_t>(message.size())) return Fail(path, n < 0 ? saved : EIO);
-    return kExitOk;
+    if (code != 0) return Fail(path, code);
+    if (got == 0) {
+        std::fprintf(stderr, "ppsctl: %s: the broker did not confirm the write\n", path.c_str());
+        return kExitTimeout;
+    }
+    return got == -2 ? kExitOk : Fail(path, saved);
 }
 
 int CmdWatch(const std::vector<std::string>& args) {

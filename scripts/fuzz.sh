@@ -1,0 +1,108 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang into build-fuzz/ and runs each for a
+# bounded time; fails when one of them finds a crash (the input is kept in
+# build-fuzz/crashes/). Seeds come from the real DIAG captures beside the
+# repository (../shared/captures) when they are there; they are read in
+# place and never copied into the repository.
+#   scripts/fuzz.sh                 every target, FUZZ_SECONDS (default 30) each
+#   FUZZ_SECONDS=300 scripts/fuzz.sh hdlc_fuzz   one target, longer
+#   FUZZ_JOBS=1 scripts/fuzz.sh     build with one job (default: every core)
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+build_dir=$root/build-fuzz
+captures=${RT_CAPTURES_DIR:-$root/../shared/captures}
+seconds=${FUZZ_SECONDS:-30}
+
+packages=(clang libclang-rt-14-dev cmake ninja-build nlohmann-json3-dev libgtest-dev libgmock-dev)
+missing=()
+for p in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$p")
+    fi
+done
+if ((${#missing[@]})); then
+    echo "fuzz: installing ${missing[*]}"
+    sudo=()
+    if [ "$(id -u)" -ne 0 ]; then sudo=(sudo); fi
+    export DEBIAN_FRONTEND=noninteractive
+    "${sudo[@]}" apt-get update -qq
+    "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+if [ ! -f "$build_dir/build.ninja" ]; then
+    CC=clang CXX=clang++ cmake -S "$root" -B "$build_dir" -G Ninja \
+        -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+        -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRT_FUZZ=ON -DRT_BENCHMARKS=OFF
+fi
+cmake --build "$build_dir" -j "${FUZZ_JOBS:-$(nproc 2>/dev/null || echo 2)}" --target fuzz_targets
+
+# Seeds: slices of the DIAG captures for the targets that read DIAG bytes,
+# a few well-formed messages for the others.
+seeds=$build_dir/seeds
+rm -rf "$seeds"
+mkdir -p "$seeds"
+seed_captures() {  # target, leading byte (or "") to put before each slice
+    local target=$1 lead=$2 dir=$seeds/$1 n=0
+    mkdir -p "$dir"
+    if [ ! -d "$captures" ]; then return; fi
+    for capture in "$captures"/*.qmdl "$captures"/*.mi2log; do
+        [ -f "$capture" ] || continue
+        for skip in 0 7 31 97; do
+            { if [ -n "$lead" ]; then printf "$lead"; fi
+              dd if="$capture" bs=1024 skip="$skip" count=4 status=none; } >"$dir/$n"
+            [ -s "$dir/$n" ] || rm -f "$dir/$n"
+            n=$((n + 1))
+        done
+    done
+}
+if [ -d "$captures" ]; then
+    echo "fuzz: seeding from $captures"
+else
+    echo "fuzz: no captures at $captures; the DIAG targets start without seeds"
+fi
+seed_captures hdlc_fuzz '\x3f'
+seed_captures diag_stream_fuzz ''
+seed_captures diag_packet_fuzz ''
+# The WCDMA reports read log records and a measurement response: capture
+# bytes give them real records to start from.
+seed_captures wcdma_reports_fuzz ''
+# One log packet body (10 00 len len, then a record of code 0x4125) and a
+# log-config answer, for the packet parser.
+printf '\x10\x00\x10\x00\x10\x00\x10\x00\x25\x41\x00\x00\x00\x00\x00\x00\x00\x00\x01\x02' \
+    >"$seeds/diag_packet_fuzz/log_packet"
+printf '\x73\x00\x00\x00\x03\x00\x00\x00\x00\x00\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00' \
+    >"$seeds/diag_packet_fuzz/log_config"
+mkdir -p "$seeds/qmux_codec_fuzz" "$seeds/misc_info_fuzz" "$seeds/pps_server_fuzz" "$seeds/pps_decoder_fuzz"
+# A QMUX response of service 0xE3 with a result TLV.
+printf '\x01\x13\x00\x80\xe3\x01\x02\x01\x00\x01\x00\x07\x00\x02\x04\x00\x00\x00\x00\x00' \
+    >"$seeds/qmux_codec_fuzz/response"
+printf '\x02\x04\x00\x00\x00\x00\x00\x10\x08\x00ABCDEF01\x11\x01\x00\x05' \
+    >"$seeds/misc_info_fuzz/response"
+printf '+@control.5.n0.p42.u0.g0\n' >"$seeds/pps_server_fuzz/connect"
+printf '@control.5\nmsg::radiostats\nid::17\ndat:json:{"a":1}\n' >"$seeds/pps_server_fuzz/request"
+printf '@config\nmsg::x\nn:n:5\nb:b:true\nj:json:{"a":[1,2,{"b":null}]}\n' \
+    >"$seeds/pps_decoder_fuzz/object"
+
+corpus=$build_dir/corpus
+crashes=$build_dir/crashes
+mkdir -p "$corpus" "$crashes"
+only=("$@")
+status=0
+for exe in "$build_dir"/fuzz/*; do
+    [ -x "$exe" ] || continue
+    name=$(basename "$exe")
+    if ((${#only[@]})) && [[ ! " ${only[*]} " == *" $name "* ]]; then continue; fi
+    mkdir -p "$corpus/$name" "$seeds/$name"
+    echo "fuzz: $name for ${seconds}s"
+    if ! "$exe" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+        -artifact_prefix="$crashes/$name-" -print_final_stats=1 \
+        "$corpus/$name" "$seeds/$name" >"$build_dir/$name.log" 2>&1; then
+        echo "fuzz: $name FAILED; see $build_dir/$name.log and $crashes/" >&2
+        tail -n 40 "$build_dir/$name.log" >&2
+        status=1
+    else
+        grep -E 'stat::number_of_executed_units' "$build_dir/$name.log" || true
+    fi
+done
+exit $status
