@@ -66,7 +66,8 @@ uint8_t RrcState() {
     return g_log_snapshot_store.View(0x4125).Get(log_layout::RrcState::kState);
 }
 std::vector<uint8_t> RrcSnapshot() {
-    auto s = g_log_snapshot_store.View(0x4125).bytes();
+    SnapshotView view = g_log_snapshot_store.View(0x4125);
+    auto s = view.bytes();
     return std::vector<uint8_t>(s.begin(), s.end());
 }
 bool HasRrcPacket() {

@@ -27,7 +27,8 @@ void Deliver(uint16_t code, const Bytes& packet) {
 }
 
 Bytes SnapshotOf(uint16_t code) {
-    auto s = g_log_snapshot_store.View(code).bytes();
+    SnapshotView view = g_log_snapshot_store.View(code);
+    auto s = view.bytes();
     return Bytes(s.begin(), s.end());
 }
 

@@ -36,12 +36,14 @@ class SnapshotView {
 
     template <class T>
     std::optional<T> Read(rt::Field<T> field) const {
+        // Past the largest copy there is nothing to read, whatever the size.
+        if (field.offset >= kMaxSize) return std::nullopt;
         return reader().Read(field);
     }
     // The field, or 0 when it lies past the snapshot.
     template <class T>
     T Get(rt::Field<T> field) const {
-        return reader().Get(field);
+        return Read(field).value_or(T{0});
     }
 
   private:
