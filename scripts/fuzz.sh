@@ -15,20 +15,7 @@ captures=${RT_CAPTURES_DIR:-$root/../shared/captures}
 seconds=${FUZZ_SECONDS:-30}
 
 packages=(clang libclang-rt-14-dev cmake ninja-build nlohmann-json3-dev libgtest-dev libgmock-dev)
-missing=()
-for p in "${packages[@]}"; do
-    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
-        missing+=("$p")
-    fi
-done
-if ((${#missing[@]})); then
-    echo "fuzz: installing ${missing[*]}"
-    sudo=()
-    if [ "$(id -u)" -ne 0 ]; then sudo=(sudo); fi
-    export DEBIAN_FRONTEND=noninteractive
-    "${sudo[@]}" apt-get update -qq
-    "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+"$root/scripts/install_packages.sh" fuzz "${packages[@]}"
 
 if [ ! -f "$build_dir/build.ninja" ]; then
     CC=clang CXX=clang++ cmake -S "$root" -B "$build_dir" -G Ninja \
