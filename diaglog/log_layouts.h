@@ -167,29 +167,129 @@ struct PdpQos {
 
 // --- LTE --------------------------------------------------------------------
 
+// 0xB0C2: the serving cell.
 struct LteServingCell {
     static constexpr uint16_t kCode = 0xB0C2;
     static constexpr size_t kSize = 37;
+    static constexpr rt::Field<uint16_t> kPci{13};
+    static constexpr rt::Field<uint16_t> kDlEarfcn{15};
+    static constexpr rt::Field<uint16_t> kUlEarfcn{17};
+    static constexpr rt::Field<uint8_t> kDlBandwidthRb{19};
+    static constexpr rt::Field<uint8_t> kUlBandwidthRb{20};
+    static constexpr rt::Field<uint32_t> kCellId{21};
+    static constexpr rt::Field<uint16_t> kTac{25};
+    static constexpr rt::Field<uint32_t> kBand{27};
+    static constexpr rt::Field<uint16_t> kMcc{31};
+    static constexpr rt::Field<uint16_t> kMnc{34};
 };
+
+// 0xB0EE: the UE identity (IMSI or GUTI). The PLMN and the M-TMSI's high
+// bytes are big-endian, so they are read byte by byte.
 struct LteUeIdentity {
     static constexpr uint16_t kCode = 0xB0EE;
     static constexpr size_t kSize = 31;
+    static constexpr rt::Field<uint8_t> PlmnByte(size_t i) { return {16 + i}; }  // i < 3
+    static constexpr rt::Field<uint8_t> kValid{19};                              // 1: valid
+    static constexpr rt::Field<uint8_t> kIdentityType{20};  // 1 IMSI, 6 GUTI
+    static constexpr rt::Field<uint16_t> kMmegi{24};
+    static constexpr rt::Field<uint8_t> kMmec{26};
+    static constexpr rt::Field<uint8_t> MTmsiByte(size_t i) { return {27 + i}; }  // i < 3
 };
+
+// 0xB179: serving-cell measurements.
 struct LteServingMeasurements {
     static constexpr uint16_t kCode = 0xB179;
     static constexpr size_t kSize = 352;
+    static constexpr rt::Field<uint16_t> kEarfcn{16};
+    static constexpr rt::Field<uint16_t> kPci{18};
+    static constexpr rt::Field<int16_t> kRawRsrp{22};
+    static constexpr rt::Field<int16_t> kRawRsrq{26};
 };
+
+// 0xB17F: serving-cell RSSI; bits 10 to 23 of the word at 32 in version 3.
 struct LteServingRssi {
     static constexpr uint16_t kCode = 0xB17F;
     static constexpr size_t kSize = 39;
+    static constexpr rt::Field<uint8_t> kVersion{12};
+    static constexpr rt::Field<uint32_t> kRssiWord{32};
 };
+
+// 0xB185: three 6-byte CDMA neighbour entries.
 struct LteCdmaNeighbours {
     static constexpr uint16_t kCode = 0xB185;
     static constexpr size_t kSize = 217;
+    static constexpr size_t kEntries = 3;
+    static constexpr rt::Field<uint16_t> PilotPn(size_t k) { return {25 + 6 * k}; }
+    static constexpr rt::Field<int16_t> Rssi(size_t k) { return {25 + 6 * k + 2}; }
+    static constexpr rt::Field<int16_t> Ecio(size_t k) { return {25 + 6 * k + 4}; }
 };
+
+// 0xB19B: WCDMA neighbours seen from LTE; entries are numbered from 1 and
+// the snapshot has room for entries 1 to 31.
 struct LteWcdmaNeighbours {
     static constexpr uint16_t kCode = 0xB19B;
     static constexpr size_t kSize = 532;
+    static constexpr size_t kMaxEntries = 31;
+    static constexpr rt::Field<uint16_t> kUarfcn{16};
+    static constexpr rt::Field<uint8_t> kEntryCount{18};
+    static constexpr rt::Field<int16_t> Rscp(size_t i) { return {32 + 16 * i}; }  // 1 <= i
+};
+
+// --- LTE RLC ----------------------------------------------------------------
+// The store keeps these in their own shapes (see RlcConfigSnapshot and
+// RlcStatsSnapshot); the fields below address those shapes.
+
+// 0xB081 (downlink) and 0xB091 (uplink): the bearer list of the RLC
+// configuration, entries of type 1 or 2 whose length depends on direction.
+struct RlcConfig {
+    static constexpr uint16_t kDlCode = 0xB081;
+    static constexpr uint16_t kUlCode = 0xB091;
+    static constexpr size_t kMaxListEntries = 15;
+    // Inside one list entry.
+    static constexpr rt::Field<uint8_t> kEntryType{0};  // 1 or 2
+    static constexpr rt::Field<uint8_t> kEntryCfgIdx{3};
+    static constexpr rt::Field<uint8_t> kEntryKind{4};  // 1 SRB, 2 DRB
+};
+
+// 0xB097: one 126-byte uplink RLC statistics entry.
+struct RlcUlStatsEntry {
+    static constexpr uint16_t kCode = 0xB097;
+    static constexpr size_t kSize = 126;
+    static constexpr rt::Field<uint8_t> kCfgIdx{0};
+    static constexpr rt::Field<uint8_t> kMode{1};  // 1 AM, 2 UM
+    static constexpr rt::Field<uint32_t> kNumRst{2};
+    static constexpr rt::Field<uint32_t> kNumDataPdu{6};
+    static constexpr rt::Field<uint32_t> kNumSdu{14};
+    static constexpr rt::Field<uint32_t> kNumCtrlPduTx{22};
+    static constexpr rt::Field<uint32_t> kNumRetxPdu{30};
+    static constexpr rt::Field<uint32_t> kNumCtrlPduRx{38};
+    static constexpr rt::Field<uint32_t> kNumCompNack{42};
+    static constexpr rt::Field<uint32_t> kNumSegmNack{46};
+    static constexpr rt::Field<uint32_t> kNumInvalidCtrlPduRx{50};
+    static constexpr rt::Field<uint32_t> kNumPoll{54};
+    static constexpr rt::Field<uint32_t> kNumTPollRetxExpiry{58};
+};
+
+// 0xB087: one 182-byte downlink RLC statistics entry.
+struct RlcDlStatsEntry {
+    static constexpr uint16_t kCode = 0xB087;
+    static constexpr size_t kSize = 182;
+    static constexpr rt::Field<uint8_t> kCfgIdx{0};
+    static constexpr rt::Field<uint8_t> kMode{1};  // 1 AM, 2 UM
+    static constexpr rt::Field<uint32_t> kNumRst{2};
+    static constexpr rt::Field<uint32_t> kNumDataPdu{6};
+    static constexpr rt::Field<uint32_t> kNumStatusRxed{14};
+    static constexpr rt::Field<uint32_t> kNumInvalidPdu{22};
+    static constexpr rt::Field<uint32_t> kNumRetxPdu{30};
+    static constexpr rt::Field<uint32_t> kNumDupPdu{38};
+    static constexpr rt::Field<uint32_t> kNumDroppedPdu{46};
+    static constexpr rt::Field<uint32_t> kNumDroppedPduFc{54};
+    static constexpr rt::Field<uint32_t> kNumSdu{62};
+    static constexpr rt::Field<uint32_t> kNumNonseqSdu{70};
+    static constexpr rt::Field<uint32_t> kNumCtrlPdu{74};
+    static constexpr rt::Field<uint32_t> kNumCompNack{78};
+    static constexpr rt::Field<uint32_t> kNumSegmNack{82};
+    static constexpr rt::Field<uint32_t> kNumTReordExp{86};
 };
 
 }  // namespace log_layout
