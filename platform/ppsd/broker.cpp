@@ -283,12 +283,18 @@ void Broker::Accept() {
         conn->handshake_deadline = std::chrono::steady_clock::now() +
                                    std::chrono::milliseconds(options_.handshake_timeout_ms);
         conn->slot = conns_.size();
+        ++pending_handshakes_;
         conns_.push_back(std::move(conn));
         pfds_.push_back(pollfd{fd, POLLIN, 0});
     }
 }
 
 int Broker::ExpireHandshakes() {
+    // Most passes have no open in progress: no walk over every handle then.
+    if (pending_handshakes_ == 0) {
+        if (sweep_needed_) Sweep();
+        return -1;
+    }
     auto now = std::chrono::steady_clock::now();
     auto next = std::chrono::steady_clock::time_point::max();
     for (auto& conn : conns_) {
@@ -522,6 +528,7 @@ int Broker::OpenObject(Conn* conn, char* head) {
     conn->can_write = accmode != O_RDONLY;
     conn->critical = options.critical;
     ++att->handles;
+    --pending_handshakes_;  // the handle takes its role now
     if (options.server) {
         conn->role = Conn::Role::Server;
         att->server = conn;
@@ -588,13 +595,12 @@ void Broker::WriteToObject(Conn* conn, char* text, size_t length) {
     Object* object = att->object.get();
     // A write grows an object by at most its own length; one that might take
     // it past the limit is tried on a copy first and refused if it would.
-    auto attribute_bytes = [](Object& o) { return o.Render().size() - o.object_line().size(); };
-    if (attribute_bytes(*object) + length > pps_wire::kMaxObject) {
+    if (object->attribute_bytes() + length > pps_wire::kMaxObject) {
         Object trial = *object;
         std::string copy(text, length);
         std::string delta;
         trial.Apply(copy.data(), &delta);
-        if (attribute_bytes(trial) > pps_wire::kMaxObject) {
+        if (trial.attribute_bytes() > pps_wire::kMaxObject) {
             Log("refused a write that would take " + object->path() + " past " +
                 std::to_string(pps_wire::kMaxObject) + " bytes");
             Refuse(conn, EFBIG);
@@ -803,6 +809,7 @@ void Broker::Close(Conn* conn) {
     if (conn->dead) return;
     conn->dead = true;
     sweep_needed_ = true;
+    if (conn->role == Conn::Role::Handshake) --pending_handshakes_;
     Attachments* att = conn->att;
     if (att != nullptr) {
         Object* object = att->object.get();

@@ -132,7 +132,8 @@ class Broker {
     std::vector<std::unique_ptr<Conn>> conns_;
     std::vector<pollfd> pfds_;  // [0] listen, [1] stop, then one per conn
     bool sweep_needed_ = false;
-    bool accept_paused_ = false;  // out of descriptors: not accepting until one frees
+    size_t pending_handshakes_ = 0;  // accepted handles whose open request has not come
+    bool accept_paused_ = false;     // out of descriptors: not accepting until one frees
     std::unordered_map<Object*, std::unique_ptr<Attachments>> attachments_;
     std::vector<std::shared_ptr<Object>> save_queue_;
     std::vector<char> buffer_;  // one message in, NUL-terminated

@@ -113,10 +113,12 @@ bool Object::Set(std::string_view name, std::string_view encoding, std::string_v
             delta->resize(mark);
             return false;
         }
+        attribute_bytes_ += line.size() - stored.size();
         stored.assign(line);
     } else {
         index_.emplace(std::string(name), attrs_.size());
         attrs_.push_back({std::string(name), std::string(line)});
+        attribute_bytes_ += line.size() + 1;
     }
     delta->push_back('\n');
     rendered_valid_ = false;
@@ -127,6 +129,7 @@ bool Object::Set(std::string_view name, std::string_view encoding, std::string_v
 bool Object::Delete(std::string_view name, std::string* delta) {
     auto found = index_.find(std::string(name));
     if (found == index_.end()) return false;
+    attribute_bytes_ -= attrs_[found->second].line.size() + 1;
     attrs_.erase(attrs_.begin() + static_cast<std::ptrdiff_t>(found->second));
     Reindex();
     delta->append(1, '-').append(name).append(1, '\n');
@@ -175,6 +178,7 @@ bool Object::Clear() {
     if (attrs_.empty()) return false;
     attrs_.clear();
     index_.clear();
+    attribute_bytes_ = 0;
     rendered_valid_ = false;
     dirty = true;
     return true;

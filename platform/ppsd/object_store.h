@@ -42,6 +42,9 @@ class Object {
     // Drops every attribute; true if there were any.
     bool Clear();
     bool empty() const { return attrs_.empty(); }
+    // Bytes of the attribute lines as rendered (each with its newline),
+    // kept up to date by every change rather than counted by rendering.
+    size_t attribute_bytes() const { return attribute_bytes_; }
     size_t size() const { return attrs_.size(); }
 
     // "@name\n" then one line per attribute, in the order first written.
@@ -74,6 +77,7 @@ class Object {
     mode_t mode_;
     std::vector<Attribute> attrs_;
     std::unordered_map<std::string, size_t> index_;
+    size_t attribute_bytes_ = 0;
     std::string rendered_;
     bool rendered_valid_ = false;
 };

@@ -74,6 +74,26 @@ TEST(ObjectApply, ClearEmptiesOnce) {
     EXPECT_EQ(object.Render(), "@o\n");
 }
 
+TEST(ObjectApply, AttributeBytesFollowEveryChange) {
+    // The running count must always equal what rendering would give, since
+    // the object-size limit is checked against it.
+    Object object("/pps/o", 0, 0, 0644);
+    std::string delta;
+    const char* writes[] = {
+        "a::1\nb::two\n",     "a::longer value\n",  "a::s\n",    "-b\n", "-missing\n",
+        "c:json:{\"x\":1}\n", "c:json:{\"x\":1}\n", "b::back\n", "",
+    };
+    for (const char* text : writes) {
+        SCOPED_TRACE(text);
+        ApplyText(object, text, &delta);
+        EXPECT_EQ(object.attribute_bytes(), object.Render().size() - object.object_line().size());
+    }
+    object.SetLine("d:n:42");
+    EXPECT_EQ(object.attribute_bytes(), object.Render().size() - object.object_line().size());
+    object.Clear();
+    EXPECT_EQ(object.attribute_bytes(), 0u);
+}
+
 TEST(NormalizePath, Table) {
     struct Case {
         const char* in;

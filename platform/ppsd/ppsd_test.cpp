@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <optional>
 #include <string>
@@ -90,6 +91,25 @@ bool BecomeNobody() {
 class PpsdTest : public ::testing::Test {
   protected:
     PpsBroker broker_;
+};
+
+// A broker with its own options on a socket of its own, made this
+// process's PPS_SOCKET once it listens.
+struct PpsdWithOptions {
+    explicit PpsdWithOptions(std::vector<std::string> options)
+        : socket(dir.file("ppsd.sock")), process(Argv(socket, std::move(options))) {
+        for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
+        ::setenv("PPS_SOCKET", socket.c_str(), 1);
+    }
+    static std::vector<std::string> Argv(const std::string& socket,
+                                         std::vector<std::string> options) {
+        std::vector<std::string> argv{BinPath("ppsd"), "--socket", socket};
+        argv.insert(argv.end(), options.begin(), options.end());
+        return argv;
+    }
+    rt::test::TempDir dir;
+    std::string socket;
+    ChildProcess process;
 };
 
 // --- opening -------------------------------------------------------------
@@ -606,11 +626,8 @@ void Fold(const std::string& message, std::map<std::string, std::string>* state)
 }
 
 TEST(PpsdQueueCap, SlowDeltaReaderIsResynchronisedWithTheWholeObject) {
-    rt::test::TempDir dir;
-    std::string socket = dir.file("ppsd.sock");
-    ChildProcess ppsd({BinPath("ppsd"), "--socket", socket, "--queue-cap", "4"});
-    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
-    ::setenv("PPS_SOCKET", socket.c_str(), 1);
+    PpsdWithOptions broker({"--queue-cap", "4"});
+    ChildProcess& ppsd = broker.process;
 
     // A blocking ("wait") writer: a burst this size outruns the broker, and a
     // non-blocking handle's write would then fail with EAGAIN.
@@ -640,6 +657,41 @@ TEST(PpsdQueueCap, SlowDeltaReaderIsResynchronisedWithTheWholeObject) {
     EXPECT_EQ(state, (std::map<std::string, std::string>{{"n", "n:" + std::to_string(kWrites)}}));
     EXPECT_TRUE(ppsd.WaitForStderr("queue full"));
     ::close(slow);
+    ::close(writer);
+}
+
+// Readers that never read cost the broker at most its per-handle byte bound
+// each: 100 of them under 300 writes of 60 KB once took it past 1 GB.
+TEST(PpsdQueueCap, ReadersThatNeverReadDoNotGrowTheBrokerPastItsBounds) {
+    PpsdWithOptions broker({});
+    int writer = Open("/pps/q/big?wait", O_RDWR | O_CREAT);
+    ASSERT_GE(writer, 0);
+    std::vector<int> readers;
+    for (int i = 0; i < 100; ++i) {
+        int fd = Open("/pps/q/big?delta", O_RDONLY);
+        ASSERT_GE(fd, 0);
+        readers.push_back(fd);
+    }
+    constexpr int kWrites = 300;
+    const std::string filler(60 * 1024, 'x');
+    for (int i = 1; i <= kWrites; ++i)
+        ASSERT_TRUE(Write(writer, "blob::" + std::to_string(i) + filler + "\n"));
+    std::string last = "blob::" + std::to_string(kWrites) + "x";
+    for (int i = 0; i < 1000 && ReadWhole("/pps/q/big").find(last) == std::string::npos; ++i)
+        ::usleep(10000);
+    ASSERT_NE(ReadWhole("/pps/q/big").find(last), std::string::npos);
+
+    // Peak resident size: 100 handles x 1 MiB of queue, plus the object and
+    // the broker itself, stays far below what unbounded queues took.
+    std::ifstream status("/proc/" + std::to_string(broker.process.pid()) + "/status");
+    std::string line;
+    long peak_kib = -1;
+    while (std::getline(status, line))
+        if (line.rfind("VmHWM:", 0) == 0) peak_kib = std::stol(line.substr(6));
+    ASSERT_GT(peak_kib, 0);
+    EXPECT_LT(peak_kib, 160 * 1024) << "peak resident KiB";
+    EXPECT_TRUE(broker.process.WaitForStderr("queue full"));
+    for (int fd : readers) ::close(fd);
     ::close(writer);
 }
 
@@ -674,11 +726,7 @@ TEST_F(PpsdTest, BurstThenCloseKeepsEveryWriteWhileOthersChangeTheObject) {
 // A server that is slow to read: its clients wait (back-pressure) and every
 // request reaches it, none is dropped at its queue.
 TEST(PpsdQueueCap, EveryPipelinedRequestReachesASlowServer) {
-    rt::test::TempDir dir;
-    std::string socket = dir.file("ppsd.sock");
-    ChildProcess ppsd({BinPath("ppsd"), "--socket", socket, "--queue-cap", "4"});
-    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
-    ::setenv("PPS_SOCKET", socket.c_str(), 1);
+    PpsdWithOptions broker({"--queue-cap", "4"});
 
     int server = Open("/pps/q/control?server", O_RDWR | O_CREAT);
     ASSERT_GE(server, 0);
@@ -730,11 +778,18 @@ bool ClosedByBroker(int fd) {
 }
 
 TEST(PpsdLimits, ConnectionThatSendsNoRequestIsDropped) {
-    rt::test::TempDir dir;
-    std::string socket = dir.file("ppsd.sock");
-    ChildProcess ppsd({BinPath("ppsd"), "--socket", socket, "--handshake-timeout-ms", "200"});
-    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
-    int silent = RawConnect(socket);
+    PpsdWithOptions broker({"--handshake-timeout-ms", "200"});
+    ChildProcess& ppsd = broker.process;
+    // Opens that succeed and opens that are refused come and go first: the
+    // broker must still watch the silent one's time.
+    for (int i = 0; i < 3; ++i) {
+        int fd = Open("/pps/hs/obj", O_RDWR | O_CREAT);
+        ASSERT_GE(fd, 0);
+        ::close(fd);
+        EXPECT_LT(Open("/pps/hs/missing" + std::to_string(i), O_RDONLY), 0);
+        EXPECT_LT(Open("/pps/hs/obj?nonsense", O_RDONLY), 0);
+    }
+    int silent = RawConnect(broker.socket);
     ASSERT_GE(silent, 0);
     EXPECT_TRUE(ClosedByBroker(silent));
     ::close(silent);
