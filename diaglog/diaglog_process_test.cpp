@@ -14,13 +14,14 @@
 #include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
 #include "testsupport/diag_capture_builder.h"
+#include "testsupport/modemsim_process.h"
 
 namespace {
 
-using rt::test::BinPath;
 using rt::test::ChildProcess;
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
+using rt::test::ModemsimProcess;
 using rt::test::TempDir;
 
 // The three masks of a switch-on, as modemsim logs what it received.
@@ -74,28 +75,6 @@ std::string WriteRrcCapture(const TempDir& dir) {
     return path;
 }
 
-std::string WriteScenario(const TempDir& dir, const std::string& json) {
-    std::string path = dir.file("scenario.json");
-    std::ofstream(path) << json;
-    return path;
-}
-
-std::unique_ptr<ChildProcess> StartModemsim(const TempDir& dir, const std::string& scenario,
-                                            const std::string& capture = "") {
-    std::vector<std::string> argv = {BinPath("modemsim"),
-                                     "--qmi",
-                                     "unix:" + dir.file("qmi.sock"),
-                                     "--diag",
-                                     "unix:" + dir.file("diag.sock"),
-                                     "--scenario",
-                                     scenario};
-    if (!capture.empty()) {
-        argv.push_back("--capture");
-        argv.push_back(capture);
-    }
-    return std::make_unique<ChildProcess>(argv);
-}
-
 // No sanitizer report in a process's standard error (sanitizer builds).
 void ExpectCleanExit(const ChildProcess& process) {
     std::string text = process.Stderr();
@@ -112,12 +91,14 @@ DaemonOptions WithDiag(const std::string& diag_device, const TempDir& dir) {
 TEST(DiagLogProcessTest, CaptureThroughModemsim) {
     TempDir dir;
     std::string capture = WriteRrcCapture(dir);
-    auto modemsim = StartModemsim(
-        dir, WriteScenario(dir, R"({"diag": {"capture_pace": "fast", "capture_loop": false,
-                                                                  "capture_after_masks": 3}})"),
-        capture);
-    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: ready")) << modemsim->Stderr();
-    DaemonFixture daemon(WithDiag("unix:" + dir.file("diag.sock"), dir));
+    ModemsimProcess modem(
+        R"({"diag": {"capture_pace": "fast", "capture_loop": false, "capture_after_masks": 3}})",
+        {"--capture", capture});
+    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
+    ChildProcess* modemsim = &modem.process();
+    DaemonOptions options;
+    options.env = modem.DaemonEnv();
+    DaemonFixture daemon(options);
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
 
     std::string before = RadioStats(daemon);
@@ -154,12 +135,13 @@ TEST(DiagLogProcessTest, CaptureThroughModemsim) {
 }
 
 TEST(DiagLogProcessTest, ScenarioTimelineStopsWhenTheMaskGoesOff) {
-    TempDir dir;
-    auto modemsim =
-        StartModemsim(dir, WriteScenario(dir, R"({"diag": {"rrc_period_ms": 20, "rrc_states": [
-            {"state": 3, "hold_ms": 150}, {"state": 2, "hold_ms": 150}]}})"));
-    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: ready")) << modemsim->Stderr();
-    DaemonFixture daemon(WithDiag("unix:" + dir.file("diag.sock"), dir));
+    ModemsimProcess modem(R"({"diag": {"rrc_period_ms": 20, "rrc_states": [
+            {"state": 3, "hold_ms": 150}, {"state": 2, "hold_ms": 150}]}})");
+    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
+    ChildProcess* modemsim = &modem.process();
+    DaemonOptions options;
+    options.env = modem.DaemonEnv();
+    DaemonFixture daemon(options);
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
 
     ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));

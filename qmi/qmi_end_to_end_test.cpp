@@ -5,17 +5,16 @@
 #include <signal.h>
 
 #include <chrono>
-#include <fstream>
 #include <thread>
 
 #include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
+#include "testsupport/modemsim_process.h"
 #include "testsupport/qmi_test_support.h"
 
 namespace {
 
 using qmi_test::Line;
-using rt::test::ChildProcess;
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
 
@@ -27,21 +26,15 @@ class ControlChannel : public testing::Test {
   protected:
     // modemsim on sockets of this test, with a scenario patch for "qmi".
     void StartModem(const std::string& qmi_patch = "{}") {
-        std::string scenario = dir_.file("scenario.json");
-        std::ofstream(scenario) << R"({"qmi": )" << qmi_patch << "}";
-        modem_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-            rt::test::BinPath("modemsim"), "--qmi", qmi_endpoint(), "--diag",
-            "unix:" + dir_.file("diag.sock"), "--scenario", scenario});
-        ASSERT_TRUE(modem_->WaitForStderr("modemsim: ready")) << modem_->Stderr();
+        modem_ = std::make_unique<rt::test::ModemsimProcess>(R"({"qmi": )" + qmi_patch + "}");
+        ASSERT_TRUE(modem_->ready()) << modem_->process().Stderr();
     }
     void StartDaemon() {
         DaemonOptions options;
-        options.env = {"QMI_DEVICE=" + qmi_endpoint(),
-                       "DIAG_DEVICE=unix:" + dir_.file("diag.sock")};
+        options.env = modem_->DaemonEnv();
         daemon_ = std::make_unique<DaemonFixture>(options);
         ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
     }
-    std::string qmi_endpoint() const { return "unix:" + dir_.file("qmi.sock"); }
 
     // Polls an object until it holds `needle` (bounded, not a timing check).
     bool ObjectHolds(const char* object, const std::string& needle, int timeout_ms = 10000) {
@@ -53,8 +46,7 @@ class ControlChannel : public testing::Test {
         return false;
     }
 
-    rt::test::TempDir dir_;
-    std::unique_ptr<ChildProcess> modem_;
+    std::unique_ptr<rt::test::ModemsimProcess> modem_;
     std::unique_ptr<DaemonFixture> daemon_;
 };
 
@@ -63,7 +55,7 @@ TEST_F(ControlChannel, EnsOpensTheChannelAnd3gpp2InfoPublishesTheModemsIdentity)
     StartDaemon();
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
     // ENS value 1 is sent as ENS byte 0.
-    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
+    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=00")) << modem_->process().Stderr();
     std::string reply = daemon_->Request("3gpp2info", "17");
     EXPECT_NE(reply.find("res::3gpp2info\n"), std::string::npos) << reply;
     EXPECT_NE(reply.find("id::17\n"), std::string::npos) << reply;
@@ -91,16 +83,16 @@ TEST_F(ControlChannel, BeforeAnyEnsValueTheReportHoldsPlaceholders) {
               "model::No data available!\n");
     EXPECT_TRUE(daemon_->daemon().WaitForStderr(Slog(
         Line("Get3GPP2Info", "Error in sending & processing get_misc_info_qmi: Error = %d", 22))));
-    EXPECT_EQ(modem_->CountInStderr("svc=0xe3"), 0);  // nothing reached the modem
+    EXPECT_EQ(modem_->process().CountInStderr("svc=0xe3"), 0);  // nothing reached the modem
 }
 
 TEST_F(ControlChannel, ModemResetIsPublishedAndClosesTheChannelUntilReopened) {
     StartModem(R"({"reset_down_ms": 2000})");
     StartDaemon();
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
-    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
+    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=00")) << modem_->process().Stderr();
 
-    ASSERT_TRUE(modem_->Signal(SIGUSR1));
+    ASSERT_TRUE(modem_->process().Signal(SIGUSR1));
     EXPECT_TRUE(ObjectHolds(rt::test::kStatusDataObject, "modem_state::modem is in reset mode\n"));
     // While the client is gone, requests fail with 22.
     daemon_->Request("3gpp2info", "4");
@@ -115,7 +107,7 @@ TEST_F(ControlChannel, ModemResetIsPublishedAndClosesTheChannelUntilReopened) {
               failures_before + 1);
 
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::0"}));
-    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=01")) << modem_->Stderr();
+    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=01")) << modem_->process().Stderr();
     daemon_->Request("3gpp2info", "6");
     EXPECT_TRUE(ObjectHolds(rt::test::kStatus3gpp2Object, "pesn::80A1B2C3\n"));
 }
@@ -129,7 +121,7 @@ TEST_F(ControlChannel, DelayedAnswerTimesOutAndIsNotTakenForTheNextRequests) {
                                              "02040000000000 100800 4652455348303030"]}})");
     StartDaemon();
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
-    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
+    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=00")) << modem_->process().Stderr();
 
     auto start = std::chrono::steady_clock::now();
     std::string reply = daemon_->Request("3gpp2info", "1", std::nullopt, 6000);

@@ -6,16 +6,14 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <thread>
 
-#include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
+#include "testsupport/modemsim_process.h"
 #include "testsupport/report_harness.h"
 
 namespace {
 
-using rt::test::ChildProcess;
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
 using rt::test::LinesStartingWith;
@@ -29,15 +27,10 @@ constexpr const char* kStillWorld = R"({"wcdma": {
 class WcdmaReportsProcess : public testing::Test {
   protected:
     void Start(const std::string& scenario_text) {
-        std::string scenario = dir_.file("scenario.json");
-        std::ofstream(scenario) << scenario_text;
-        modem_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-            rt::test::BinPath("modemsim"), "--qmi", "unix:" + dir_.file("qmi.sock"), "--diag",
-            "unix:" + dir_.file("diag.sock"), "--scenario", scenario});
-        ASSERT_TRUE(modem_->WaitForStderr("modemsim: ready")) << modem_->Stderr();
+        modem_ = std::make_unique<rt::test::ModemsimProcess>(scenario_text);
+        ASSERT_TRUE(modem_->ready()) << modem_->process().Stderr();
         DaemonOptions options;
-        options.env = {"QMI_DEVICE=unix:" + dir_.file("qmi.sock"),
-                       "DIAG_DEVICE=unix:" + dir_.file("diag.sock")};
+        options.env = modem_->DaemonEnv();
         daemon_ = std::make_unique<DaemonFixture>(options);
         ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
     }
@@ -63,8 +56,7 @@ class WcdmaReportsProcess : public testing::Test {
         return report;
     }
 
-    rt::test::TempDir dir_;
-    std::unique_ptr<ChildProcess> modem_;
+    std::unique_ptr<rt::test::ModemsimProcess> modem_;
     std::unique_ptr<DaemonFixture> daemon_;
 };
 
@@ -113,9 +105,10 @@ TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
 }
 
 TEST_F(WcdmaReportsProcess, WithNoModemRadionwinfoIsAnsweredWithNoData) {
+    rt::test::TempDir nowhere;
     DaemonOptions options;
-    options.env = {"QMI_DEVICE=unix:" + dir_.file("no-modem.sock"),
-                   "DIAG_DEVICE=unix:" + dir_.file("no-diag.sock")};
+    options.env = {"QMI_DEVICE=unix:" + nowhere.file("no-modem.sock"),
+                   "DIAG_DEVICE=unix:" + nowhere.file("no-diag.sock")};
     DaemonFixture daemon(options);
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
     // Answered well inside the request's wait, which is longer than the

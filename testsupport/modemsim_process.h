@@ -1,0 +1,37 @@
+// build/bin/modemsim on sockets of a test's own, with a scenario patch, and
+// the environment that points a daemon at it.
+//
+//   rt::test::ModemsimProcess modem(R"({"qmi": {"delay_ms": 50}})");
+//   ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
+//   options.env = modem.DaemonEnv();          // QMI_DEVICE and DIAG_DEVICE
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "testsupport/child_process.h"
+
+namespace rt::test {
+
+class ModemsimProcess {
+  public:
+    // `scenario` is JSON text merged over modemsim's built-in scenario;
+    // `args` are added to its command line.
+    explicit ModemsimProcess(const std::string& scenario = "{}",
+                             std::vector<std::string> args = {});
+    bool ready() const { return ready_; }
+    ChildProcess& process() { return *process_; }
+    std::string qmi_endpoint() const { return "unix:" + dir_.file("qmi.sock"); }
+    std::string diag_endpoint() const { return "unix:" + dir_.file("diag.sock"); }
+    std::vector<std::string> DaemonEnv() const {
+        return {"QMI_DEVICE=" + qmi_endpoint(), "DIAG_DEVICE=" + diag_endpoint()};
+    }
+
+  private:
+    TempDir dir_;
+    std::unique_ptr<ChildProcess> process_;
+    bool ready_ = false;
+};
+
+}  // namespace rt::test
