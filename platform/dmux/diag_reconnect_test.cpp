@@ -21,25 +21,16 @@
 #include "platform/dmux/hdlc.h"
 #include "platform/dmux/kora_dmc.h"
 #include "testsupport/child_process.h"
+#include "testsupport/diag_modem_peer.h"
 
 namespace {
 
 constexpr int kWaitMs = 5000;
 
-struct Delivered {
-    std::mutex mutex;
-    std::vector<uint32_t> codes;
-    size_t count() {
-        std::lock_guard<std::mutex> hold(mutex);
-        return codes.size();
-    }
-};
-
-void Collect(void* user_data, uint32_t code, const uint8_t*, uint32_t) {
-    auto* delivered = static_cast<Delivered*>(user_data);
-    std::lock_guard<std::mutex> hold(delivered->mutex);
-    delivered->codes.push_back(code);
-}
+using rt::test::AnswerOneMaskCommand;
+using rt::test::DeliveredPackets;
+using rt::test::LogFrame;
+using rt::test::WriteAll;
 
 int Listen(const std::string& path) {
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -60,44 +51,6 @@ int AcceptWithin(int listener, int timeout_ms) {
     return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
 }
 
-bool WriteAll(int fd, const std::vector<uint8_t>& bytes) {
-    return ::write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-}
-
-// Reads until one set-mask command has come, and answers it.
-std::optional<dmux::LogConfigSetMask> AnswerOneMaskCommand(int peer) {
-    dmux::HdlcDeframer deframer;
-    std::optional<dmux::LogConfigSetMask> request;
-    uint8_t buffer[4096];
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
-    while (!request && std::chrono::steady_clock::now() < deadline) {
-        pollfd pfd{peer, POLLIN, 0};
-        if (::poll(&pfd, 1, 100) <= 0) continue;
-        ssize_t n = ::read(peer, buffer, sizeof buffer);
-        if (n <= 0) break;
-        deframer.Feed(buffer, static_cast<size_t>(n), [&](std::span<const uint8_t> body) {
-            if (!request) request = dmux::ParseLogConfigSetMask(body);
-        });
-    }
-    if (request) {
-        WriteAll(peer,
-                 dmux::HdlcEncode(dmux::BuildLogConfigResponse(
-                     {dmux::kLogConfigSetMask, 0, request->equipment_id, request->last_item})));
-    }
-    return request;
-}
-
-std::vector<uint8_t> LogFrame(uint16_t code) {
-    return dmux::HdlcEncode(
-        dmux::BuildLogPacketBody(dmux::BuildLogRecord(code, 0, std::vector<uint8_t>{1})));
-}
-
-bool WaitForDeliveries(Delivered& delivered, size_t count) {
-    for (int i = 0; i < kWaitMs / 10 && delivered.count() < count; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return delivered.count() >= count;
-}
-
 TEST(DiagReconnect, SourceThatComesBackGetsTheMasksAgainAndDeliveryResumes) {
     rt::test::TempDir dir;
     std::string path = dir.file("diag.sock");
@@ -109,15 +62,11 @@ TEST(DiagReconnect, SourceThatComesBackGetsTheMasksAgainAndDeliveryResumes) {
     ASSERT_EQ(kora_dmc_con_init(1, &connection, &client_id), 0);
     int peer = AcceptWithin(listener, kWaitMs);
     ASSERT_GE(peer, 0);
-    Delivered delivered;
-    ASSERT_EQ(kora_dmc_log_init(client_id, Collect, &registration, &delivered), 0);
+    DeliveredPackets delivered;
+    ASSERT_EQ(kora_dmc_log_init(client_id, DeliveredPackets::Collect, &registration, &delivered),
+              0);
 
-    // Equipment 4 with only 0x4125 enabled: item 0x125 is bit 5 of byte 36.
-    std::vector<uint8_t> request(KORA_DMC_LOG_CONFIG_SIZE, 0);
-    request[0] = 4;
-    request[4] = 0x77;
-    request[5] = 0x47;
-    request[8 + 36] = 0x20;
+    std::vector<uint8_t> request = rt::test::Only4125MaskRequest();
     std::thread modem([&] { AnswerOneMaskCommand(peer); });
     uint32_t status = 99;
     EXPECT_EQ(kora_dmc_set_log_config(client_id, KORA_DMC_OP_SET_LOG_MASK, request.data(),
@@ -125,7 +74,7 @@ TEST(DiagReconnect, SourceThatComesBackGetsTheMasksAgainAndDeliveryResumes) {
               0);
     modem.join();
     ASSERT_TRUE(WriteAll(peer, LogFrame(0x4125)));
-    ASSERT_TRUE(WaitForDeliveries(delivered, 1));
+    ASSERT_TRUE(delivered.WaitFor(1));
 
     // The modem goes away (its socket with it) and comes back.
     ::close(peer);
@@ -143,14 +92,11 @@ TEST(DiagReconnect, SourceThatComesBackGetsTheMasksAgainAndDeliveryResumes) {
     EXPECT_EQ(again->mask, std::vector<uint8_t>(request.begin() + 8, request.end()));
     ASSERT_TRUE(WriteAll(peer, LogFrame(0x4126)));  // not enabled
     ASSERT_TRUE(WriteAll(peer, LogFrame(0x4125)));
-    EXPECT_TRUE(WaitForDeliveries(delivered, 2));
+    EXPECT_TRUE(delivered.WaitFor(2));
 
     uint32_t release_id = KORA_DMC_CLIENT_ID;
     EXPECT_EQ(kora_dmc_con_release(&release_id), 0);
-    {
-        std::lock_guard<std::mutex> hold(delivered.mutex);
-        EXPECT_EQ(delivered.codes, (std::vector<uint32_t>{0x4125, 0x4125}));
-    }
+    EXPECT_EQ(delivered.codes(), (std::vector<uint32_t>{0x4125, 0x4125}));
     ::close(peer);
     ::close(listener);
     ::unsetenv("DIAG_DEVICE");

@@ -17,46 +17,14 @@
 #include "platform/dmux/diag_packet.h"
 #include "platform/dmux/hdlc.h"
 #include "platform/dmux/kora_dmc.h"
+#include "testsupport/diag_modem_peer.h"
 
 namespace {
 
-struct Delivered {
-    std::mutex mutex;
-    std::vector<std::pair<uint32_t, std::vector<uint8_t>>> packets;
-};
-
-void Collect(void* user_data, uint32_t code, const uint8_t* record, uint32_t length) {
-    auto* delivered = static_cast<Delivered*>(user_data);
-    std::lock_guard<std::mutex> hold(delivered->mutex);
-    delivered->packets.emplace_back(code, std::vector<uint8_t>(record, record + length));
-}
-
-bool WriteAll(int fd, const std::vector<uint8_t>& bytes) {
-    return ::write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-}
-
-// Reads the port until one set-mask command has come, and answers it.
-std::optional<dmux::LogConfigSetMask> AnswerOneMaskCommand(int master) {
-    dmux::HdlcDeframer deframer;
-    std::optional<dmux::LogConfigSetMask> request;
-    uint8_t buffer[4096];
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!request && std::chrono::steady_clock::now() < deadline) {
-        pollfd pfd{master, POLLIN, 0};
-        if (::poll(&pfd, 1, 100) <= 0) continue;
-        ssize_t n = ::read(master, buffer, sizeof buffer);
-        if (n <= 0) break;
-        deframer.Feed(buffer, static_cast<size_t>(n), [&](std::span<const uint8_t> body) {
-            request = dmux::ParseLogConfigSetMask(body);
-        });
-    }
-    if (request) {
-        WriteAll(master,
-                 dmux::HdlcEncode(dmux::BuildLogConfigResponse(
-                     {dmux::kLogConfigSetMask, 0, request->equipment_id, request->last_item})));
-    }
-    return request;
-}
+using rt::test::AnswerOneMaskCommand;
+using rt::test::DeliveredPackets;
+using rt::test::LogFrame;
+using rt::test::WriteAll;
 
 TEST(DiagSerialPort, MaskCommandIsAnsweredAndOnlyEnabledCodesAreDelivered) {
     int master = ::posix_openpt(O_RDWR | O_NOCTTY);
@@ -67,15 +35,11 @@ TEST(DiagSerialPort, MaskCommandIsAnsweredAndOnlyEnabledCodesAreDelivered) {
 
     uint32_t connection = 0, client_id = KORA_DMC_CLIENT_ID, registration = 0;
     ASSERT_EQ(kora_dmc_con_init(1, &connection, &client_id), 0);
-    Delivered delivered;
-    ASSERT_EQ(kora_dmc_log_init(client_id, Collect, &registration, &delivered), 0);
+    DeliveredPackets delivered;
+    ASSERT_EQ(kora_dmc_log_init(client_id, DeliveredPackets::Collect, &registration, &delivered),
+              0);
 
-    // Equipment 4 with only 0x4125 enabled: item 0x125 is bit 5 of byte 36.
-    std::vector<uint8_t> request(KORA_DMC_LOG_CONFIG_SIZE, 0);
-    request[0] = 4;
-    request[4] = 0x77;
-    request[5] = 0x47;
-    request[8 + 36] = 0x20;
+    std::vector<uint8_t> request = rt::test::Only4125MaskRequest();
     std::optional<dmux::LogConfigSetMask> received;
     std::thread modem([&] { received = AnswerOneMaskCommand(master); });
     uint32_t status = 99;
@@ -91,19 +55,9 @@ TEST(DiagSerialPort, MaskCommandIsAnsweredAndOnlyEnabledCodesAreDelivered) {
 
     // 0x4126 is not enabled and comes first; 0x4125 behind it must be the
     // only packet delivered.
-    auto frame = [](uint16_t code, uint8_t state) {
-        return dmux::HdlcEncode(
-            dmux::BuildLogPacketBody(dmux::BuildLogRecord(code, 0, std::vector<uint8_t>{state})));
-    };
-    ASSERT_TRUE(WriteAll(master, frame(0x4126, 1)));
-    ASSERT_TRUE(WriteAll(master, frame(0x4125, 3)));
-    for (int i = 0; i < 500; ++i) {
-        {
-            std::lock_guard<std::mutex> hold(delivered.mutex);
-            if (!delivered.packets.empty()) break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    ASSERT_TRUE(WriteAll(master, LogFrame(0x4126, 1)));
+    ASSERT_TRUE(WriteAll(master, LogFrame(0x4125, 3)));
+    delivered.WaitFor(1);
     uint32_t release_id = KORA_DMC_CLIENT_ID;
     EXPECT_EQ(kora_dmc_con_release(&release_id), 0);
     ASSERT_EQ(delivered.packets.size(), 1u);
