@@ -190,7 +190,7 @@ struct LteUeIdentity {
     static constexpr size_t kSize = 31;
     static constexpr rt::Field<uint8_t> PlmnByte(size_t i) { return {16 + i}; }  // i < 3
     static constexpr rt::Field<uint8_t> kValid{19};                              // 1: valid
-    static constexpr rt::Field<uint8_t> kIdentityType{20};  // 1 IMSI, 6 GUTI
+    static constexpr rt::Field<uint8_t> kIdentityType{20};                       // 1 IMSI, 6 GUTI
     static constexpr rt::Field<uint16_t> kMmegi{24};
     static constexpr rt::Field<uint8_t> kMmec{26};
     static constexpr rt::Field<uint8_t> MTmsiByte(size_t i) { return {27 + i}; }  // i < 3
