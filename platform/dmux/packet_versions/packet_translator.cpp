@@ -172,6 +172,8 @@ constexpr KnownVersion kKnownVersions[] = {
     {0xB17F, {5, PacketVersion::kNone}, VersionVerdict::kTranslated},
     {0xB081, {1, 1}, VersionVerdict::kAsIs},
     {0xB091, {1, 1}, VersionVerdict::kAsIs},
+    // An NB-IoT modem's uplink configuration: no public layout found.
+    {0xB091, {1, 2}, VersionVerdict::kDropped},
     {0xB087, {1, 2}, VersionVerdict::kAsIs},
     {0xB087, {1, 3}, VersionVerdict::kTranslated},
     {0xB087, {0x31, PacketVersion::kNone}, VersionVerdict::kDropped},
@@ -274,8 +276,9 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
     // RLC codes: version 1 with one subpacket whose id is the code's own.
     uint8_t sub_id = ByteAt(record, kSubpacketId.offset);
     uint8_t sub_version = ByteAt(record, kSubpacketVersion.offset);
+    if (version != kRlcVersionValue) return drop();
     if (record.size() > kSubpacketVersion.offset) t.version.subpacket = sub_version;
-    if (version != kRlcVersionValue || ByteAt(record, kSubpacketCount.offset) != 1) return drop();
+    if (ByteAt(record, kSubpacketCount.offset) != 1) return drop();
     size_t sub_size = U16At(record, kSubpacketSize.offset);
     bool sub_fits =
         record.size() >= kSubpacketStart + 4 && kSubpacketStart + sub_size <= record.size();
