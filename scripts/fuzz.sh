@@ -51,6 +51,36 @@ fi
 seed_captures hdlc_fuzz '\x3f'
 seed_captures diag_stream_fuzz ''
 seed_captures diag_packet_fuzz ''
+# The translator gets "code u16, log record": the captures' log records of
+# the codes it has versions for, cut out with a small deframer.
+seed_translator() {
+    local dir=$seeds/packet_translator_fuzz
+    mkdir -p "$dir"
+    [ -d "$captures" ] || return 0
+    python3 - "$captures" "$dir" <<'PY' || true
+import glob, os, struct, sys
+src, out = sys.argv[1], sys.argv[2]
+codes = {0xB0C2, 0xB0EE, 0xB179, 0xB17F, 0xB081, 0xB091, 0xB087, 0xB097}
+seen = {}
+for path in sorted(glob.glob(src + "/*.mi2log") + glob.glob(src + "/*.qmdl")):
+    frame, esc = bytearray(), False
+    for b in open(path, "rb").read():
+        if b == 0x7E:
+            body = bytes(frame[:-2]); frame = bytearray()
+            if body[:1] == b"\x98": body = body[8:]
+            if body[:1] != b"\x10" or len(body) < 17: continue
+            rec = body[4:]; code = struct.unpack_from("<H", rec, 2)[0]
+            key = (code, rec[12], rec[17] if len(rec) > 17 else 0)
+            if code in codes and seen.get(key, 0) < 3:
+                seen[key] = seen.get(key, 0) + 1
+                open(os.path.join(out, "%04x_%d_%d_%d" % (key + (seen[key],))), "wb").write(struct.pack("<H", code) + rec)
+            continue
+        if b == 0x7D: esc = True; continue
+        if esc: b ^= 0x20; esc = False
+        frame.append(b)
+PY
+}
+seed_translator
 # The WCDMA reports read log records and a measurement response: capture
 # bytes give them real records to start from.
 seed_captures wcdma_reports_fuzz ''

@@ -2,14 +2,15 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -84,6 +85,8 @@ int OpenStreamSource(const DiagSource& source, int* error) {
 
 DiagConnection::DiagConnection(const DiagSource& source)
     : source_(source), stream_(&mask_, &DiagConnection::Deliver, this) {
+    stream_.SetSubscription(source.subscription != 0 ? source.subscription
+                                                     : DiagSubscriptionFromEnvironment());
     stream_.SetConfigSink([this](std::span<const uint8_t> body) { OnConfigFrame(body); });
 }
 
@@ -105,17 +108,8 @@ std::unique_ptr<DiagConnection> DiagConnection::Open(const DiagSource& source, i
                 if (fd >= 0) ::close(fd);
                 return nullptr;
             }
+            conn->file_fd_ = fd;
             conn->file_size_ = static_cast<size_t>(st.st_size);
-            if (conn->file_size_ > 0) {
-                void* map = ::mmap(nullptr, conn->file_size_, PROT_READ, MAP_PRIVATE, fd, 0);
-                if (map == MAP_FAILED) {
-                    *error = errno;
-                    ::close(fd);
-                    return nullptr;
-                }
-                conn->file_data_ = static_cast<const uint8_t*>(map);
-            }
-            ::close(fd);
             conn->thread_ = std::thread([c = conn.get()] { c->ReplayLoop(); });
             return conn;
         }
@@ -128,7 +122,7 @@ std::unique_ptr<DiagConnection> DiagConnection::Open(const DiagSource& source, i
 DiagConnection::~DiagConnection() {
     if (!Stop()) thread_.detach();
     if (fd_ >= 0) ::close(fd_);
-    if (file_data_ != nullptr) ::munmap(const_cast<uint8_t*>(file_data_), file_size_);
+    if (file_fd_ >= 0) ::close(file_fd_);
 }
 
 bool DiagConnection::Stop() {
@@ -327,22 +321,60 @@ void DiagConnection::ReplayLoop() {
 }
 
 void DiagConnection::ReplayOnce() {
-    constexpr size_t kPiece = 1 << 20;
-    for (size_t at = 0; at < file_size_ && !stopping_.load(); at += kPiece) {
-        size_t n = std::min(kPiece, file_size_ - at);
-        stream_.Feed(std::span<const uint8_t>(file_data_ + at, n));
+    std::vector<uint8_t> window(std::min(kReplayWindow, std::max<size_t>(file_size_, 1)));
+    replayed_ = 0;
+    progress_shown_ = 0;
+    while (replayed_ < file_size_ && !stopping_.load()) {
+        size_t want = std::min(window.size(), file_size_ - replayed_);
+        ssize_t n = ::pread(file_fd_, window.data(), want, static_cast<off_t>(replayed_));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;  // the file shrank or cannot be read: end of this pass
+        stream_.Feed(std::span<const uint8_t>(window.data(), static_cast<size_t>(n)));
+        replayed_ += static_cast<size_t>(n);
         PublishStats(false);
     }
     stream_.Finish();
 }
 
 void DiagConnection::PublishStats(bool pass_done) {
-    std::lock_guard<std::mutex> hold(mutex_);
-    stats_.frames_good = stream_.frames().good;
-    stats_.frames_bad = stream_.frames().bad();
-    stats_.log_packets = stream_.stats().log_packets;
-    stats_.delivered = stream_.stats().delivered;
-    if (pass_done) ++stats_.replay_passes;
+    int percent = -1;
+    if (source_.kind == DiagSource::Kind::kFile)
+        percent = file_size_ == 0 ? 100 : static_cast<int>(replayed_ * 100 / file_size_);
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        stats_.frames_good = stream_.frames().good;
+        stats_.frames_bad = stream_.frames().bad();
+        stats_.log_packets = stream_.stats().log_packets;
+        stats_.delivered = stream_.stats().delivered;
+        stats_.translated = stream_.stats().translated;
+        stats_.dropped = stream_.stats().dropped;
+        stats_.other_subscription = stream_.stats().other_subscription;
+        stats_.replay_percent = percent;
+        if (pass_done) ++stats_.replay_passes;
+    }
+    // A long replay tells each tenth on stderr.
+    if (file_size_ >= kReplayProgressMinBytes && percent / 10 > progress_shown_) {
+        progress_shown_ = percent / 10;
+        std::fprintf(stderr, "dmux: replay %d%% of %s\n", progress_shown_ * 10,
+                     source_.path.c_str());
+    }
+    if (!pass_done && !dm_stats_.Due()) return;
+    DmStatsValues values;
+    values.frames_good = stream_.frames().good;
+    values.frames_bad = stream_.frames().bad();
+    values.log_packets = stream_.stats().log_packets;
+    values.delivered = stream_.stats().delivered;
+    values.translated = stream_.stats().translated;
+    values.dropped = stream_.stats().dropped;
+    values.other_subscription = stream_.stats().other_subscription;
+    values.subscription = stream_.subscription();
+    values.replay_percent = percent;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        values.replay_passes = stats_.replay_passes;
+    }
+    values.versions_json = VersionCountsJson(stream_.versions().Sorted());
+    dm_stats_.Publish(values, pass_done);
 }
 
 kora_dmc_stats DiagConnection::Stats() const {

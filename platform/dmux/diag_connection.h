@@ -15,6 +15,7 @@
 #include "platform/dmux/diag_packet.h"
 #include "platform/dmux/diag_source.h"
 #include "platform/dmux/diag_stream.h"
+#include "platform/dmux/dm_stats_object.h"
 #include "platform/dmux/kora_dmc.h"
 #include "platform/dmux/log_code_mask.h"
 
@@ -28,6 +29,10 @@ inline constexpr int kReplaySettleMs = 250;
 inline constexpr int kReplayMaxGapMs = 1000;
 // Pause before a looping replay starts over (paced, or nothing delivered).
 inline constexpr int kReplayLoopPauseMs = 100;
+// Bytes read from a capture at a time.
+inline constexpr size_t kReplayWindow = 1 << 20;
+// A replay of a file at least this big tells its progress on stderr.
+inline constexpr size_t kReplayProgressMinBytes = 64u << 20;
 // A socket or serial source that goes away is opened again, first after
 // the shorter pause, then at most this far apart, until it is back; the
 // masks in force are then sent to it again.
@@ -67,8 +72,13 @@ class DiagConnection {
 
     DiagSource source_;
     std::atomic<int> fd_{-1};  // replaced by the reader thread on a reconnect
-    const uint8_t* file_data_ = nullptr;
+    // A capture is read in windows of kReplayWindow bytes, so that memory
+    // does not grow with the size of the file.
+    int file_fd_ = -1;
     size_t file_size_ = 0;
+    size_t replayed_ = 0;     // bytes of the current pass fed so far
+    int progress_shown_ = 0;  // last tenth of a long replay told on stderr
+    DmStatsObject dm_stats_;  // reader thread only
 
     LogCodeMask mask_;
     DiagStream stream_;

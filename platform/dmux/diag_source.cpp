@@ -10,6 +10,19 @@ bool StartsWith(const std::string& text, const char* prefix) {
     return text.rfind(prefix, 0) == 0;
 }
 
+// A positive decimal number.
+bool ParseSubscription(const std::string& text, uint32_t* out) {
+    if (text.empty() || text.size() > 9) return false;
+    uint32_t value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        value = value * 10 + static_cast<uint32_t>(c - '0');
+    }
+    if (value == 0) return false;
+    *out = value;
+    return true;
+}
+
 // "pace=real&loop=1": sets the options, false on anything unknown.
 bool ParseFileOptions(const std::string& query, DiagSource* source) {
     size_t at = 0;
@@ -25,6 +38,8 @@ bool ParseFileOptions(const std::string& query, DiagSource* source) {
             source->loop = true;
         } else if (item == "loop=0") {
             source->loop = false;
+        } else if (item.rfind("sub=", 0) == 0) {
+            if (!ParseSubscription(item.substr(4), &source->subscription)) return false;
         } else if (!item.empty()) {
             return false;
         }
@@ -59,6 +74,13 @@ std::optional<DiagSource> ParseDiagSource(const std::string& text) {
 std::string DiagDeviceFromEnvironment() {
     const char* env = std::getenv(kDiagDeviceEnv);
     return (env != nullptr && *env != '\0') ? env : kDefaultDiagDevice;
+}
+
+uint32_t DiagSubscriptionFromEnvironment() {
+    const char* env = std::getenv(kDiagSubscriptionEnv);
+    uint32_t value = 0;
+    if (env == nullptr || !ParseSubscription(env, &value)) return 0;
+    return value;
 }
 
 }  // namespace dmux

@@ -1,6 +1,8 @@
 // The receiving half of a DIAG port: bytes in, log records of enabled codes
-// out. Deframes, parses, unwraps multi-SIM frames, filters by the log-code
-// mask and hands each record to the sink; 0x73 answers go to their own sink.
+// out. Deframes, parses, unwraps multi-SIM frames and keeps one
+// subscription's, filters by the log-code mask, brings each record to the
+// daemon's layout of its code (packet_versions/) and hands it to the sink;
+// 0x73 answers go to their own sink.
 #pragma once
 
 #include <cstdint>
@@ -10,26 +12,43 @@
 #include "platform/dmux/diag_packet.h"
 #include "platform/dmux/hdlc.h"
 #include "platform/dmux/log_code_mask.h"
+#include "platform/dmux/packet_versions/packet_translator.h"
+#include "platform/dmux/packet_versions/version_counts.h"
 
 namespace dmux {
 
 struct DiagStreamStats {
-    uint64_t log_packets = 0;  // good log frames, wrapped or not
-    uint64_t wrapped = 0;      // of those, inside a multi-SIM wrapper
-    uint64_t delivered = 0;    // passed the mask
-    uint64_t log_config = 0;   // 0x73 frames
-    uint64_t markers = 0;      // 0xEE EE frames
-    uint64_t other = 0;        // any other kind of frame
-    uint64_t malformed = 0;    // log frames too short for a record header
+    uint64_t log_packets = 0;         // good log frames, wrapped or not
+    uint64_t wrapped = 0;             // of those, inside a multi-SIM wrapper
+    uint64_t delivered = 0;           // passed the mask and the version check
+    uint64_t translated = 0;          // of those, rewritten into the daemon's layout
+    uint64_t dropped = 0;             // passed the mask, but of a version not deliverable
+    uint64_t other_subscription = 0;  // wrapped for a subscription not chosen
+    uint64_t log_config = 0;          // 0x73 frames
+    uint64_t markers = 0;             // 0xEE EE frames
+    uint64_t other = 0;               // any other kind of frame
+    uint64_t malformed = 0;           // log frames too short for a record header
 };
 
 class DiagStream {
   public:
+    // Multi-SIM frames: kFirstSubscription keeps the subscription of the
+    // first wrapped packet seen and skips every other one, so that the
+    // daemon never sees two modems' packets mixed.
+    static constexpr uint32_t kFirstSubscription = 0;
+
     using RecordSink = void (*)(void* context, uint16_t code, std::span<const uint8_t> record);
     using ConfigSink = std::function<void(std::span<const uint8_t> body)>;
 
     DiagStream(const LogCodeMask* mask, RecordSink sink, void* context)
         : mask_(mask), sink_(sink), context_(context) {}
+
+    void SetSubscription(uint32_t subscription) {
+        subscription_ = subscription;
+        subscription_chosen_ = subscription != kFirstSubscription;
+    }
+    // The subscription kept; 0 while none is chosen yet.
+    uint32_t subscription() const { return subscription_chosen_ ? subscription_ : 0; }
 
     void SetConfigSink(ConfigSink sink) { config_sink_ = std::move(sink); }
     // Called with every good log record before the mask (counts, tests).
@@ -45,6 +64,7 @@ class DiagStream {
 
     const HdlcStats& frames() const { return deframer_.stats(); }
     const DiagStreamStats& stats() const { return stats_; }
+    const VersionCounts& versions() const { return versions_; }
 
     // Handles one deframed body (also used for frames found another way).
     void OnFrame(std::span<const uint8_t> body);
@@ -57,6 +77,10 @@ class DiagStream {
     std::function<void(const DiagFrame&)> observer_;
     HdlcDeframer deframer_;
     DiagStreamStats stats_;
+    uint32_t subscription_ = kFirstSubscription;
+    bool subscription_chosen_ = false;
+    PacketTranslator translator_;
+    VersionCounts versions_;
 };
 
 }  // namespace dmux

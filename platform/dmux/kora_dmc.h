@@ -49,7 +49,11 @@ struct kora_dmc_stats {
     uint64_t frames_good;
     uint64_t frames_bad;
     uint64_t log_packets;
-    uint64_t delivered;
-    uint64_t replay_passes;  // completed passes over a capture file
+    uint64_t delivered;           // to the callback, translated or as they came
+    uint64_t translated;          // of those, rewritten into the daemon's layout
+    uint64_t dropped;             // enabled, but of a version that cannot be delivered
+    uint64_t other_subscription;  // multi-SIM packets of the subscription not kept
+    uint64_t replay_passes;       // completed passes over a capture file
+    int replay_percent;           // of the current pass; -1 when not replaying a file
 };
 int kora_dmc_get_stats(kora_dmc_stats* stats);

@@ -1,0 +1,336 @@
+#include "platform/dmux/packet_versions/packet_translator.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/dmux/packet_versions/target_layouts.h"
+
+namespace dmux {
+
+namespace {
+
+using namespace dmux::target;
+
+constexpr size_t kLogHeaderSize = 12;
+// The largest translated record: 0xB087 with 255 entries.
+constexpr size_t kMaxOutput = RlcDlStats::kHeaderSize + 255 * RlcDlStats::kEntrySize;
+
+// One field moved from a source layout to the daemon's: offsets and widths
+// in bytes. A wider unsigned source saturates at the target's maximum.
+struct Move {
+    uint16_t from;
+    uint8_t from_width;
+    uint16_t to;
+    uint8_t to_width;
+};
+
+uint64_t Load(const uint8_t* p, size_t width) {
+    uint64_t value = 0;
+    for (size_t i = 0; i < width; ++i) value |= static_cast<uint64_t>(p[i]) << (8 * i);
+    return value;
+}
+
+void Store(uint8_t* p, size_t width, uint64_t value) {
+    for (size_t i = 0; i < width; ++i) p[i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+// Bytes of the source a move list reads.
+template <size_t N>
+constexpr size_t SourceExtent(const Move (&moves)[N]) {
+    size_t end = 0;
+    for (const Move& m : moves) end = std::max<size_t>(end, m.from + m.from_width);
+    return end;
+}
+
+template <size_t N>
+void ApplyMoves(const Move (&moves)[N], const uint8_t* from, uint8_t* to) {
+    for (const Move& m : moves) {
+        uint64_t value = Load(from + m.from, m.from_width);
+        if (m.to_width < 8) {
+            uint64_t max = (uint64_t{1} << (8 * m.to_width)) - 1;
+            if (m.from_width > m.to_width && value > max) value = max;
+        }
+        Store(to + m.to, m.to_width, value);
+    }
+}
+
+template <class T>
+constexpr uint16_t At(rt::Field<T> f) {
+    return static_cast<uint16_t>(f.offset);
+}
+template <class T>
+constexpr uint8_t Width(rt::Field<T>) {
+    return sizeof(T);
+}
+template <class T>
+constexpr Move To(uint16_t from, uint8_t from_width, rt::Field<T> to) {
+    return {from, from_width, At(to), Width(to)};
+}
+
+// 0xB0C2 version 3: EARFCNs are 32 bits, everything after them moves by 4.
+constexpr Move kServingCellV3[] = {
+    To(13, 2, LteServingCell::kPci),           To(15, 4, LteServingCell::kDlEarfcn),
+    To(19, 4, LteServingCell::kUlEarfcn),      To(23, 1, LteServingCell::kDlBandwidthRb),
+    To(24, 1, LteServingCell::kUlBandwidthRb), To(25, 4, LteServingCell::kCellId),
+    To(29, 2, LteServingCell::kTac),           To(31, 4, LteServingCell::kBand),
+    To(35, 2, LteServingCell::kMcc),           To(37, 1, LteServingCell::kMncDigits),
+    To(38, 2, LteServingCell::kMnc),           To(40, 1, LteServingCell::kAllowedAccess),
+};
+constexpr size_t kServingCellV3Size = 41;
+static_assert(SourceExtent(kServingCellV3) == kServingCellV3Size);
+
+// 0xB179 version 4: serving-cell index at 16, then a 32-bit EARFCN at 20;
+// the rest of the serving cell's values follow it in the same order.
+constexpr Move kServingMeasV4[] = {
+    To(20, 4, LteServingMeasurements::kEarfcn),
+    To(24, 2, LteServingMeasurements::kPci),
+    To(26, 2, LteServingMeasurements::kSubframe),
+    To(28, 2, LteServingMeasurements::kRawRsrp),
+    To(30, 2, LteServingMeasurements::kRawRsrpDuplicate),
+    To(32, 2, LteServingMeasurements::kRawRsrq),
+    To(34, 2, LteServingMeasurements::kRawRsrqDuplicate),
+};
+constexpr rt::Field<uint8_t> kServingCellIndexV4{16};
+constexpr rt::Field<uint8_t> kNeighbourCountV4{36};
+constexpr rt::Field<uint8_t> kDetectedCountV4{37};
+constexpr size_t kServingMeasV4Header = 40;
+constexpr size_t kNeighbourV4Size = 12;
+constexpr size_t kDetectedV4Size = 16;
+
+// 0xB17F version 5: a 32-bit EARFCN at 16 and two spare bytes after the
+// PCI move the measurement words by 4.
+constexpr Move kServingRssiV5[] = {
+    To(16, 4, LteServingRssi::kEarfcn),       To(20, 2, LteServingRssi::kPci),
+    To(24, 4, LteServingRssi::kMeasuredRsrp), To(28, 4, LteServingRssi::kAverageRsrp),
+    To(32, 4, LteServingRssi::kRsrq),         To(36, 4, LteServingRssi::kRssiWord),
+};
+// The daemon reads up to the RSSI word.
+constexpr size_t kServingRssiV3Extent = 36;
+
+// 0xB087 subpacket version 3: 262-byte entries whose byte counters are 64
+// bits wide. Entry offsets.
+constexpr Move kRlcDlEntryV3[] = {
+    To(0, 1, RlcDlStats::kCfgIdx),
+    To(1, 1, RlcDlStats::kMode),
+    To(2, 4, RlcDlStats::kNumRst),
+    To(6, 4, RlcDlStats::kNumDataPdu),
+    To(10, 8, RlcDlStats::kDataPduBytes),
+    To(18, 4, RlcDlStats::kNumStatusRxed),
+    To(22, 8, RlcDlStats::kStatusRxedBytes),
+    To(30, 4, RlcDlStats::kNumInvalidPdu),
+    To(34, 8, RlcDlStats::kInvalidPduBytes),
+    To(42, 4, RlcDlStats::kNumRetxPdu),
+    To(46, 8, RlcDlStats::kRetxPduBytes),
+    To(54, 4, RlcDlStats::kNumDupPdu),
+    To(58, 8, RlcDlStats::kDupPduBytes),
+    To(66, 4, RlcDlStats::kNumDroppedPdu),
+    To(70, 8, RlcDlStats::kDroppedPduBytes),
+    To(78, 4, RlcDlStats::kNumDroppedPduFc),
+    To(82, 8, RlcDlStats::kDroppedPduFcBytes),
+    To(90, 4, RlcDlStats::kNumSdu),
+    To(94, 8, RlcDlStats::kSduBytes),
+    To(102, 4, RlcDlStats::kNumNonseqSdu),
+    To(106, 4, RlcDlStats::kNumCtrlPdu),
+    To(110, 4, RlcDlStats::kNumCompNack),
+    To(114, 4, RlcDlStats::kNumSegmNack),
+    To(118, 4, RlcDlStats::kNumTReordExp),
+};
+constexpr size_t kRlcDlEntryV3Size = 262;
+// The counters since the last reset, same order as in version 2: pairs of
+// (count, bytes) for eight kinds, then five counts. In version 3 they
+// start at 134 and the byte counters are 64 bits.
+constexpr size_t kRlcDlResetV3Start = 134;
+
+void TranslateRlcDlEntryV3(const uint8_t* from, uint8_t* to) {
+    ApplyMoves(kRlcDlEntryV3, from, to);
+    size_t src = kRlcDlResetV3Start;
+    size_t dst = RlcDlStats::kResetCountersStart;
+    for (size_t k = 0; k < RlcDlStats::kResetCounters; ++k) {
+        // Words 1, 3, ... 15 of the eight (count, bytes) pairs are bytes.
+        size_t width = (k < 16 && k % 2 == 1) ? 8 : 4;
+        uint64_t value = Load(from + src, width);
+        Store(to + dst, 4, std::min<uint64_t>(value, 0xFFFFFFFFu));
+        src += width;
+        dst += 4;
+    }
+}
+
+uint8_t ByteAt(std::span<const uint8_t> r, size_t offset) {
+    return offset < r.size() ? r[offset] : 0;
+}
+uint16_t U16At(std::span<const uint8_t> r, size_t offset) {
+    return offset + 2 <= r.size() ? static_cast<uint16_t>(Load(r.data() + offset, 2)) : 0;
+}
+
+constexpr KnownVersion kKnownVersions[] = {
+    {0xB0C2, {2, PacketVersion::kNone}, VersionVerdict::kAsIs},
+    {0xB0C2, {3, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB0EE, {2, PacketVersion::kNone}, VersionVerdict::kAsIs},
+    {0xB179, {LteServingMeasurements::kVersionValue, PacketVersion::kNone}, VersionVerdict::kAsIs},
+    {0xB179, {4, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB17F, {3, PacketVersion::kNone}, VersionVerdict::kAsIs},
+    {0xB17F, {5, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB081, {1, 1}, VersionVerdict::kAsIs},
+    {0xB091, {1, 1}, VersionVerdict::kAsIs},
+    // An NB-IoT modem's uplink configuration: no public layout found.
+    {0xB091, {1, 2}, VersionVerdict::kDropped},
+    {0xB087, {1, 2}, VersionVerdict::kAsIs},
+    {0xB087, {1, 3}, VersionVerdict::kTranslated},
+    {0xB087, {0x31, PacketVersion::kNone}, VersionVerdict::kDropped},
+    {0xB097, {1, 1}, VersionVerdict::kAsIs},
+};
+
+}  // namespace
+
+std::span<const KnownVersion> KnownVersions() {
+    return kKnownVersions;
+}
+
+PacketTranslator::PacketTranslator() : out_(kMaxOutput) {}
+
+Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> record) {
+    Translation t;
+    auto as_is = [&] {
+        t.verdict = VersionVerdict::kAsIs;
+        t.record = record;
+        return t;
+    };
+    auto drop = [&] {
+        t.verdict = VersionVerdict::kDropped;
+        t.record = {};
+        return t;
+    };
+    // A fixed-size target: zeroed, header copied, length and version set.
+    auto start_fixed = [&](size_t size, uint8_t version) {
+        std::memset(out_.data(), 0, size);
+        std::memcpy(out_.data(), record.data(), kLogHeaderSize);
+        Store(out_.data() + kRecordLength.offset, 2, size);
+        out_[kVersion.offset] = version;
+        t.verdict = VersionVerdict::kTranslated;
+        t.record = std::span<const uint8_t>(out_.data(), size);
+    };
+
+    switch (code) {
+        case LteServingCell::kCode:
+        case LteUeIdentity::kCode:
+        case LteServingMeasurements::kCode:
+        case LteServingRssi::kCode:
+        case RlcDlConfig::kCode:
+        case RlcUlConfig::kCode:
+        case RlcDlStats::kCode:
+        case RlcUlStats::kCode:
+            break;
+        default:
+            return as_is();  // no version byte, or no table for the code
+    }
+    if (record.size() <= kVersion.offset) return drop();
+    t.version.version = record[kVersion.offset];
+    const uint8_t version = record[kVersion.offset];
+
+    switch (code) {
+        case LteServingCell::kCode:
+            if (version == LteServingCell::kVersionValue)
+                return record.size() == LteServingCell::kSize ? as_is() : drop();
+            if (version == 3 && record.size() == kServingCellV3Size) {
+                start_fixed(LteServingCell::kSize, LteServingCell::kVersionValue);
+                ApplyMoves(kServingCellV3, record.data(), out_.data());
+                return t;
+            }
+            return drop();
+
+        case LteUeIdentity::kCode:
+            return version == LteUeIdentity::kVersionValue && record.size() >= LteUeIdentity::kSize
+                       ? as_is()
+                       : drop();
+
+        case LteServingMeasurements::kCode: {
+            if (version == LteServingMeasurements::kVersionValue)
+                return record.size() >= LteServingMeasurements::kNeighbourCount.offset ? as_is()
+                                                                                       : drop();
+            if (version != 4 || record.size() < kServingMeasV4Header) return drop();
+            // The neighbour and detected-cell lists must fit the record.
+            size_t lists = kNeighbourV4Size * record[kNeighbourCountV4.offset] +
+                           kDetectedV4Size * record[kDetectedCountV4.offset];
+            if (kServingMeasV4Header + lists > record.size()) return drop();
+            // A secondary cell's measurement would overwrite the primary's.
+            if ((record[kServingCellIndexV4.offset] & 0x7) != 0) return drop();
+            start_fixed(LteServingMeasurements::kSize, LteServingMeasurements::kVersionValue);
+            ApplyMoves(kServingMeasV4, record.data(), out_.data());
+            return t;
+        }
+
+        case LteServingRssi::kCode:
+            if (version == LteServingRssi::kVersionValue)
+                return record.size() >= kServingRssiV3Extent ? as_is() : drop();
+            if (version == 5 && record.size() >= SourceExtent(kServingRssiV5)) {
+                start_fixed(LteServingRssi::kSize, LteServingRssi::kVersionValue);
+                ApplyMoves(kServingRssiV5, record.data(), out_.data());
+                return t;
+            }
+            return drop();
+
+        default:
+            break;
+    }
+
+    // RLC codes: version 1 with one subpacket whose id is the code's own.
+    uint8_t sub_id = ByteAt(record, kSubpacketId.offset);
+    uint8_t sub_version = ByteAt(record, kSubpacketVersion.offset);
+    if (version != kRlcVersionValue) return drop();
+    if (record.size() > kSubpacketVersion.offset) t.version.subpacket = sub_version;
+    if (ByteAt(record, kSubpacketCount.offset) != 1) return drop();
+    size_t sub_size = U16At(record, kSubpacketSize.offset);
+    bool sub_fits =
+        record.size() >= kSubpacketStart + 4 && kSubpacketStart + sub_size <= record.size();
+
+    switch (code) {
+        case RlcDlConfig::kCode:
+        case RlcUlConfig::kCode: {
+            bool dl = code == RlcDlConfig::kCode;
+            uint8_t want_id = dl ? RlcDlConfig::kSubpacketIdValue : RlcUlConfig::kSubpacketIdValue;
+            if (sub_id != want_id || sub_version != 1 || !sub_fits) return drop();
+            if (record.size() < RlcDlConfig::kHeaderSize) return drop();
+            // The bearer list position the daemon computes must lie inside.
+            size_t list = 24 + 3 * size_t{record[21]};
+            return list < record.size() ? as_is() : drop();
+        }
+        case RlcUlStats::kCode: {
+            if (sub_id != RlcUlStats::kSubpacketIdValue ||
+                sub_version != RlcUlStats::kSubpacketVersionValue || !sub_fits ||
+                record.size() < RlcUlStats::kHeaderSize)
+                return drop();
+            size_t need = RlcUlStats::kHeaderSize +
+                          RlcUlStats::kEntrySize * record[RlcUlStats::kCount.offset];
+            return need <= kSubpacketStart + sub_size ? as_is() : drop();
+        }
+        case RlcDlStats::kCode: {
+            if (sub_id != RlcDlStats::kSubpacketIdValue || !sub_fits ||
+                record.size() < RlcDlStats::kHeaderSize)
+                return drop();
+            size_t count = record[RlcDlStats::kCount.offset];
+            size_t sub_end = kSubpacketStart + sub_size;
+            if (sub_version == RlcDlStats::kSubpacketVersionValue)
+                return RlcDlStats::kHeaderSize + RlcDlStats::kEntrySize * count <= sub_end ? as_is()
+                                                                                           : drop();
+            if (sub_version != 3 || RlcDlStats::kHeaderSize + kRlcDlEntryV3Size * count > sub_end)
+                return drop();
+            size_t size = RlcDlStats::kHeaderSize + RlcDlStats::kEntrySize * count;
+            std::memset(out_.data(), 0, size);
+            std::memcpy(out_.data(), record.data(), RlcDlStats::kHeaderSize);
+            Store(out_.data() + kRecordLength.offset, 2, size);
+            out_[kSubpacketVersion.offset] = RlcDlStats::kSubpacketVersionValue;
+            Store(out_.data() + kSubpacketSize.offset, 2, size - kSubpacketStart);
+            for (size_t i = 0; i < count; ++i)
+                TranslateRlcDlEntryV3(
+                    record.data() + RlcDlStats::kHeaderSize + kRlcDlEntryV3Size * i,
+                    out_.data() + RlcDlStats::kHeaderSize + RlcDlStats::kEntrySize * i);
+            t.verdict = VersionVerdict::kTranslated;
+            t.record = std::span<const uint8_t>(out_.data(), size);
+            return t;
+        }
+        default:
+            return drop();
+    }
+}
+
+}  // namespace dmux

@@ -1,0 +1,292 @@
+// The translator on packets built here: each known version's fields land
+// at the daemon's offsets, values that do not fit saturate, and packets
+// whose lengths or counts do not add up are dropped.
+#include "platform/dmux/packet_versions/packet_translator.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "platform/common/byte_layout.h"
+#include "platform/dmux/packet_versions/target_layouts.h"
+
+namespace dmux {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+namespace t = dmux::target;
+
+void Put(Bytes* b, size_t at, size_t width, uint64_t value) {
+    for (size_t i = 0; i < width; ++i) (*b)[at + i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+Bytes Record(uint16_t code, size_t size, uint8_t version) {
+    Bytes b(size, 0);
+    Put(&b, 0, 2, size);
+    Put(&b, 2, 2, code);
+    Put(&b, 4, 8, 0x0123456789ABCDEFull);
+    b[12] = version;
+    return b;
+}
+
+template <class T>
+T Get(std::span<const uint8_t> r, rt::Field<T> f) {
+    return rt::FieldReader(r).Get(f);
+}
+
+Bytes ServingCellV3(uint32_t dl, uint32_t ul) {
+    Bytes b = Record(0xB0C2, 41, 3);
+    Put(&b, 13, 2, 337);
+    Put(&b, 15, 4, dl);
+    Put(&b, 19, 4, ul);
+    b[23] = 100;
+    b[24] = 75;
+    Put(&b, 25, 4, 0x111B903);
+    Put(&b, 29, 2, 0x11D6);
+    Put(&b, 31, 4, 38);
+    Put(&b, 35, 2, 460);
+    b[37] = 2;
+    Put(&b, 38, 2, 7);
+    b[40] = 1;
+    return b;
+}
+
+TEST(PacketTranslatorTest, ServingCellV3LandsAtTheDaemonsOffsets) {
+    PacketTranslator translator;
+    Bytes in = ServingCellV3(37900, 37900);
+    Translation out = translator.Translate(0xB0C2, in);
+    ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
+    EXPECT_EQ(out.version.version, 3);
+    ASSERT_EQ(out.record.size(), t::LteServingCell::kSize);
+    EXPECT_EQ(Get(out.record, t::kRecordLength), 37);
+    EXPECT_EQ(Get(out.record, t::kVersion), 2);
+    EXPECT_EQ(Get(out.record, rt::Field<uint64_t>{4}), 0x0123456789ABCDEFull);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 337);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), 37900);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), 37900);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kDlBandwidthRb), 100);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kUlBandwidthRb), 75);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kCellId), 0x111B903u);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kTac), 0x11D6);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kBand), 38u);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kMcc), 460);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kMncDigits), 2);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kMnc), 7);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kAllowedAccess), 1);
+}
+
+// An EARFCN above 65535 (band 66 and up) has no 16-bit form: 0xFFFF, which
+// no EARFCN uses, says so; the rest of the cell is still delivered.
+TEST(PacketTranslatorTest, EarfcnAbove16BitsSaturates) {
+    struct Case {
+        uint32_t dl, ul;
+        uint16_t want_dl, want_ul;
+    };
+    const Case cases[] = {{65535, 0, 65535, 0},
+                          {65536, 131072, 0xFFFF, 0xFFFF},
+                          {66436, 132072, 0xFFFF, 0xFFFF},
+                          {1350, 19350, 1350, 19350}};
+    PacketTranslator translator;
+    for (const Case& c : cases) {
+        Bytes in = ServingCellV3(c.dl, c.ul);
+        Translation out = translator.Translate(0xB0C2, in);
+        ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
+        EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), c.want_dl) << c.dl;
+        EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), c.want_ul) << c.ul;
+        EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 337);
+    }
+}
+
+Bytes MeasV4(uint8_t cell_index, uint32_t earfcn, uint8_t neighbours, uint8_t detected,
+             size_t size) {
+    Bytes b = Record(0xB179, size, 4);
+    b[16] = cell_index;
+    Put(&b, 20, 4, earfcn);
+    Put(&b, 24, 2, 405);
+    Put(&b, 26, 2, 7);
+    Put(&b, 28, 2, 1336);
+    Put(&b, 32, 2, 294);
+    b[36] = neighbours;
+    b[37] = detected;
+    return b;
+}
+
+TEST(PacketTranslatorTest, ServingMeasurementsV4) {
+    PacketTranslator translator;
+    Bytes in = MeasV4(0, 5780, 1, 0, 52);
+    Translation out = translator.Translate(0xB179, in);
+    ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
+    ASSERT_EQ(out.record.size(), t::LteServingMeasurements::kSize);
+    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kEarfcn), 5780);
+    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kPci), 405);
+    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kSubframe), 7);
+    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kRawRsrp), 1336);
+    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kRawRsrq), 294);
+    // Neighbours are not carried over: the daemon reads none of this code.
+    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kNeighbourCount), 0);
+}
+
+// Verdicts for packets that must not reach the daemon, and a few that must.
+TEST(PacketTranslatorTest, VerdictTable) {
+    struct Case {
+        const char* what;
+        uint16_t code;
+        Bytes record;
+        VersionVerdict want;
+    };
+    Bytes v2_cell = Record(0xB0C2, 37, 2);
+    Bytes short_v3 = ServingCellV3(1, 1);
+    short_v3.resize(40);
+    Bytes long_v3 = ServingCellV3(1, 1);
+    long_v3.push_back(0);
+    const Case cases[] = {
+        {"v2 serving cell as is", 0xB0C2, v2_cell, VersionVerdict::kAsIs},
+        {"v2 serving cell cut short", 0xB0C2, Record(0xB0C2, 30, 2), VersionVerdict::kDropped},
+        {"v3 serving cell one byte short", 0xB0C2, short_v3, VersionVerdict::kDropped},
+        {"v3 serving cell one byte long", 0xB0C2, long_v3, VersionVerdict::kDropped},
+        {"unknown serving cell version", 0xB0C2, Record(0xB0C2, 41, 9), VersionVerdict::kDropped},
+        {"header only", 0xB0C2, Record(0xB0C2, 12, 0), VersionVerdict::kDropped},
+        {"secondary cell", 0xB179, MeasV4(1, 1975, 0, 0, 40), VersionVerdict::kDropped},
+        {"neighbours past the end", 0xB179, MeasV4(0, 1975, 2, 0, 52), VersionVerdict::kDropped},
+        {"neighbours and detected fit", 0xB179, MeasV4(0, 1975, 1, 1, 68),
+         VersionVerdict::kTranslated},
+        {"v4 measurement cut short", 0xB179, MeasV4(0, 1975, 0, 0, 39), VersionVerdict::kDropped},
+        {"UE identity v2", 0xB0EE, Record(0xB0EE, 31, 2), VersionVerdict::kAsIs},
+        {"UE identity v3", 0xB0EE, Record(0xB0EE, 31, 3), VersionVerdict::kDropped},
+        {"RSSI v3", 0xB17F, Record(0xB17F, 39, 3), VersionVerdict::kAsIs},
+        {"RSSI v5", 0xB17F, Record(0xB17F, 52, 5), VersionVerdict::kTranslated},
+        {"RSSI v5 cut short", 0xB17F, Record(0xB17F, 39, 5), VersionVerdict::kDropped},
+        {"RSSI v4", 0xB17F, Record(0xB17F, 52, 4), VersionVerdict::kDropped},
+        {"WCDMA code without version", 0x4125, Record(0x4125, 13, 0x77), VersionVerdict::kAsIs},
+        {"empty record of a code without version", 0x4110, Bytes{}, VersionVerdict::kAsIs},
+    };
+    PacketTranslator translator;
+    for (const Case& c : cases) {
+        Translation out = translator.Translate(c.code, c.record);
+        EXPECT_EQ(out.verdict, c.want) << c.what;
+        if (c.want == VersionVerdict::kDropped) {
+            EXPECT_TRUE(out.record.empty()) << c.what;
+        }
+        if (c.want == VersionVerdict::kAsIs) {
+            EXPECT_EQ(out.record.data(), c.record.data()) << c.what;
+        }
+    }
+}
+
+Bytes RlcDlStatsV3(uint8_t count, size_t sub_size, size_t record_size) {
+    Bytes b = Record(0xB087, record_size, 1);
+    b[13] = 1;
+    b[16] = 0x42;
+    b[17] = 3;
+    Put(&b, 18, 2, sub_size);
+    b[20] = count;
+    return b;
+}
+
+// 262-byte entries with 64-bit byte counters become 182-byte entries: the
+// counts move, a byte counter above 2^32 - 1 saturates.
+TEST(PacketTranslatorTest, RlcDlStatsV3EntriesBecomeV2) {
+    const size_t n = 2;
+    Bytes in = RlcDlStatsV3(n, 13 + 262 * n + 1, 16 + 13 + 262 * n + 1);
+    for (size_t i = 0; i < n; ++i) {
+        size_t e = 29 + 262 * i;
+        in[e] = static_cast<uint8_t>(3 + i);    // cfg idx
+        in[e + 1] = 1;                          // AM
+        Put(&in, e + 2, 4, 11);                 // resets
+        Put(&in, e + 6, 4, 1000 + i);           // data PDUs
+        Put(&in, e + 10, 8, 0x1'0000'0005ull);  // data bytes, above 32 bits
+        Put(&in, e + 18, 4, 22);                // status received
+        Put(&in, e + 22, 8, 77);                // status bytes
+        Put(&in, e + 42, 4, 33);                // retx PDUs
+        Put(&in, e + 90, 4, 44);                // SDUs
+        Put(&in, e + 118, 4, 55);               // t-reordering expiries
+        Put(&in, e + 134, 4, 66);               // data PDUs since reset
+        Put(&in, e + 138, 8, 99);               // their bytes
+        Put(&in, e + 246, 4, 88);               // t-reordering since reset
+    }
+    PacketTranslator translator;
+    Translation out = translator.Translate(0xB087, in);
+    ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
+    EXPECT_EQ(out.version.subpacket, 3);
+    ASSERT_EQ(out.record.size(), 29 + 182 * n);
+    EXPECT_EQ(Get(out.record, t::kRecordLength), 29 + 182 * n);
+    EXPECT_EQ(Get(out.record, t::kSubpacketVersion), 2);
+    EXPECT_EQ(Get(out.record, t::kSubpacketSize), 13 + 182 * n);
+    EXPECT_EQ(Get(out.record, t::RlcDlStats::kCount), n);
+    using E = t::RlcDlStats;
+    for (size_t i = 0; i < n; ++i) {
+        auto entry = out.record.subspan(29 + 182 * i, 182);
+        EXPECT_EQ(Get(entry, E::kCfgIdx), 3 + i);
+        EXPECT_EQ(Get(entry, E::kMode), 1);
+        EXPECT_EQ(Get(entry, E::kNumRst), 11u);
+        EXPECT_EQ(Get(entry, E::kNumDataPdu), 1000 + i);
+        EXPECT_EQ(Get(entry, E::kDataPduBytes), 0xFFFFFFFFu);
+        EXPECT_EQ(Get(entry, E::kNumStatusRxed), 22u);
+        EXPECT_EQ(Get(entry, E::kStatusRxedBytes), 77u);
+        EXPECT_EQ(Get(entry, E::kNumRetxPdu), 33u);
+        EXPECT_EQ(Get(entry, E::kNumSdu), 44u);
+        EXPECT_EQ(Get(entry, E::kNumTReordExp), 55u);
+        EXPECT_EQ(Get(entry, rt::Field<uint32_t>{E::kResetCountersStart}), 66u);
+        EXPECT_EQ(Get(entry, rt::Field<uint32_t>{E::kResetCountersStart + 4}), 99u);
+        EXPECT_EQ(Get(entry, rt::Field<uint32_t>{E::kResetCountersStart + 80}), 88u);
+    }
+}
+
+TEST(PacketTranslatorTest, RlcVerdictTable) {
+    Bytes count_past_subpacket = RlcDlStatsV3(3, 13 + 262 * 2, 16 + 13 + 262 * 3);
+    Bytes subpacket_past_record = RlcDlStatsV3(1, 13 + 262 + 100, 16 + 13 + 262);
+    Bytes two_subpackets = RlcDlStatsV3(0, 13, 29);
+    two_subpackets[13] = 2;
+    Bytes wrong_id = RlcDlStatsV3(0, 13, 29);
+    wrong_id[16] = 0x47;
+    Bytes pixel_layout = Record(0xB087, 596, 0x31);
+    Bytes ul = Record(0xB097, 25 + 126, 1);
+    ul[13] = 1;
+    ul[16] = 0x47;
+    ul[17] = 1;
+    Put(&ul, 18, 2, 9 + 126);
+    ul[20] = 1;
+    Bytes ul_count_too_big = ul;
+    ul_count_too_big[20] = 2;
+    struct Case {
+        const char* what;
+        uint16_t code;
+        Bytes record;
+        VersionVerdict want;
+    };
+    const Case cases[] = {
+        {"count past the subpacket", 0xB087, count_past_subpacket, VersionVerdict::kDropped},
+        {"subpacket past the record", 0xB087, subpacket_past_record, VersionVerdict::kDropped},
+        {"two subpackets", 0xB087, two_subpackets, VersionVerdict::kDropped},
+        {"wrong subpacket id", 0xB087, wrong_id, VersionVerdict::kDropped},
+        {"a layout without documentation", 0xB087, pixel_layout, VersionVerdict::kDropped},
+        {"empty statistics", 0xB087, RlcDlStatsV3(0, 13, 29), VersionVerdict::kTranslated},
+        {"uplink statistics", 0xB097, ul, VersionVerdict::kAsIs},
+        {"uplink count past the end", 0xB097, ul_count_too_big, VersionVerdict::kDropped},
+    };
+    PacketTranslator translator;
+    for (const Case& c : cases)
+        EXPECT_EQ(translator.Translate(c.code, c.record).verdict, c.want) << c.what;
+}
+
+// Every prefix of a translatable packet is either dropped or, for the
+// codes the library has no versions for, left alone; never read past.
+TEST(PacketTranslatorTest, EveryPrefixIsSafe) {
+    PacketTranslator translator;
+    const std::pair<uint16_t, Bytes> packets[] = {
+        {0xB0C2, ServingCellV3(5780, 23780)},
+        {0xB179, MeasV4(0, 5780, 1, 1, 68)},
+        {0xB087, RlcDlStatsV3(1, 13 + 262, 16 + 13 + 262)},
+        {0xB17F, Record(0xB17F, 40, 5)},
+    };
+    for (const auto& [code, packet] : packets) {
+        for (size_t n = 0; n < packet.size(); ++n) {
+            Bytes prefix(packet.begin(), packet.begin() + static_cast<long>(n));
+            EXPECT_EQ(translator.Translate(code, prefix).verdict, VersionVerdict::kDropped)
+                << std::hex << code << " cut to " << std::dec << n;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace dmux

@@ -1,0 +1,41 @@
+// Per log code and version: how many records went to the daemon as they
+// came, how many were translated into its layout and how many were
+// dropped. Kept by the reader thread; copied out for the stats object.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/dmux/packet_versions/packet_translator.h"
+
+namespace dmux {
+
+struct VersionCount {
+    uint16_t code = 0;
+    PacketVersion version;
+    uint64_t as_is = 0;
+    uint64_t translated = 0;
+    uint64_t dropped = 0;
+};
+
+class VersionCounts {
+  public:
+    void Count(uint16_t code, PacketVersion version, VersionVerdict verdict);
+    // Sorted by code, then version.
+    std::vector<VersionCount> Sorted() const;
+    uint64_t Total(VersionVerdict verdict) const;
+
+  private:
+    // Few distinct (code, version) pairs occur; the last one hit is
+    // checked first, as packets of one code often come in runs.
+    std::vector<VersionCount> entries_;
+    size_t last_ = 0;
+};
+
+// "v3", "v1/s3" (version 1, subpacket version 3), or "-" without a version.
+std::string VersionText(PacketVersion version);
+// {"B0C2":{"v3":{"as_is":0,"translated":62,"dropped":0}},...}
+std::string VersionCountsJson(const std::vector<VersionCount>& counts);
+
+}  // namespace dmux
