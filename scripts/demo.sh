@@ -122,3 +122,7 @@ if [ -n "$capture" ]; then
     echo "-- modemsim's capture playback:"
     grep -E 'diag capture' "$run/modemsim.log" | tail -n 3 || true
 fi
+
+echo
+echo "== what the DIAG library delivered, translated and dropped (per code and version) =="
+"$bin/fieldtest" dmstats || true
