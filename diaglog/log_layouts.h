@@ -190,7 +190,7 @@ struct LteUeIdentity {
     static constexpr size_t kSize = 31;
     static constexpr rt::Field<uint8_t> PlmnByte(size_t i) { return {16 + i}; }  // i < 3
     static constexpr rt::Field<uint8_t> kValid{19};                              // 1: valid
-    static constexpr rt::Field<uint8_t> kIdentityType{20};  // 1 IMSI, 6 GUTI
+    static constexpr rt::Field<uint8_t> kIdentityType{20};                       // 1 IMSI, 6 GUTI
     static constexpr rt::Field<uint16_t> kMmegi{24};
     static constexpr rt::Field<uint8_t> kMmec{26};
     static constexpr rt::Field<uint8_t> MTmsiByte(size_t i) { return {27 + i}; }  // i < 3
@@ -245,6 +245,15 @@ struct RlcConfig {
     static constexpr uint16_t kDlCode = 0xB081;
     static constexpr uint16_t kUlCode = 0xB091;
     static constexpr size_t kMaxListEntries = 15;
+    // A list entry's length follows its type and its direction; 15 entries of
+    // the longer type fill a direction's list area exactly.
+    struct ListShape {
+        size_t area;
+        size_t type1_length;
+        size_t type2_length;
+    };
+    static constexpr ListShape kDlList{135, 9, 8};
+    static constexpr ListShape kUlList{210, 14, 6};
     // Inside one list entry.
     static constexpr rt::Field<uint8_t> kEntryType{0};  // 1 or 2
     static constexpr rt::Field<uint8_t> kEntryCfgIdx{3};
