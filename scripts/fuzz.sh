@@ -71,6 +71,17 @@ printf '@control.5\nmsg::radiostats\nid::17\ndat:json:{"a":1}\n' >"$seeds/pps_se
 printf '@config\nmsg::x\nn:n:5\nb:b:true\nj:json:{"a":[1,2,{"b":null}]}\n' \
     >"$seeds/pps_decoder_fuzz/object"
 
+# The PDN and APN readers: devsim's connection status, interface object and
+# OMA-DM answer, each after the byte that picks its decoder.
+mkdir -p "$seeds/pdn_apn_readers_fuzz"
+printf '\x00@status\ncarrier_ims:json:{"apn":"vzwims","connected":true,"net_if":"rmnet0","net_if_IPv6":"rmnet0"}\ninternet:json:{"apn":"vzwinternet","connected":true,"net_if":"rmnet2","net_if_IPv6":"rmnet2"}\n' \
+    >"$seeds/pdn_apn_readers_fuzz/status"
+printf '\x01@rmnet2\nconnected:b:true\nip_addresses:json:["100.66.12.9/29","fe80::5c:2/64"]\nnameservers:json:["198.224.166.135","198.224.167.135"]\n' \
+    >"$seeds/pdn_apn_readers_fuzz/interface"
+printf '\x02@control\nres::get_leaf_node\nid::3323\ndat:json:{"value":"vzwinternet"}\n' \
+    >"$seeds/pdn_apn_readers_fuzz/leaf_answer"
+printf '\x02@control\nres::get_leaf_node\nid::3323\nerr:n:2\n' >"$seeds/pdn_apn_readers_fuzz/leaf_error"
+
 corpus=$build_dir/corpus
 crashes=$build_dir/crashes
 mkdir -p "$corpus" "$crashes"

@@ -9,8 +9,8 @@
 #include <cstring>
 
 #include "platform/pps/pps_client.h"
-#include "platform/pps/pps_decoder.h"
 #include "platform/qnx/waitfor.h"
+#include "service/pps_object_text.h"
 #include "service/report_writer.h"
 #include "service/tavora_errors.h"
 #include "service/tavora_log.h"
@@ -109,35 +109,19 @@ void GetHardwareID() {
     ::close(fd);
     if (n <= 0) return;
 
-    pps_decoder_t decoder;
-    int status = pps_decoder_initialize(&decoder, nullptr);
+    PpsObjectText deviceinfo(kHardwareIdName, buffer);
+    if (!deviceinfo.ok()) return;
+    const char* value = nullptr;
+    int status = pps_decoder_get_string(deviceinfo.decoder(), "HardwareID", &value);
     if (status != PPS_DECODER_OK) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : Tavora: Error in pps_decoder_initialize : %d\n", kHardwareIdName, status);
+              "%30s : Tavora: Error in pps_decoder_get_string to retrieve 'HardwareID' : %d\n",
+              kHardwareIdName, status);
         return;
     }
-    status = pps_decoder_parse_pps_str(&decoder, buffer);
-    if (status != PPS_DECODER_OK) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : Tavora: Error in pps_decoder_parse_pps_str : %d\n", kHardwareIdName, status);
-    } else if ((status = pps_decoder_push(&decoder, nullptr)) != PPS_DECODER_OK) {
-        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-              "%30s : Tavora: Error in pps_decoder_push : %d\n", kHardwareIdName, status);
-    } else {
-        const char* value = nullptr;
-        status = pps_decoder_get_string(&decoder, "HardwareID", &value);
-        if (status != PPS_DECODER_OK) {
-            slogf(kTavoraLogOpcode, kTavoraLogSeverity,
-                  "%30s : Tavora: Error in pps_decoder_get_string to retrieve 'HardwareID' : %d\n",
-                  kHardwareIdName, status);
-        } else {
-            // Only the first nine characters tell the device class apart.
-            std::strncpy(hardware_id, value, kHardwareIdLength);
-            hardware_id[kHardwareIdLength] = '\0';
-        }
-        pps_decoder_pop(&decoder);
-    }
-    pps_decoder_cleanup(&decoder);
+    // Only the first nine characters tell the device class apart.
+    std::strncpy(hardware_id, value, kHardwareIdLength);
+    hardware_id[kHardwareIdLength] = '\0';
 }
 
 void ClearEnsValue(int32_t config_fd) {

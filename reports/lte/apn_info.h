@@ -7,6 +7,7 @@
 
 #include <cstddef>
 
+class ReportWriter;
 struct TavoraContext;
 
 // The "internet" APN as last seen; starts as "vzwinternet".
@@ -24,6 +25,10 @@ inline constexpr int kOmadmOwedAnswersForgetMs = 10000;
 // "No data available!" for an error answer) to context->eutra_fd. Publishes
 // nothing when the control object is not open or no answer comes.
 void GetAPNInfo(const TavoraContext* context, const char* node, int entry);
+
+// The decoding behind GetAPNInfo: adds what an answer's text (at most 4095
+// bytes, terminated; decoded in place) says of the leaf to `report`.
+void AddLeafAnswerText(char* text, const char* node, int entry, ReportWriter& report);
 
 // Back to the start state (CurrentApnName, no answers owed). Tests only.
 void ResetApnInfo();

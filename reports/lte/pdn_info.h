@@ -18,3 +18,8 @@ void GetPDNInfo(const char* logical_name, int entry, ReportWriter& report);
 // object cannot be opened, 0 otherwise.
 int GetNetIpDnsIpInfo(const char* interface_name, const char** ipv4, const char** ipv6,
                       const char** nameservers);
+
+// The decoding behind the two readers, on an object's text as read (at most
+// 4095 bytes, terminated; decoded in place).
+void AddPdnFromStatusText(char* text, const char* logical_name, int entry, ReportWriter& report);
+void ReadInterfaceText(char* text, const char** ipv4, const char** ipv6, const char** nameservers);
