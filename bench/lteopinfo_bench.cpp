@@ -39,6 +39,13 @@ void BM_LteOpInfoRoundTrip(benchmark::State& state) {
     daemon.WriteConfig({"diaglogmask::1"});
     if (daemon.Request("radionwinfo", "1", std::nullopt, 5000).empty())
         return state.SkipWithError("radionwinfo got no reply");
+    // The path measured is the whole one: GERAN cells from modemsim and APN
+    // leaves from devsim are in the report.
+    daemon.Request("lteopinfo", "2", std::nullopt, 5000);
+    const std::string report = daemon.ReadObject(rt::test::kStatusEutraObject);
+    if (report.find("num_geran_meas:n:") == std::string::npos ||
+        report.find("lte_apn1_Id:") == std::string::npos)
+        return state.SkipWithError(("incomplete report:\n" + report).c_str());
 
     rt::test::PpsClientConnection control(rt::test::kControlObject, O_RDWR);
     if (!control.ok()) return state.SkipWithError("cannot open the control object");

@@ -32,7 +32,7 @@ TEST(NumberedArrayTable, EmptyArrayAndTwoDigitNumbers) {
     auto table = NumberedArrayTable("rlc_ul_srb_status", fifteen, 0);
     ASSERT_TRUE(table.has_value());
     // One row: num_poll10 to num_poll15 lose their two-digit numbers too.
-    EXPECT_NE(table->find("\n  num_poll     1   2"), std::string::npos) << *table;
+    EXPECT_NE(table->find("\n  num_poll    1   2   3"), std::string::npos) << *table;
     EXPECT_NE(table->find(" 15\n"), std::string::npos) << *table;
     EXPECT_EQ(table->find("num_poll1 "), std::string::npos) << *table;
 }
