@@ -258,6 +258,11 @@ TEST_F(RlcStatsTest, TwentyMatchingEntriesGiveFifteenObjects) {
     ASSERT_TRUE(drb.is_array()) << report;
     EXPECT_EQ(drb.size(), 15u);
     EXPECT_TRUE(drb[14].contains("rb_cfg_idx15"));
+    // Names are cut to the 24 characters of the name buffer: the longest
+    // counter keeps only the first digit of a two-digit number.
+    EXPECT_TRUE(drb[0].contains("num_invalid_ctrl_pdu_rx1"));
+    EXPECT_TRUE(drb[9].contains("num_invalid_ctrl_pdu_rx1"));
+    EXPECT_FALSE(drb[9].contains("num_invalid_ctrl_pdu_rx10"));
     EXPECT_EQ(Array(report, "rlc_ul_srb_status"), Json::array());
 }
 
