@@ -1,6 +1,7 @@
 #include "daemon/report_handlers.h"
 
 #include "reports/lte/get_3gpp2_info.h"
+#include "reports/lte/lte_op_info.h"
 #include "reports/wcdma/hspa_op_info.h"
 #include "reports/wcdma/radio_nw_info.h"
 #include "reports/wcdma/radio_stats.h"
@@ -12,6 +13,7 @@ void RegisterReportHandlers(PPSServer& server, TavoraContext* context) {
     server.PPSAddCommand("radionwinfo", GetRadioNwInfo, context);
     server.PPSAddCommand("radiostats", GetRadioStats, context);
     server.PPSAddCommand("hspaopinfo", GetHspaOpInfo, context);
+    server.PPSAddCommand("lteopinfo", GetLteOpInfo, context);
     server.PPSAddCommand("tchtxpwr", GetTchTxPwr, context);
     server.PPSAddCommand("3gpp2info", Get3GPP2Info, context);
 }

@@ -245,6 +245,15 @@ struct RlcConfig {
     static constexpr uint16_t kDlCode = 0xB081;
     static constexpr uint16_t kUlCode = 0xB091;
     static constexpr size_t kMaxListEntries = 15;
+    // A list entry's length follows its type and its direction; 15 entries of
+    // the longer type fill a direction's list area exactly.
+    struct ListShape {
+        size_t area;
+        size_t type1_length;
+        size_t type2_length;
+    };
+    static constexpr ListShape kDlList{135, 9, 8};
+    static constexpr ListShape kUlList{210, 14, 6};
     // Inside one list entry.
     static constexpr rt::Field<uint8_t> kEntryType{0};  // 1 or 2
     static constexpr rt::Field<uint8_t> kEntryCfgIdx{3};

@@ -103,6 +103,7 @@ void LogSnapshotStore::StoreRlcConfig(RlcConfigSnapshot* s, const uint8_t* packe
     }
     std::memset(s->rb_cfg_idx_table, 0xFF, sizeof s->rb_cfg_idx_table);
     std::memset(s->rb_kind_table, 0xFF, sizeof s->rb_kind_table);
+    ++s->generation;
 }
 
 void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet, size_t length) {
@@ -155,6 +156,39 @@ std::span<const uint8_t> LogSnapshotStore::Snapshot(uint16_t code) const {
         default:
             return {};
     }
+}
+
+RlcConfigView LogSnapshotStore::RlcConfigCopy(uint16_t code) const {
+    std::lock_guard<std::mutex> hold(mutex_);
+    const RlcConfigSnapshot* s = code == kLogCodeRlcDlConfig   ? &rlc_dl_config_
+                                 : code == kLogCodeRlcUlConfig ? &rlc_ul_config_
+                                                               : nullptr;
+    if (s == nullptr) return {};
+    RlcBearerTables tables;
+    std::copy_n(s->rb_cfg_idx_table, tables.cfg_idx.size(), tables.cfg_idx.begin());
+    std::copy_n(s->rb_kind_table, tables.kind.size(), tables.kind.begin());
+    return RlcConfigView({s->bytes, RlcConfigSnapshot::kHeaderSize}, s->rb_count(), s->rb_list(),
+                         tables, s->generation);
+}
+
+RlcStatsView LogSnapshotStore::RlcStatsCopy(uint16_t code) const {
+    std::lock_guard<std::mutex> hold(mutex_);
+    const RlcStatsSnapshot* s = code == kLogCodeRlcDlStats   ? &rlc_dl_stats_
+                                : code == kLogCodeRlcUlStats ? &rlc_ul_stats_
+                                                             : nullptr;
+    if (s == nullptr) return {};
+    return RlcStatsView(HasPacket(s->header, s->header_size), s->count(), s->entry_size,
+                        s->rlc_stats_entries, s->entries_size);
+}
+
+bool LogSnapshotStore::StoreRlcBearerTables(uint16_t code, uint64_t generation,
+                                            const RlcBearerTables& tables) {
+    std::lock_guard<std::mutex> hold(mutex_);
+    RlcConfigSnapshot* s = RlcConfig(code);
+    if (s == nullptr || s->generation != generation) return false;
+    std::copy(tables.cfg_idx.begin(), tables.cfg_idx.end(), s->rb_cfg_idx_table);
+    std::copy(tables.kind.begin(), tables.kind.end(), s->rb_kind_table);
+    return true;
 }
 
 RlcConfigSnapshot* LogSnapshotStore::RlcConfig(uint16_t code) {

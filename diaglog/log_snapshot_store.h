@@ -18,6 +18,7 @@
 #include <span>
 
 #include "diaglog/log_layouts.h"
+#include "diaglog/rlc_view.h"
 #include "diaglog/snapshot_view.h"
 
 // Fixed-size snapshots: the first `size` bytes of each packet of `code`.
@@ -73,6 +74,7 @@ struct RlcConfigSnapshot {
     static constexpr size_t kTableSize = 15;
 
     size_t rb_list_size = 0;  // 135 (0xB081) or 210 (0xB091)
+    uint64_t generation = 0;  // counts the packets stored, to tell copies apart
     uint8_t bytes[kRbListOffset + kMaxRbListSize] = {};
     uint8_t rb_cfg_idx_table[kTableSize] = {};
     uint8_t rb_kind_table[kTableSize] = {};
@@ -118,6 +120,15 @@ class LogSnapshotStore {
     // or RLC statistics header), taken under the lock; empty for a code the
     // store does not keep.
     SnapshotView View(uint16_t code) const;
+    // Stable copies of the RLC snapshots of `code`, taken under the lock;
+    // empty views for a code that is not one of them.
+    RlcConfigView RlcConfigCopy(uint16_t code) const;
+    RlcStatsView RlcStatsCopy(uint16_t code) const;
+    // Writes the bearer tables of configuration code `code`, unless a newer
+    // configuration packet (one after `generation`) has reset them since the
+    // copy they were worked out from was taken. False when not written.
+    bool StoreRlcBearerTables(uint16_t code, uint64_t generation, const RlcBearerTables& tables);
+
     // Hold mutex(). Null for the wrong code.
     RlcConfigSnapshot* RlcConfig(uint16_t code);
     RlcStatsSnapshot* RlcStats(uint16_t code);

@@ -223,6 +223,35 @@ TEST_F(LogSnapshotStoreTest, RlcStatsShorterThanTheHeader) {
     EXPECT_EQ(s->rlc_stats_entries, nullptr);
 }
 
+TEST_F(LogSnapshotStoreTest, RlcCopiesReadOnlyTheirOwnBytes) {
+    // Before any packet, and for a code that is no RLC code: empty copies.
+    EXPECT_FALSE(g_log_snapshot_store.RlcConfigCopy(0xB091).has_packet());
+    EXPECT_EQ(g_log_snapshot_store.RlcConfigCopy(0x4125).rb_list_size(), 0u);
+    EXPECT_EQ(g_log_snapshot_store.RlcStatsCopy(0xB081).Entry(0).size(), 0u);
+
+    for (auto [code, area] : {std::pair<uint16_t, size_t>{0xB081, 135}, {0xB091, 210}}) {
+        Deliver(code, Packet(code, 300));
+        RlcConfigView config = g_log_snapshot_store.RlcConfigCopy(code);
+        EXPECT_TRUE(config.has_packet());
+        EXPECT_EQ(config.rb_list_size(), area);
+        // An entry's fields are read from its position to the list's end, no further.
+        EXPECT_EQ(config.ListEntryAt(area - 1).size(), 1u);
+        EXPECT_EQ(config.ListEntryAt(area).size(), 0u);
+        EXPECT_EQ(config.ListEntryAt(area - 1).Read(log_layout::RlcConfig::kEntryCfgIdx),
+                  std::nullopt);
+        EXPECT_EQ(config.tables().kind[0], 0xFF);
+    }
+
+    Deliver(0xB097, StatsPacket(3, 3 * 126, 0xA1));
+    RlcStatsView stats = g_log_snapshot_store.RlcStatsCopy(0xB097);
+    Deliver(0xB097, StatsPacket(0, 0, 0));  // the copy keeps its share of the array
+    EXPECT_EQ(stats.count(), 3);
+    EXPECT_EQ(stats.Entry(2).size(), 126u);
+    EXPECT_EQ(stats.Entry(2).Get(rt::Field<uint8_t>{125}), 0xA1);
+    EXPECT_EQ(stats.Entry(3).size(), 0u);
+    EXPECT_EQ(stats.Entry(SIZE_MAX).size(), 0u);
+}
+
 TEST_F(LogSnapshotStoreTest, FreeRlcStatsEntriesNullsBothArrays) {
     Deliver(0xB097, StatsPacket(1, 126, 1));
     Bytes dl = Packet(0xB087, 29);

@@ -84,6 +84,14 @@ seed_translator
 # The WCDMA reports read log records and a measurement response: capture
 # bytes give them real records to start from.
 seed_captures wcdma_reports_fuzz ''
+# The LTE reports read whole records: the captures' real 0xB0C2, 0xB0EE,
+# 0xB179, 0xB17F and RLC records, taken out of their frames, behind a
+# type-4 measurement response.
+mkdir -p "$seeds/lte_reports_fuzz"
+if [ -d "$captures" ]; then
+    python3 "$root/scripts/lte_fuzz_seeds.py" "$seeds/lte_reports_fuzz" \
+        "$captures"/*.qmdl "$captures"/*.mi2log
+fi
 # One log packet body (10 00 len len, then a record of code 0x4125) and a
 # log-config answer, for the packet parser.
 printf '\x10\x00\x10\x00\x10\x00\x10\x00\x25\x41\x00\x00\x00\x00\x00\x00\x00\x00\x01\x02' \

@@ -24,6 +24,7 @@
 
 #include "platform/pps/pps_client.h"
 #include "platform/pps/ppsparse.h"
+#include "tools/fieldtest/numbered_array_table.h"
 
 namespace {
 
@@ -142,8 +143,16 @@ void PrintTable(const std::string& report, const std::vector<Attribute>& attrs) 
     for (const auto& a : attrs) width = std::max(width, a.name.size());
     std::printf("== %s ==\n", report.c_str());
     if (attrs.empty()) std::printf("  (empty)\n");
-    for (const auto& a : attrs)
+    for (const auto& a : attrs) {
+        // lteopinfo's RLC arrays are tables of bearers rather than one JSON line.
+        if (a.encoding == "json" && IsRlcStatusArray(a.name)) {
+            if (auto table = NumberedArrayTable(a.name, a.value, 2)) {
+                std::printf("%s", table->c_str());
+                continue;
+            }
+        }
         std::printf("  %-*s  %s\n", static_cast<int>(width), a.name.c_str(), a.value.c_str());
+    }
 }
 
 nlohmann::ordered_json ToJson(const std::vector<Attribute>& attrs) {

@@ -1,0 +1,39 @@
+// The lteopinfo report: the LTE serving cell and its signal, the WCDMA,
+// CDMA and GERAN neighbours seen from LTE, the RLC bearers and counters,
+// the UE identity, the OMA-DM settings of the four LTE APN entries and the
+// four packet-data connections, published to diag/status_eutra.
+//
+// Each publishing step below adds its attributes to the report in the
+// report's order; the handler runs them one after the other.
+#pragma once
+
+#include <cstdint>
+
+#include "qmi/vendor_requests.h"
+
+class PPSServer;
+class ReportWriter;
+
+// Resource blocks to MHz: 6, 15, 25, 50, 75, 100 give 1.4, 3, 5, 10, 15, 20;
+// any other count gives 0.
+double RbToBandwidthMhz(uint8_t resource_blocks);
+
+// The serving cell (0xB0C2), its measurements (0xB179), lte_nummeas and the
+// WCDMA (0xB19B) and CDMA (0xB185) neighbours.
+void PublishLteCellsAndNeighbours(ReportWriter& report);
+// Asks the modem for its GERAN neighbours (RAT type 4) and publishes them;
+// a failed request is logged and adds nothing.
+void publishLteIratGeranInfo(ReportWriter& report);
+// The same over a response already received: lte_geran_bsicN and
+// lte_geran_rssiN for the first seven present cells, then num_geran_meas;
+// nothing for a response that is not a valid type-4 payload.
+void PublishLteGeranNeighbours(ReportWriter& report, const RatMeasInfoResponse& response);
+// lte_serv_cell_rssi from 0xB17F (version 3 only).
+void PublishLteServCellRssi(ReportWriter& report);
+// The UE identity (0xB0EE) and the identities derived from it with the
+// serving cell's values.
+void PublishLteUeIdentity(ReportWriter& report);
+
+// Command handler of "lteopinfo"; arg is the TavoraContext.
+void GetLteOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
+                  const char* dat);

@@ -1,0 +1,75 @@
+// lteopinfo end to end with the phone's other services: ppsd, modemsim,
+// devsim (connection service, network interfaces, OMA-DM client) and
+// radio_tavora as processes. The GERAN cells come from modemsim's type-4
+// answer, the twenty APN leaves from devsim's OMA-DM client, the PDNs from
+// its connection service; the report's own attributes and the leaves' small
+// reports all land in diag/status_eutra.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "testsupport/child_process.h"
+#include "testsupport/daemon_fixture.h"
+#include "testsupport/report_harness.h"
+
+namespace {
+
+using rt::test::ChildProcess;
+using rt::test::DaemonFixture;
+using rt::test::DaemonOptions;
+using rt::test::LinesStartingWith;
+using Lines = std::vector<std::string>;
+
+TEST(LteOpInfoProcess, GeranApnLeavesAndPdnsFromTheServices) {
+    rt::test::TempDir dir;
+    ChildProcess modem({rt::test::BinPath("modemsim"), "--qmi", "unix:" + dir.file("qmi.sock"),
+                        "--diag", "unix:" + dir.file("diag.sock")});
+    ASSERT_TRUE(modem.WaitForStderr("modemsim: ready")) << modem.Stderr();
+    DaemonOptions options;
+    options.create_omadm_control = true;
+    options.env = {"QMI_DEVICE=unix:" + dir.file("qmi.sock"),
+                   "DIAG_DEVICE=unix:" + dir.file("diag.sock")};
+    DaemonFixture daemon(options);
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    // lteopinfo does not open the QMI client itself; radionwinfo does.
+    ASSERT_NE(daemon.Request("radionwinfo", "1", std::nullopt, 5000), "");
+
+    std::string reply = daemon.Request("lteopinfo", "2", std::nullopt, 5000);
+    ASSERT_NE(reply.find("res::lteopinfo\n"), std::string::npos) << reply;
+    std::string report = daemon.ReadObject(rt::test::kStatusEutraObject);
+
+    // modemsim's groups: (12, -955), (40, -701) and (7, -1020) in tenths of a dBm.
+    EXPECT_EQ(LinesStartingWith(report, "lte_geran_"),
+              (Lines{"lte_geran_bsic1:n:12", "lte_geran_rssi1:n:-95", "lte_geran_bsic2:n:40",
+                     "lte_geran_rssi2:n:-70", "lte_geran_bsic3:n:7", "lte_geran_rssi3:n:-102"}))
+        << report;
+    EXPECT_EQ(LinesStartingWith(report, "num_geran_meas"), Lines{"num_geran_meas:n:3"});
+
+    // Five leaves of each of the four entries, in the order asked.
+    Lines leaves = LinesStartingWith(report, "lte_apn");
+    Lines expected;
+    const char* names[] = {"vzwims", "vzwadmin", "vzwinternet", "vzwapp"};
+    for (int n = 1; n <= 4; ++n) {
+        const std::string entry = "lte_apn" + std::to_string(n) + "_";
+        expected.push_back(entry + "Id::" + std::to_string(n));
+        expected.push_back(entry + "Ip::" + (n == 1 ? "IPv6" : "IPv4v6"));
+        expected.push_back(entry + "Enabled::true");
+        expected.push_back(entry + "Timer::0");
+        expected.push_back(entry + "Name::" + names[n - 1]);
+    }
+    expected.push_back("lte_apn:: ");
+    std::sort(leaves.begin(), leaves.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(leaves, expected) << report;
+
+    // Connected PDNs only: carrier_ims (1) and internet (3).
+    EXPECT_EQ(LinesStartingWith(report, "apn1_name"), Lines{"apn1_name::vzwims"});
+    EXPECT_EQ(LinesStartingWith(report, "apn3_name"), Lines{"apn3_name::vzwinternet"});
+    EXPECT_TRUE(LinesStartingWith(report, "apn2_").empty()) << report;
+    EXPECT_TRUE(LinesStartingWith(report, "apn4_").empty()) << report;
+}
+
+}  // namespace
