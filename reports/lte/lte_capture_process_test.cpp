@@ -4,7 +4,9 @@
 // 0xB0C2 records describe (packet version 2, the layout the report reads).
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <chrono>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,5 +74,67 @@ TEST(LteCaptureProcess, ServingCellOfTheQmdlExample) {
                   "publishLteIratGeranInfo : Error in sending & processing RAT_MEAS_QMI req"),
               std::string::npos);
 }
+
+// Newer packet versions, brought to the report's layout by the DIAG
+// library: each capture's serving cell (and, where it has 0xB179, the
+// serving-cell measurement) as decoded independently of this code. A
+// capture is replayed whole, so the report shows one of its intact
+// packets; the PCI picks the packet and the rest must agree with it.
+struct CaptureCell {
+    const char* file;
+    Lines cell;        // attribute lines that must all be there together
+    int rsrp_low = 0;  // lte_rsrp bounds when the capture has 0xB179
+    int rsrp_high = 0;
+};
+
+class LteCaptureVersions : public testing::TestWithParam<CaptureCell> {};
+
+TEST_P(LteCaptureVersions, ReportShowsTheCapturesServingCell) {
+    if (!rt::test::HaveCaptures())
+        GTEST_SKIP() << "captures folder " << rt::test::CapturesDir() << " is absent";
+    const CaptureCell& capture = GetParam();
+    rt::test::TempDir dir;
+    DaemonOptions options;
+    options.env = {"DIAG_DEVICE=file:" + rt::test::CapturesDir() + "/" + capture.file,
+                   "QMI_DEVICE=unix:" + dir.file("no-modem.sock")};
+    DaemonFixture daemon(options);
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    std::string report = ReportHolding(daemon, capture.cell.front());
+    for (const std::string& line : capture.cell)
+        EXPECT_NE(report.find(line + "\n"), std::string::npos) << line << " in\n" << report;
+    if (capture.rsrp_low == 0) return;
+    Lines rsrp = LinesStartingWith(report, "lte_rsrp:n:");
+    ASSERT_EQ(rsrp.size(), 1u) << report;
+    int value = std::atoi(rsrp[0].c_str() + std::string("lte_rsrp:n:").size());
+    EXPECT_GE(value, capture.rsrp_low) << rsrp[0];
+    EXPECT_LE(value, capture.rsrp_high) << rsrp[0];
+}
+
+// RSRP bounds: the decoded dBm range, through the report's integer
+// division (raw / 16 truncated, then - 180).
+INSTANTIATE_TEST_SUITE_P(
+    Captures, LteCaptureVersions,
+    testing::Values(
+        CaptureCell{"mi-core_CMCC.mi2log",
+                    {"lte_pci:n:337", "lte_dl_freq:n:37900", "lte_band:n:38", "lte_mcc:n:460",
+                     "lte_mnc:n:0", "lte_tac:n:4566", "lte_cellid:n:17938691"}},
+        CaptureCell{"mi-core_tmobile.mi2log",
+                    {"lte_pci:n:42", "lte_dl_freq:n:2075", "lte_ul_freq:n:20075", "lte_band:n:4",
+                     "lte_mcc:n:310", "lte_mnc:n:260", "lte_tac:n:45057", "lte_cellid:n:5665794",
+                     "lte_earfcn:n:2075", "lte_phycellid:n:42"},
+                    -114,
+                    -109},
+        CaptureCell{"mi-core_Mi10_20201116_195935.mi2log",
+                    {"lte_pci:n:162", "lte_dl_freq:n:1350", "lte_ul_freq:n:19350", "lte_band:n:3",
+                     "lte_mcc:n:460", "lte_mnc:n:0"}},
+        CaptureCell{
+            "mi-core_ATT.mi2log", {"lte_phycellid:n:185", "lte_earfcn:n:5780"}, -110, -105}),
+    [](const testing::TestParamInfo<CaptureCell>& info) {
+        std::string name = info.param.file;
+        for (char& c : name)
+            if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+        return name;
+    });
 
 }  // namespace
