@@ -190,7 +190,7 @@ struct LteUeIdentity {
     static constexpr size_t kSize = 31;
     static constexpr rt::Field<uint8_t> PlmnByte(size_t i) { return {16 + i}; }  // i < 3
     static constexpr rt::Field<uint8_t> kValid{19};                              // 1: valid
-    static constexpr rt::Field<uint8_t> kIdentityType{20};  // 1 IMSI, 6 GUTI
+    static constexpr rt::Field<uint8_t> kIdentityType{20};                       // 1 IMSI, 6 GUTI
     static constexpr rt::Field<uint16_t> kMmegi{24};
     static constexpr rt::Field<uint8_t> kMmec{26};
     static constexpr rt::Field<uint8_t> MTmsiByte(size_t i) { return {27 + i}; }  // i < 3
@@ -245,6 +245,15 @@ struct RlcConfig {
     static constexpr uint16_t kDlCode = 0xB081;
     static constexpr uint16_t kUlCode = 0xB091;
     static constexpr size_t kMaxListEntries = 15;
+    // A list entry's length follows its type and its direction; 15 entries of
+    // the longer type fill a direction's list area exactly.
+    struct ListShape {
+        size_t area;
+        size_t type1_length;
+        size_t type2_length;
+    };
+    static constexpr ListShape kDlList{135, 9, 8};
+    static constexpr ListShape kUlList{210, 14, 6};
     // Inside one list entry.
     static constexpr rt::Field<uint8_t> kEntryType{0};  // 1 or 2
     static constexpr rt::Field<uint8_t> kEntryCfgIdx{3};
@@ -290,6 +299,25 @@ struct RlcDlStatsEntry {
     static constexpr rt::Field<uint32_t> kNumCompNack{78};
     static constexpr rt::Field<uint32_t> kNumSegmNack{82};
     static constexpr rt::Field<uint32_t> kNumTReordExp{86};
+};
+
+// The RLC packets as the modem sends them, before the store reshapes them.
+// A configuration packet puts `rb_count` after a run of 3-byte records
+// whose number is the packet's byte 21, and the bearer list right after
+// `rb_count`; a statistics packet puts its entry count at byte 20 and its
+// entries right after a header of 29 (downlink) or 25 (uplink) bytes.
+struct RlcConfigPacket {
+    static constexpr size_t kHeaderSize = 22;
+    static constexpr rt::Field<uint8_t> kSkipRecordCount{21};
+    static constexpr size_t kSkipRecordSize = 3;
+    static constexpr size_t RbCountOffset(size_t skip_records) {
+        return 24 + kSkipRecordSize * skip_records;
+    }
+};
+struct RlcStatsPacket {
+    static constexpr rt::Field<uint8_t> kEntryCount{20};
+    static constexpr size_t kDlHeaderSize = 29;
+    static constexpr size_t kUlHeaderSize = 25;
 };
 
 }  // namespace log_layout

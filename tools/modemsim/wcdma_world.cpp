@@ -1,48 +1,12 @@
 #include "tools/modemsim/wcdma_world.h"
 
 #include <algorithm>
-#include <cmath>
-#include <numbers>
+
+#include "tools/modemsim/world_support.h"
 
 namespace modemsim {
 
 namespace {
-
-int IntOr(const nlohmann::json& object, const char* key, int fallback) {
-    if (!object.is_object()) return fallback;
-    auto found = object.find(key);
-    return (found != object.end() && found->is_number()) ? found->get<int>() : fallback;
-}
-
-const nlohmann::json& Section(const nlohmann::json& object, const char* key) {
-    static const nlohmann::json kEmpty = nlohmann::json::object();
-    if (!object.is_object()) return kEmpty;
-    auto found = object.find(key);
-    return (found != object.end() && found->is_object()) ? *found : kEmpty;
-}
-
-const nlohmann::json& List(const nlohmann::json& object, const char* key) {
-    static const nlohmann::json kEmpty = nlohmann::json::array();
-    if (!object.is_object()) return kEmpty;
-    auto found = object.find(key);
-    return (found != object.end() && found->is_array()) ? *found : kEmpty;
-}
-
-// Drift on a sine: never more than `amplitude` from zero. Each series gets
-// its own phase so that the cells do not all rise and fall together.
-class Drift {
-  public:
-    Drift(double seconds, int period_ms) {
-        double period = std::max(1, period_ms) / 1000.0;
-        angle_ = 2 * std::numbers::pi * std::fmod(seconds, period) / period;
-    }
-    int Of(int amplitude, int series) const {
-        return static_cast<int>(std::lround(amplitude * std::sin(angle_ + 0.9 * series)));
-    }
-
-  private:
-    double angle_;
-};
 
 CqiType CqiTypeFrom(const std::string& text) {
     if (text == "B") return CqiType::kTypeB;
