@@ -27,20 +27,18 @@ int16_t ClampS16(int value) {
 }
 
 uint8_t IdentityType(const nlohmann::json& identity) {
-    auto found = identity.find("type");
-    if (found == identity.end()) return uint8_t(UeIdentityType::kGuti);
-    if (found->is_number()) return static_cast<uint8_t>(found->get<int>());
-    if (found->is_string() && found->get<std::string>() == "imsi")
-        return uint8_t(UeIdentityType::kImsi);
-    return uint8_t(UeIdentityType::kGuti);
+    int number = IntOr(identity, "type", -1);
+    if (number >= 0) return static_cast<uint8_t>(number);
+    return StringOr(identity, "type", "guti") == "imsi" ? uint8_t(UeIdentityType::kImsi)
+                                                        : uint8_t(UeIdentityType::kGuti);
 }
 
 RlcBearer BearerFrom(const nlohmann::json& entry) {
     RlcBearer bearer;
     bearer.cfg_idx = static_cast<uint8_t>(IntOr(entry, "cfg_idx", 0));
     bearer.rb_id = static_cast<uint8_t>(IntOr(entry, "rb_id", bearer.cfg_idx));
-    bearer.kind = entry.value("kind", std::string("drb")) == "srb" ? RbKind::kSrb : RbKind::kDrb;
-    bearer.mode = entry.value("mode", std::string("AM")) == "UM" ? RlcMode::kUm : RlcMode::kAm;
+    bearer.kind = StringOr(entry, "kind", "drb") == "srb" ? RbKind::kSrb : RbKind::kDrb;
+    bearer.mode = StringOr(entry, "mode", "AM") == "UM" ? RlcMode::kUm : RlcMode::kAm;
     return bearer;
 }
 
@@ -150,7 +148,7 @@ std::vector<uint8_t> LteState::PlmnOctets() const {
 LteWorld::LteWorld(const nlohmann::json& section)
     : settings_(DefaultLteScenario()), start_(std::chrono::steady_clock::now()) {
     if (section.is_object()) settings_.merge_patch(section);
-    enabled_ = settings_.value("enabled", true);
+    enabled_ = BoolOr(settings_, "enabled", true);
     period_ms_ = std::max(10, IntOr(settings_, "period_ms", 1000));
     handover_period_ms_ = std::max(1, IntOr(settings_, "handover_period_ms", 15000));
 }

@@ -69,7 +69,7 @@ nlohmann::json DefaultWcdmaScenario() {
 WcdmaWorld::WcdmaWorld(const nlohmann::json& section)
     : settings_(DefaultWcdmaScenario()), start_(std::chrono::steady_clock::now()) {
     if (section.is_object()) settings_.merge_patch(section);
-    enabled_ = settings_.value("enabled", true);
+    enabled_ = BoolOr(settings_, "enabled", true);
     period_ms_ = std::max(10, IntOr(settings_, "period_ms", 1000));
     handover_period_ms_ = std::max(1, IntOr(settings_, "handover_period_ms", 6000));
 }
@@ -126,7 +126,7 @@ WcdmaState WcdmaWorld::At(double seconds) const {
     out.lac = static_cast<uint16_t>(IntOr(identity, "lac", 0));
     out.rac = static_cast<uint8_t>(IntOr(identity, "rac", 0));
     out.ura = static_cast<uint16_t>(IntOr(identity, "ura", 0));
-    out.barred = identity.value("barred", false);
+    out.barred = BoolOr(identity, "barred", false);
 
     const nlohmann::json& reselection = Section(s, "reselection");
     out.qqualmin = IntOr(reselection, "qqualmin", -24);
@@ -134,7 +134,7 @@ WcdmaState WcdmaWorld::At(double seconds) const {
 
     const nlohmann::json& hspa = Section(s, "hspa");
     out.cqi_format = IntOr(hspa, "cqi_format", 1);
-    out.cqi_type = CqiTypeFrom(hspa.value("cqi_type", std::string("A")));
+    out.cqi_type = CqiTypeFrom(StringOr(hspa, "cqi_type", "A"));
     out.cqi = std::clamp(IntOr(hspa, "cqi", 0) + sine.Of(IntOr(drift, "cqi", 0), kDchSeries), 0,
                          out.cqi_format == 0 ? 255 : 30);
     out.hsdpa_rate = static_cast<uint16_t>(std::clamp(
