@@ -301,4 +301,23 @@ struct RlcDlStatsEntry {
     static constexpr rt::Field<uint32_t> kNumTReordExp{86};
 };
 
+// The RLC packets as the modem sends them, before the store reshapes them.
+// A configuration packet puts `rb_count` after a run of 3-byte records
+// whose number is the packet's byte 21, and the bearer list right after
+// `rb_count`; a statistics packet puts its entry count at byte 20 and its
+// entries right after a header of 29 (downlink) or 25 (uplink) bytes.
+struct RlcConfigPacket {
+    static constexpr size_t kHeaderSize = 22;
+    static constexpr rt::Field<uint8_t> kSkipRecordCount{21};
+    static constexpr size_t kSkipRecordSize = 3;
+    static constexpr size_t RbCountOffset(size_t skip_records) {
+        return 24 + kSkipRecordSize * skip_records;
+    }
+};
+struct RlcStatsPacket {
+    static constexpr rt::Field<uint8_t> kEntryCount{20};
+    static constexpr size_t kDlHeaderSize = 29;
+    static constexpr size_t kUlHeaderSize = 25;
+};
+
 }  // namespace log_layout

@@ -7,7 +7,10 @@
 #   scripts/demo.sh [--capture FILE] [--devsim-scenario FILE] [--rounds N] [--interval SEC]
 #
 #   --capture FILE  modemsim streams the log packets of this DIAG capture
-#                   (.qmdl/.mi2log) instead of its own scenario
+#                   (.qmdl/.mi2log) instead of its own scenario; a capture
+#                   with LTE packets (serving cell 0xB0C2, measurements
+#                   0xB179, UE identity 0xB0EE, RLC 0xB081/0xB087/...) is
+#                   replayed into the LTE report, lteopinfo, as well
 #   --devsim-scenario FILE  merged over devsim's built-in scenario
 #   --rounds N      rounds of reports to show (default 10; 0 = until Ctrl-C)
 #   --interval SEC  seconds between rounds (default 2)
@@ -24,7 +27,7 @@ while (($#)); do
         --devsim-scenario) devsim_scenario=$(realpath "$2"); shift 2 ;;
         --rounds) rounds=$2; shift 2 ;;
         --interval) interval=$2; shift 2 ;;
-        -h|--help) sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+        -h|--help) sed -n '2,16p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
         *) echo "demo: unknown option $1 (see --help)" >&2; exit 2 ;;
     esac
 done
@@ -108,16 +111,31 @@ if [ -n "$capture" ]; then
     echo "note: the WCDMA reports follow WCDMA log packets; the public captures hold"
     echo "      none, so their log values stay 'No data available!' while the modem's"
     echo "      measurements still come from modemsim's world. modemsim's progress"
-    echo "      through the capture is shown after the reports."
+    echo "      through the capture is shown after the reports. lteopinfo reads the"
+    echo "      capture's LTE packets; its GERAN neighbours still come from modemsim's"
+    echo "      LTE world."
+fi
+
+# The LTE report, once on its own: a daemon without it answers with an
+# error or not at all, and then the live rounds go on without it rather
+# than wait for it every round.
+reports=(radionwinfo radiostats hspaopinfo tchtxpwr 3gpp2info)
+echo
+echo "== the LTE report =="
+if "$bin/fieldtest" --timeout 3 lteopinfo; then
+    reports+=(lteopinfo)
+else
+    echo "demo: lteopinfo got no answer from this radio_tavora; the rounds go on without it"
 fi
 
 echo
 echo "== live reports (Ctrl-C to stop) =="
 watch_args=(--interval "$interval")
 ((rounds > 0)) && watch_args+=(--count "$rounds")
-# The WCDMA world moves: signal values drift, and every few seconds a soft
-# handover changes the active set.
-"$bin/fieldtest" watch "${watch_args[@]}" radionwinfo radiostats hspaopinfo tchtxpwr 3gpp2info || true
+# The worlds move. WCDMA: signal values drift, and every few seconds a soft
+# handover changes the active set. LTE: RSRP, RSRQ and the neighbours drift,
+# the RLC counters grow, and every 15 s the phone hands over to another PCI.
+"$bin/fieldtest" watch "${watch_args[@]}" "${reports[@]}" || true
 if [ -n "$capture" ]; then
     echo "-- modemsim's capture playback:"
     grep -E 'diag capture' "$run/modemsim.log" | tail -n 3 || true

@@ -12,11 +12,13 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include "platform/dmux/diag_connection.h"
 #include "platform/dmux/hdlc.h"
 #include "platform/dmux/log_code_mask.h"
+#include "tools/modemsim/lte_log_packets.h"
 #include "tools/modemsim/scenario.h"
 #include "tools/modemsim/wcdma_log_packets.h"
 
@@ -135,8 +137,11 @@ struct DiagSide::Session {
 };
 
 DiagSide::DiagSide(std::string endpoint, std::string capture, const nlohmann::json& section,
-                   std::shared_ptr<const WcdmaWorld> world)
-    : capture_(std::move(capture)), scenario_(DefaultDiagScenario()), world_(std::move(world)) {
+                   std::shared_ptr<const WcdmaWorld> world, std::shared_ptr<const LteWorld> lte)
+    : capture_(std::move(capture)),
+      scenario_(DefaultDiagScenario()),
+      world_(std::move(world)),
+      lte_(std::move(lte)) {
     path_ = endpoint.rfind("unix:", 0) == 0 ? endpoint.substr(5) : endpoint;
     if (section.is_object()) scenario_.merge_patch(section);
 }
@@ -374,12 +379,22 @@ void DiagSide::ProduceScenario(Session* session) {
         return true;
     };
 
-    // The world's codes, except those the records send.
-    bool world_on = world_ && world_->enabled();
-    std::chrono::milliseconds world_period(world_on ? world_->period_ms() : 0);
-    auto next_world = Clock::now();
-    auto send_world = [&] {
-        for (const LogPayload& packet : WcdmaLogPayloads(world_->At(world_->Elapsed()))) {
+    // The worlds' codes, each world at its own period, except the codes
+    // that the records send.
+    struct WorldSource {
+        std::function<std::vector<LogPayload>()> packets;
+        std::chrono::milliseconds period;
+        Clock::time_point next;
+    };
+    std::vector<WorldSource> worlds;
+    if (world_ && world_->enabled())
+        worlds.push_back({[this] { return WcdmaLogPayloads(world_->At(world_->Elapsed())); },
+                          std::chrono::milliseconds(world_->period_ms()), Clock::now()});
+    if (lte_ && lte_->enabled())
+        worlds.push_back({[this] { return LteLogPayloads(lte_->At(lte_->Elapsed())); },
+                          std::chrono::milliseconds(lte_->period_ms()), Clock::now()});
+    auto send_world = [&](const WorldSource& world) {
+        for (const LogPayload& packet : world.packets()) {
             bool scripted = std::any_of(records.begin(), records.end(),
                                         [&](const Periodic& r) { return r.code == packet.code; });
             if (!scripted && !send_record(packet.code, packet.payload)) return false;
@@ -408,13 +423,14 @@ void DiagSide::ProduceScenario(Session* session) {
             if (!send_record(r.code, r.payload)) return;
             r.next = now + std::chrono::milliseconds(r.period_ms);
         }
-        if (world_on && now >= next_world) {
-            if (!send_world()) return;
-            next_world = now + world_period;
+        for (WorldSource& world : worlds) {
+            if (now < world.next) continue;
+            if (!send_world(world)) return;
+            world.next = now + world.period;
         }
         auto wake = now + std::chrono::milliseconds(50);
         if (!steps.empty()) wake = std::min({wake, step_end, next_rrc});
-        if (world_on) wake = std::min(wake, next_world);
+        for (const WorldSource& world : worlds) wake = std::min(wake, world.next);
         if (!session->SleepUntil(wake)) return;
     }
 }

@@ -4,9 +4,10 @@
 // (each frame forwarded as it is in the file, bad ones included, paced by
 // the packets' timestamps and looping unless the scenario says otherwise)
 // or from its scenario (an RRC state timeline for 0x4125, any other
-// records it lists, and the log packets of a WCDMA world when it is given
-// one: see wcdma_log_packets.h; a code that the scenario's records name is
-// sent from the records only). Every command received is logged on stderr,
+// records it lists, and the log packets of a WCDMA world and of an LTE
+// world when it is given them: see wcdma_log_packets.h and
+// lte_log_packets.h; a code that the scenario's records name is sent from
+// the records only). Every command received is logged on stderr,
 // one line:
 //
 //   modemsim: diag rx log-config equip=7 last=0x74ff mask_bytes=479 set=38:63
@@ -33,6 +34,7 @@
 #include <vector>
 
 #include "platform/dmux/diag_packet.h"
+#include "tools/modemsim/lte_world.h"
 #include "tools/modemsim/wcdma_world.h"
 
 namespace modemsim {
@@ -43,9 +45,11 @@ class DiagSide {
   public:
     // endpoint: "unix:/path" or "/path". capture: a .qmdl/.mi2log file, or
     // empty for the scenario.
-    // world: logged every world->period_ms() while no capture is replayed.
+    // world, lte: each logged every period_ms() of its own while no capture
+    // is replayed.
     DiagSide(std::string endpoint, std::string capture, const nlohmann::json& scenario_diag_section,
-             std::shared_ptr<const WcdmaWorld> world = nullptr);
+             std::shared_ptr<const WcdmaWorld> world = nullptr,
+             std::shared_ptr<const LteWorld> lte = nullptr);
     ~DiagSide();
     DiagSide(const DiagSide&) = delete;
     DiagSide& operator=(const DiagSide&) = delete;
@@ -72,6 +76,7 @@ class DiagSide {
     std::string capture_;
     nlohmann::json scenario_;
     std::shared_ptr<const WcdmaWorld> world_;
+    std::shared_ptr<const LteWorld> lte_;
     std::vector<CaptureFrame> frames_;
     int listen_fd_ = -1;
     std::atomic<bool> stopping_{false};

@@ -17,6 +17,7 @@
 #include "platform/qmi_client/qmi_client.h"
 #include "platform/qmi_client/transport.h"
 #include "tools/modemsim/diag_side.h"
+#include "tools/modemsim/lte_world.h"
 #include "tools/modemsim/qmi_side.h"
 #include "tools/modemsim/scenario.h"
 #include "tools/modemsim/wcdma_world.h"
@@ -103,17 +104,20 @@ int main(int argc, char** argv) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
-    // One WCDMA world for both sides, so QMI and DIAG name the same cells.
+    // One WCDMA and one LTE world for both sides, so QMI and DIAG name the
+    // same cells.
     auto world = std::make_shared<const modemsim::WcdmaWorld>(
         scenario.value("wcdma", nlohmann::json::object()));
-    modemsim::QmiSide qmi(options.qmi, scenario.value("qmi", nlohmann::json::object()), world);
+    auto lte =
+        std::make_shared<const modemsim::LteWorld>(scenario.value("lte", nlohmann::json::object()));
+    modemsim::QmiSide qmi(options.qmi, scenario.value("qmi", nlohmann::json::object()), world, lte);
     if (!qmi.Start(&error)) {
         std::fprintf(stderr, "modemsim: %s\n", error.c_str());
         return 1;
     }
 
     modemsim::DiagSide diag(options.diag, options.capture,
-                            scenario.value("diag", nlohmann::json::object()), world);
+                            scenario.value("diag", nlohmann::json::object()), world, lte);
     if (!diag.Start(&error)) {
         std::fprintf(stderr, "modemsim: %s\n", error.c_str());
         qmi.Stop();

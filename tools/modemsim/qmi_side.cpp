@@ -51,9 +51,9 @@ std::vector<uint8_t> ResultTlvs(uint16_t result, uint16_t error) {
 }  // namespace
 
 QmiSide::QmiSide(std::string endpoint, const nlohmann::json& qmi_section,
-                 std::shared_ptr<const WcdmaWorld> world)
+                 std::shared_ptr<const WcdmaWorld> world, std::shared_ptr<const LteWorld> lte)
     : endpoint_text_(std::move(endpoint)),
-      vendor_(qmi_section, std::move(world)),
+      vendor_(qmi_section, std::move(world), std::move(lte)),
       services_(qmi_section.value("services", nlohmann::json::array())),
       reset_down_ms_(qmi_section.value("reset_down_ms", 1000)) {}
 

@@ -19,9 +19,11 @@ namespace modemsim {
 
 class QmiSide {
   public:
-    // With a world, RAT measurements of type 3 measure it (vendor_service.h).
+    // With worlds, RAT measurements of type 3 measure the WCDMA world and
+    // those of type 4 the LTE world (vendor_service.h).
     QmiSide(std::string endpoint, const nlohmann::json& qmi_section,
-            std::shared_ptr<const WcdmaWorld> world = nullptr);
+            std::shared_ptr<const WcdmaWorld> world = nullptr,
+            std::shared_ptr<const LteWorld> lte = nullptr);
     ~QmiSide();
 
     bool Start(std::string* error);

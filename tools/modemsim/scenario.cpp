@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "tools/modemsim/lte_world.h"
 #include "tools/modemsim/wcdma_world.h"
 
 namespace modemsim {
@@ -11,8 +12,9 @@ namespace modemsim {
 nlohmann::json DefaultScenario() {
     // A CDMA/UMTS/LTE phone on a quiet bench: one serving WCDMA cell with a
     // neighbour, an LTE cell with a few GERAN neighbours, a CDMA identity.
-    // The static "umts" values answer a QMI side without a world; the
-    // modemsim process measures its moving "wcdma" world (wcdma_world.h).
+    // The static "umts" and "lte_geran" values answer a QMI side without a
+    // world; the modemsim process measures its moving "wcdma" and "lte"
+    // worlds (wcdma_world.h, lte_world.h).
     return nlohmann::json::parse(R"json({
       "qmi": {
         "reset_down_ms": 1000,
@@ -37,7 +39,8 @@ nlohmann::json DefaultScenario() {
         "raw_response": {}
       },
       "diag": {},
-      "wcdma": {}
+      "wcdma": {},
+      "lte": {}
     })json");
 }
 
@@ -57,19 +60,23 @@ bool LoadScenario(const std::string& path, nlohmann::json* scenario, std::string
         }
         scenario->merge_patch(patch);
     }
-    // With the WCDMA world on, type-3 measurements come from the world and
-    // qmi.umts holds only what the file says to lay over it; the default's
-    // static values serve a QMI side that runs without a world.
-    if (WcdmaWorld(scenario->value("wcdma", nlohmann::json::object())).enabled()) {
+    // With a world on, its measurement type comes from the world and the
+    // qmi section holds only what the file says to lay over it; the
+    // default's static values serve a QMI side that runs without a world.
+    auto keep_files_own = [&](const char* key) {
         const nlohmann::json* named = nullptr;
-        if (patch.contains("qmi") && patch["qmi"].is_object() && patch["qmi"].contains("umts"))
-            named = &patch["qmi"]["umts"];
+        if (patch.contains("qmi") && patch["qmi"].is_object() && patch["qmi"].contains(key))
+            named = &patch["qmi"][key];
         if (named != nullptr && named->is_object()) {
-            (*scenario)["qmi"]["umts"] = *named;
+            (*scenario)["qmi"][key] = *named;
         } else {
-            (*scenario)["qmi"].erase("umts");
+            (*scenario)["qmi"].erase(key);
         }
-    }
+    };
+    if (WcdmaWorld(scenario->value("wcdma", nlohmann::json::object())).enabled())
+        keep_files_own("umts");
+    if (LteWorld(scenario->value("lte", nlohmann::json::object())).enabled())
+        keep_files_own("lte_geran");
     return true;
 }
 

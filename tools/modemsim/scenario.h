@@ -15,7 +15,8 @@ nlohmann::json DefaultScenario();
 // The default with the file merged over it; false with a message when the
 // file cannot be read or is not a JSON object. While the "wcdma" world is
 // enabled, the result's qmi.umts is the file's own qmi.umts (or none), to
-// be laid over the world's measurement rather than the default's values.
+// be laid over the world's measurement rather than the default's values;
+// likewise qmi.lte_geran while the "lte" world is enabled.
 bool LoadScenario(const std::string& path, nlohmann::json* scenario, std::string* error);
 
 // Message ids as JSON keys: "0x1f", "31".

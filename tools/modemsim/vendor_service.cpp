@@ -116,8 +116,9 @@ std::optional<uint8_t> FirstArgument(std::span<const uint8_t> tlvs) {
 
 }  // namespace
 
-VendorService::VendorService(nlohmann::json qmi_section, std::shared_ptr<const WcdmaWorld> world)
-    : qmi_(std::move(qmi_section)), world_(std::move(world)) {
+VendorService::VendorService(nlohmann::json qmi_section, std::shared_ptr<const WcdmaWorld> world,
+                             std::shared_ptr<const LteWorld> lte)
+    : qmi_(std::move(qmi_section)), world_(std::move(world)), lte_(std::move(lte)) {
     states_ = qmi_.contains("states") ? qmi_["states"] : nlohmann::json::object();
 }
 
@@ -132,17 +133,22 @@ const nlohmann::json* VendorService::PerMessage(const char* table, uint16_t mess
 }
 
 std::vector<uint8_t> VendorService::RatMeasValue(uint8_t rat_type) const {
-    return RatMeasValueAt(rat_type, world_ ? world_->Elapsed() : 0.0);
+    double seconds = 0.0;
+    if (rat_type == 3 && world_) seconds = world_->Elapsed();
+    if (rat_type == 4 && lte_) seconds = lte_->Elapsed();
+    return RatMeasValueAt(rat_type, seconds);
 }
 
 std::vector<uint8_t> VendorService::RatMeasValueAt(uint8_t rat_type, double world_seconds) const {
     Payload payload;
     const char* section = rat_type == 3 ? "umts" : rat_type == 4 ? "lte_geran" : nullptr;
-    bool measured = rat_type == 3 && world_ && world_->enabled();
+    bool measured = (rat_type == 3 && world_ && world_->enabled()) ||
+                    (rat_type == 4 && lte_ && lte_->enabled());
     if (section == nullptr || (!measured && !qmi_.contains(section)))
         return payload.Take();  // nothing present
-    nlohmann::json values =
-        measured ? UmtsMeasurementJson(world_->At(world_seconds)) : nlohmann::json::object();
+    nlohmann::json values = nlohmann::json::object();
+    if (measured && rat_type == 3) values = UmtsMeasurementJson(world_->At(world_seconds));
+    if (measured && rat_type == 4) values = LteGeranMeasurementJson(lte_->At(world_seconds));
     if (qmi_.contains(section)) values.merge_patch(qmi_[section]);
     payload.U8(10, IntOr(values, "present", 1));
     payload.U8(11, rat_type);

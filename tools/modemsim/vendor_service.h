@@ -8,6 +8,10 @@
 // request, with the "umts" section's keys, when it has any, laid over the
 // world's (a list given there replaces the world's list whole), so a
 // scenario that names a value still gets exactly that value.
+//
+// RAT measurements of type 4 likewise: from the "lte_geran" section without
+// an LTE world, from the world's GERAN neighbours (lte_world.h) with one,
+// the section's keys laid over them.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +21,7 @@
 #include <span>
 #include <vector>
 
+#include "tools/modemsim/lte_world.h"
 #include "tools/modemsim/wcdma_world.h"
 
 namespace modemsim {
@@ -50,7 +55,8 @@ struct Reply {
 class VendorService {
   public:
     explicit VendorService(nlohmann::json qmi_section,
-                           std::shared_ptr<const WcdmaWorld> world = nullptr);
+                           std::shared_ptr<const WcdmaWorld> world = nullptr,
+                           std::shared_ptr<const LteWorld> lte = nullptr);
 
     Reply Answer(uint16_t message_id, std::span<const uint8_t> request_tlvs);
 
@@ -60,7 +66,8 @@ class VendorService {
 
     // The measurement TLV's value for a RAT type (1321 bytes).
     std::vector<uint8_t> RatMeasValue(uint8_t rat_type) const;
-    // The same with the world taken `world_seconds` after it began.
+    // The same with the world (WCDMA for type 3, LTE for type 4) taken
+    // `world_seconds` after it began.
     std::vector<uint8_t> RatMeasValueAt(uint8_t rat_type, double world_seconds) const;
     // The misc-information TLVs (0x10 to 0x14), without the result TLV.
     std::vector<uint8_t> MiscInfoTlvs() const;
@@ -70,6 +77,7 @@ class VendorService {
 
     nlohmann::json qmi_;
     std::shared_ptr<const WcdmaWorld> world_;
+    std::shared_ptr<const LteWorld> lte_;
     nlohmann::json states_;
     int ens_ = -1;
     std::map<uint16_t, size_t> raw_turns_;

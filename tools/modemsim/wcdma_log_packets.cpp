@@ -6,23 +6,7 @@ namespace modemsim {
 
 namespace {
 
-// A zero-filled payload of fixed size written at named offsets; a write
-// past its end is dropped, so a long list can never overrun it.
-class Payload {
-  public:
-    explicit Payload(size_t size) : bytes_(size, 0) {}
-    void U8(size_t offset, unsigned value) { Put(offset, 1, value); }
-    void U16(size_t offset, unsigned value) { Put(offset, 2, value); }
-    void U32(size_t offset, uint32_t value) { Put(offset, 4, value); }
-    std::vector<uint8_t> Take() { return std::move(bytes_); }
-
-  private:
-    void Put(size_t offset, size_t width, uint32_t value) {
-        if (offset + width > bytes_.size()) return;
-        for (size_t i = 0; i < width; ++i) bytes_[offset + i] = uint8_t(value >> (8 * i));
-    }
-    std::vector<uint8_t> bytes_;
-};
+using Payload = PayloadWriter;
 
 // Payload sizes: what the daemon keeps of each code, less the 12-byte header.
 constexpr size_t kActiveSetSize = 75;

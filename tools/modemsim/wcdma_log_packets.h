@@ -31,17 +31,12 @@
 #pragma once
 
 #include <cstdint>
-#include <utility>
 #include <vector>
 
+#include "tools/modemsim/log_payload.h"
 #include "tools/modemsim/wcdma_world.h"
 
 namespace modemsim {
-
-struct LogPayload {
-    uint16_t code;
-    std::vector<uint8_t> payload;
-};
 
 // Every code above, in the order of the table.
 std::vector<LogPayload> WcdmaLogPayloads(const WcdmaState& state);

@@ -1,48 +1,12 @@
 #include "tools/modemsim/wcdma_world.h"
 
 #include <algorithm>
-#include <cmath>
-#include <numbers>
+
+#include "tools/modemsim/world_support.h"
 
 namespace modemsim {
 
 namespace {
-
-int IntOr(const nlohmann::json& object, const char* key, int fallback) {
-    if (!object.is_object()) return fallback;
-    auto found = object.find(key);
-    return (found != object.end() && found->is_number()) ? found->get<int>() : fallback;
-}
-
-const nlohmann::json& Section(const nlohmann::json& object, const char* key) {
-    static const nlohmann::json kEmpty = nlohmann::json::object();
-    if (!object.is_object()) return kEmpty;
-    auto found = object.find(key);
-    return (found != object.end() && found->is_object()) ? *found : kEmpty;
-}
-
-const nlohmann::json& List(const nlohmann::json& object, const char* key) {
-    static const nlohmann::json kEmpty = nlohmann::json::array();
-    if (!object.is_object()) return kEmpty;
-    auto found = object.find(key);
-    return (found != object.end() && found->is_array()) ? *found : kEmpty;
-}
-
-// Drift on a sine: never more than `amplitude` from zero. Each series gets
-// its own phase so that the cells do not all rise and fall together.
-class Drift {
-  public:
-    Drift(double seconds, int period_ms) {
-        double period = std::max(1, period_ms) / 1000.0;
-        angle_ = 2 * std::numbers::pi * std::fmod(seconds, period) / period;
-    }
-    int Of(int amplitude, int series) const {
-        return static_cast<int>(std::lround(amplitude * std::sin(angle_ + 0.9 * series)));
-    }
-
-  private:
-    double angle_;
-};
 
 CqiType CqiTypeFrom(const std::string& text) {
     if (text == "B") return CqiType::kTypeB;
@@ -105,7 +69,7 @@ nlohmann::json DefaultWcdmaScenario() {
 WcdmaWorld::WcdmaWorld(const nlohmann::json& section)
     : settings_(DefaultWcdmaScenario()), start_(std::chrono::steady_clock::now()) {
     if (section.is_object()) settings_.merge_patch(section);
-    enabled_ = settings_.value("enabled", true);
+    enabled_ = BoolOr(settings_, "enabled", true);
     period_ms_ = std::max(10, IntOr(settings_, "period_ms", 1000));
     handover_period_ms_ = std::max(1, IntOr(settings_, "handover_period_ms", 6000));
 }
@@ -162,7 +126,7 @@ WcdmaState WcdmaWorld::At(double seconds) const {
     out.lac = static_cast<uint16_t>(IntOr(identity, "lac", 0));
     out.rac = static_cast<uint8_t>(IntOr(identity, "rac", 0));
     out.ura = static_cast<uint16_t>(IntOr(identity, "ura", 0));
-    out.barred = identity.value("barred", false);
+    out.barred = BoolOr(identity, "barred", false);
 
     const nlohmann::json& reselection = Section(s, "reselection");
     out.qqualmin = IntOr(reselection, "qqualmin", -24);
@@ -170,7 +134,7 @@ WcdmaState WcdmaWorld::At(double seconds) const {
 
     const nlohmann::json& hspa = Section(s, "hspa");
     out.cqi_format = IntOr(hspa, "cqi_format", 1);
-    out.cqi_type = CqiTypeFrom(hspa.value("cqi_type", std::string("A")));
+    out.cqi_type = CqiTypeFrom(StringOr(hspa, "cqi_type", "A"));
     out.cqi = std::clamp(IntOr(hspa, "cqi", 0) + sine.Of(IntOr(drift, "cqi", 0), kDchSeries), 0,
                          out.cqi_format == 0 ? 255 : 30);
     out.hsdpa_rate = static_cast<uint16_t>(std::clamp(

@@ -1,0 +1,76 @@
+// What modemsim's worlds share: reading a scenario section that may lack
+// any key, and the sine every value of a world drifts on.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <numbers>
+#include <string>
+
+namespace modemsim {
+
+// A number of `object`, or `fallback` when it is missing or not a number;
+// a number out of range is clamped to it rather than cast into garbage.
+inline int64_t Int64Or(const nlohmann::json& object, const char* key, int64_t fallback) {
+    if (!object.is_object()) return fallback;
+    auto found = object.find(key);
+    if (found == object.end() || !found->is_number()) return fallback;
+    if (found->is_number_unsigned())
+        return int64_t(std::min<uint64_t>(found->get<uint64_t>(), INT64_MAX));
+    if (found->is_number_integer()) return found->get<int64_t>();
+    return int64_t(std::clamp(found->get<double>(), -9.0e18, 9.0e18));
+}
+// As an int within +-10^9, so that a base and its drift add up without
+// overflowing whatever the scenario says.
+inline constexpr int64_t kIntLimit = 1'000'000'000;
+inline int IntOr(const nlohmann::json& object, const char* key, int fallback) {
+    return int(std::clamp<int64_t>(Int64Or(object, key, fallback), -kIntLimit, kIntLimit));
+}
+
+// A text or a flag of `object`, or `fallback` when it is missing or of
+// another type: a scenario with a wrong type falls back, never throws.
+inline std::string StringOr(const nlohmann::json& object, const char* key,
+                            const std::string& fallback) {
+    if (!object.is_object()) return fallback;
+    auto found = object.find(key);
+    return (found != object.end() && found->is_string()) ? found->get<std::string>() : fallback;
+}
+inline bool BoolOr(const nlohmann::json& object, const char* key, bool fallback) {
+    if (!object.is_object()) return fallback;
+    auto found = object.find(key);
+    return (found != object.end() && found->is_boolean()) ? found->get<bool>() : fallback;
+}
+
+inline const nlohmann::json& Section(const nlohmann::json& object, const char* key) {
+    static const nlohmann::json kEmpty = nlohmann::json::object();
+    if (!object.is_object()) return kEmpty;
+    auto found = object.find(key);
+    return (found != object.end() && found->is_object()) ? *found : kEmpty;
+}
+
+inline const nlohmann::json& List(const nlohmann::json& object, const char* key) {
+    static const nlohmann::json kEmpty = nlohmann::json::array();
+    if (!object.is_object()) return kEmpty;
+    auto found = object.find(key);
+    return (found != object.end() && found->is_array()) ? *found : kEmpty;
+}
+
+// Drift on a sine: never more than `amplitude` from zero. Each series gets
+// its own phase so that the values do not all rise and fall together.
+class Drift {
+  public:
+    Drift(double seconds, int period_ms) {
+        double period = std::max(1, period_ms) / 1000.0;
+        angle_ = 2 * std::numbers::pi * std::fmod(seconds, period) / period;
+    }
+    int Of(int amplitude, int series) const {
+        return static_cast<int>(std::lround(amplitude * std::sin(angle_ + 0.9 * series)));
+    }
+
+  private:
+    double angle_;
+};
+
+}  // namespace modemsim
