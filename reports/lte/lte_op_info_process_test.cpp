@@ -13,25 +13,23 @@
 
 #include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
+#include "testsupport/modemsim_process.h"
 #include "testsupport/report_harness.h"
 
 namespace {
 
-using rt::test::ChildProcess;
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
 using rt::test::LinesStartingWith;
 using Lines = std::vector<std::string>;
 
 TEST(LteOpInfoProcess, GeranApnLeavesAndPdnsFromTheServices) {
-    rt::test::TempDir dir;
-    ChildProcess modem({rt::test::BinPath("modemsim"), "--qmi", "unix:" + dir.file("qmi.sock"),
-                        "--diag", "unix:" + dir.file("diag.sock")});
-    ASSERT_TRUE(modem.WaitForStderr("modemsim: ready")) << modem.Stderr();
+    // The LTE world's GERAN neighbours held still.
+    rt::test::ModemsimProcess modem(R"({"lte": {"drift": {"geran_rssi": 0}}})");
+    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
     DaemonOptions options;
     options.create_omadm_control = true;
-    options.env = {"QMI_DEVICE=unix:" + dir.file("qmi.sock"),
-                   "DIAG_DEVICE=unix:" + dir.file("diag.sock")};
+    options.env = modem.DaemonEnv();
     DaemonFixture daemon(options);
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
     // lteopinfo does not open the QMI client itself; radionwinfo does.
