@@ -25,7 +25,7 @@ Bytes Record(uint16_t code, size_t size, uint8_t version) {
     Put(&b, 0, 2, size);
     Put(&b, 2, 2, code);
     Put(&b, 4, 8, 0x0123456789ABCDEFull);
-    b[12] = version;
+    if (size > 12) b[12] = version;  // a header-only record has no version byte
     return b;
 }
 
