@@ -14,7 +14,7 @@ build_dir=$root/build-fuzz
 captures=${RT_CAPTURES_DIR:-$root/../shared/captures}
 seconds=${FUZZ_SECONDS:-30}
 
-packages=(clang libclang-rt-14-dev cmake ninja-build nlohmann-json3-dev libgtest-dev libgmock-dev)
+packages=(clang libclang-rt-14-dev cmake ninja-build nlohmann-json3-dev libgtest-dev libgmock-dev python3)
 "$root/scripts/install_packages.sh" fuzz "${packages[@]}"
 
 if [ ! -f "$build_dir/build.ninja" ]; then
