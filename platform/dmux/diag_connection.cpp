@@ -337,28 +337,8 @@ void DiagConnection::ReplayOnce() {
 }
 
 void DiagConnection::PublishStats(bool pass_done) {
-    int percent = -1;
-    if (source_.kind == DiagSource::Kind::kFile)
-        percent = file_size_ == 0 ? 100 : static_cast<int>(replayed_ * 100 / file_size_);
-    {
-        std::lock_guard<std::mutex> hold(mutex_);
-        stats_.frames_good = stream_.frames().good;
-        stats_.frames_bad = stream_.frames().bad();
-        stats_.log_packets = stream_.stats().log_packets;
-        stats_.delivered = stream_.stats().delivered;
-        stats_.translated = stream_.stats().translated;
-        stats_.dropped = stream_.stats().dropped;
-        stats_.other_subscription = stream_.stats().other_subscription;
-        stats_.replay_percent = percent;
-        if (pass_done) ++stats_.replay_passes;
-    }
-    // A long replay tells each tenth on stderr.
-    if (file_size_ >= kReplayProgressMinBytes && percent / 10 > progress_shown_) {
-        progress_shown_ = percent / 10;
-        std::fprintf(stderr, "dmux: replay %d%% of %s\n", progress_shown_ * 10,
-                     source_.path.c_str());
-    }
-    if (!pass_done && !dm_stats_.Due()) return;
+    // One gathering of the stream's counts feeds both the library's stats
+    // call and its PPS object.
     DmStatsValues values;
     values.frames_good = stream_.frames().good;
     values.frames_bad = stream_.frames().bad();
@@ -368,11 +348,29 @@ void DiagConnection::PublishStats(bool pass_done) {
     values.dropped = stream_.stats().dropped;
     values.other_subscription = stream_.stats().other_subscription;
     values.subscription = stream_.subscription();
-    values.replay_percent = percent;
+    if (source_.kind == DiagSource::Kind::kFile)
+        values.replay_percent =
+            file_size_ == 0 ? 100 : static_cast<int>(replayed_ * 100 / file_size_);
     {
         std::lock_guard<std::mutex> hold(mutex_);
+        stats_.frames_good = values.frames_good;
+        stats_.frames_bad = values.frames_bad;
+        stats_.log_packets = values.log_packets;
+        stats_.delivered = values.delivered;
+        stats_.translated = values.translated;
+        stats_.dropped = values.dropped;
+        stats_.other_subscription = values.other_subscription;
+        stats_.replay_percent = values.replay_percent;
+        if (pass_done) ++stats_.replay_passes;
         values.replay_passes = stats_.replay_passes;
     }
+    // A long replay tells each tenth on stderr.
+    if (file_size_ >= kReplayProgressMinBytes && values.replay_percent / 10 > progress_shown_) {
+        progress_shown_ = values.replay_percent / 10;
+        std::fprintf(stderr, "dmux: replay %d%% of %s\n", progress_shown_ * 10,
+                     source_.path.c_str());
+    }
+    if (!pass_done && !dm_stats_.Due()) return;
     values.versions_json = VersionCountsJson(stream_.versions().Sorted());
     dm_stats_.Publish(values, pass_done);
 }

@@ -39,10 +39,15 @@ int owed_answers = 0;
 Clock::time_point owed_since;
 
 // Reads what has come in meanwhile (late answers, messages to every client
-// of the object) without waiting; each read pays one owed answer.
+// of the object) without waiting; each read pays one owed answer. At most
+// kMaxDrained messages a call, so a service that keeps writing cannot hold
+// the loop here.
 void DrainLateAnswers(int fd) {
+    constexpr int kMaxDrained = 64;
     pollfd ready{fd, POLLIN, 0};
-    while (::poll(&ready, 1, 0) > 0 && (ready.revents & POLLIN) != 0) {
+    for (int drained = 0;
+         drained<kMaxDrained&& ::poll(&ready, 1, 0)> 0 && (ready.revents & POLLIN) != 0;
+         ++drained) {
         if (pps_read(fd, exchange_buffer, kExchangeBufferSize - 1) <= 0) break;
         if (owed_answers > 0) --owed_answers;
     }
@@ -122,7 +127,7 @@ void GetAPNInfo(const TavoraContext* context, const char* node, int entry) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Invalid node_name\n", kApnInfoName);
         return;
     }
-    int fd = context->omadm_fd;
+    int fd = context != nullptr ? context->omadm_fd : -1;
     if (fd < 0) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : Failed to open /pps/services/omadm/radio/control(%s)", kApnInfoName,
@@ -152,7 +157,7 @@ void GetAPNInfo(const TavoraContext* context, const char* node, int entry) {
     std::memset(exchange_buffer, 0, kExchangeBufferSize);
     if (pps_read(fd, exchange_buffer, kExchangeBufferSize - 1) <= 0) return;
 
-    ReportWriter report(context->eutra_fd);
+    ReportWriter report(context->eutra_fd);  // context is set: fd came from it
     AddLeafAnswerText(exchange_buffer, node, entry, report);
     report.Write();
 }

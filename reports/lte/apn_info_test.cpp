@@ -130,6 +130,10 @@ TEST_F(ApnInfoTest, NoControlObjectLogsAndPublishesNothing) {
     EXPECT_TRUE(Logged("GetAPNInfo : Failed to open /pps/services/omadm/radio/control("));
     EXPECT_EQ(Leaf(nullptr, 1), "");
     EXPECT_TRUE(Logged("GetAPNInfo : Invalid node_name\n"));
+    // A handler run without its context asks nothing either.
+    log_.clear();
+    GetAPNInfo(nullptr, "Id", 1);
+    EXPECT_TRUE(Logged("GetAPNInfo : Failed to open /pps/services/omadm/radio/control("));
 }
 
 TEST_F(ApnInfoTest, SilentServiceCostsOneBoundedWaitAndNoLateAnswerIsMisread) {

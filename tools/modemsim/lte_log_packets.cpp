@@ -123,59 +123,62 @@ std::vector<uint8_t> RlcConfig(const LteState& state, const L::RlcConfig::ListSh
     return p.Take();
 }
 
-std::vector<uint8_t> RlcDlStatistics(const LteState& state) {
-    using E = L::RlcDlStatsEntry;
-    size_t header = L::RlcStatsPacket::kDlHeaderSize - kLogHeaderSize;
-    PayloadWriter p(header + E::kSize * state.rlc_dl.size());
-    p.U8(0, 1);  // version
-    p.U8(1, 1);  // one subpacket
-    p.Set(L::RlcStatsPacket::kEntryCount, int64_t(state.rlc_dl.size()));
-    for (size_t s = 0; s < state.rlc_dl.size(); ++s) {
-        size_t at = header + E::kSize * s;
-        const RlcDlCounters& c = state.rlc_dl[s].counters;
-        p.SetIn(at, E::kCfgIdx, state.rlc_dl[s].bearer.cfg_idx);
-        p.SetIn(at, E::kMode, uint8_t(state.rlc_dl[s].bearer.mode));
-        p.SetIn(at, E::kNumRst, c.num_rst);
-        p.SetIn(at, E::kNumDataPdu, c.num_data_pdu);
-        p.SetIn(at, E::kNumStatusRxed, c.num_status_rxed);
-        p.SetIn(at, E::kNumInvalidPdu, c.num_invalid_pdu);
-        p.SetIn(at, E::kNumRetxPdu, c.num_retx_pdu);
-        p.SetIn(at, E::kNumDupPdu, c.num_dup_pdu);
-        p.SetIn(at, E::kNumDroppedPdu, c.num_dropped_pdu);
-        p.SetIn(at, E::kNumDroppedPduFc, c.num_dropped_pdu_fc);
-        p.SetIn(at, E::kNumSdu, c.num_sdu);
-        p.SetIn(at, E::kNumNonseqSdu, c.num_nonseq_sdu);
-        p.SetIn(at, E::kNumCtrlPdu, c.num_ctrl_pdu);
-        p.SetIn(at, E::kNumCompNack, c.num_comp_nack);
-        p.SetIn(at, E::kNumSegmNack, c.num_segm_nack);
-        p.SetIn(at, E::kNumTReordExp, c.num_t_reord_exp);
-    }
-    return p.Take();
-}
+// Where each counter of a bearer goes in its direction's statistics entry.
+template <class Counters>
+struct CounterField {
+    rt::Field<uint32_t> field;
+    uint32_t Counters::*value;
+};
 
-std::vector<uint8_t> RlcUlStatistics(const LteState& state) {
-    using E = L::RlcUlStatsEntry;
-    size_t header = L::RlcStatsPacket::kUlHeaderSize - kLogHeaderSize;
-    PayloadWriter p(header + E::kSize * state.rlc_ul.size());
+using DlEntry = L::RlcDlStatsEntry;
+constexpr CounterField<RlcDlCounters> kDlCounterFields[] = {
+    {DlEntry::kNumRst, &RlcDlCounters::num_rst},
+    {DlEntry::kNumDataPdu, &RlcDlCounters::num_data_pdu},
+    {DlEntry::kNumStatusRxed, &RlcDlCounters::num_status_rxed},
+    {DlEntry::kNumInvalidPdu, &RlcDlCounters::num_invalid_pdu},
+    {DlEntry::kNumRetxPdu, &RlcDlCounters::num_retx_pdu},
+    {DlEntry::kNumDupPdu, &RlcDlCounters::num_dup_pdu},
+    {DlEntry::kNumDroppedPdu, &RlcDlCounters::num_dropped_pdu},
+    {DlEntry::kNumDroppedPduFc, &RlcDlCounters::num_dropped_pdu_fc},
+    {DlEntry::kNumSdu, &RlcDlCounters::num_sdu},
+    {DlEntry::kNumNonseqSdu, &RlcDlCounters::num_nonseq_sdu},
+    {DlEntry::kNumCtrlPdu, &RlcDlCounters::num_ctrl_pdu},
+    {DlEntry::kNumCompNack, &RlcDlCounters::num_comp_nack},
+    {DlEntry::kNumSegmNack, &RlcDlCounters::num_segm_nack},
+    {DlEntry::kNumTReordExp, &RlcDlCounters::num_t_reord_exp},
+};
+
+using UlEntry = L::RlcUlStatsEntry;
+constexpr CounterField<RlcUlCounters> kUlCounterFields[] = {
+    {UlEntry::kNumRst, &RlcUlCounters::num_rst},
+    {UlEntry::kNumDataPdu, &RlcUlCounters::num_data_pdu},
+    {UlEntry::kNumSdu, &RlcUlCounters::num_sdu},
+    {UlEntry::kNumCtrlPduTx, &RlcUlCounters::num_ctrl_pdu_tx},
+    {UlEntry::kNumRetxPdu, &RlcUlCounters::num_retx_pdu},
+    {UlEntry::kNumCtrlPduRx, &RlcUlCounters::num_ctrl_pdu_rx},
+    {UlEntry::kNumCompNack, &RlcUlCounters::num_comp_nack},
+    {UlEntry::kNumSegmNack, &RlcUlCounters::num_segm_nack},
+    {UlEntry::kNumInvalidCtrlPduRx, &RlcUlCounters::num_invalid_ctrl_pdu_rx},
+    {UlEntry::kNumPoll, &RlcUlCounters::num_poll},
+    {UlEntry::kNumTPollRetxExpiry, &RlcUlCounters::num_t_poll_retx_expiry},
+};
+
+// One statistics packet of a direction: its header, then one entry per
+// bearer with the bearer's index, mode and counters.
+template <class Entry, class Stats, class Counters, size_t N>
+std::vector<uint8_t> RlcStatistics(const std::vector<Stats>& stats, size_t header_size,
+                                   const CounterField<Counters> (&fields)[N]) {
+    size_t header = header_size - kLogHeaderSize;
+    PayloadWriter p(header + Entry::kSize * stats.size());
     p.U8(0, 1);  // version
     p.U8(1, 1);  // one subpacket
-    p.Set(L::RlcStatsPacket::kEntryCount, int64_t(state.rlc_ul.size()));
-    for (size_t s = 0; s < state.rlc_ul.size(); ++s) {
-        size_t at = header + E::kSize * s;
-        const RlcUlCounters& c = state.rlc_ul[s].counters;
-        p.SetIn(at, E::kCfgIdx, state.rlc_ul[s].bearer.cfg_idx);
-        p.SetIn(at, E::kMode, uint8_t(state.rlc_ul[s].bearer.mode));
-        p.SetIn(at, E::kNumRst, c.num_rst);
-        p.SetIn(at, E::kNumDataPdu, c.num_data_pdu);
-        p.SetIn(at, E::kNumSdu, c.num_sdu);
-        p.SetIn(at, E::kNumCtrlPduTx, c.num_ctrl_pdu_tx);
-        p.SetIn(at, E::kNumRetxPdu, c.num_retx_pdu);
-        p.SetIn(at, E::kNumCtrlPduRx, c.num_ctrl_pdu_rx);
-        p.SetIn(at, E::kNumCompNack, c.num_comp_nack);
-        p.SetIn(at, E::kNumSegmNack, c.num_segm_nack);
-        p.SetIn(at, E::kNumInvalidCtrlPduRx, c.num_invalid_ctrl_pdu_rx);
-        p.SetIn(at, E::kNumPoll, c.num_poll);
-        p.SetIn(at, E::kNumTPollRetxExpiry, c.num_t_poll_retx_expiry);
+    p.Set(L::RlcStatsPacket::kEntryCount, int64_t(stats.size()));
+    for (size_t s = 0; s < stats.size(); ++s) {
+        size_t at = header + Entry::kSize * s;
+        p.SetIn(at, Entry::kCfgIdx, stats[s].bearer.cfg_idx);
+        p.SetIn(at, Entry::kMode, uint8_t(stats[s].bearer.mode));
+        for (const CounterField<Counters>& counter : fields)
+            p.SetIn(at, counter.field, stats[s].counters.*counter.value);
     }
     return p.Take();
 }
@@ -197,8 +200,10 @@ std::vector<LogPayload> LteLogPayloads(const LteState& state) {
         {L::LteUeIdentity::kCode, UeIdentity(state)},
         {L::RlcConfig::kDlCode, RlcConfig(state, L::RlcConfig::kDlList)},
         {L::RlcConfig::kUlCode, RlcConfig(state, L::RlcConfig::kUlList)},
-        {L::RlcDlStatsEntry::kCode, RlcDlStatistics(state)},
-        {L::RlcUlStatsEntry::kCode, RlcUlStatistics(state)},
+        {DlEntry::kCode,
+         RlcStatistics<DlEntry>(state.rlc_dl, L::RlcStatsPacket::kDlHeaderSize, kDlCounterFields)},
+        {UlEntry::kCode,
+         RlcStatistics<UlEntry>(state.rlc_ul, L::RlcStatsPacket::kUlHeaderSize, kUlCounterFields)},
     };
 }
 

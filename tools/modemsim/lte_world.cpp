@@ -146,16 +146,7 @@ std::vector<uint8_t> LteState::PlmnOctets() const {
 }
 
 LteWorld::LteWorld(const nlohmann::json& section)
-    : settings_(DefaultLteScenario()), start_(std::chrono::steady_clock::now()) {
-    if (section.is_object()) settings_.merge_patch(section);
-    enabled_ = BoolOr(settings_, "enabled", true);
-    period_ms_ = std::max(10, IntOr(settings_, "period_ms", 1000));
-    handover_period_ms_ = std::max(1, IntOr(settings_, "handover_period_ms", 15000));
-}
-
-double LteWorld::Elapsed() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-}
+    : WorldClock(DefaultLteScenario(), section, 15000) {}
 
 LteState LteWorld::At(double seconds) const {
     seconds = std::max(0.0, seconds);

@@ -53,6 +53,8 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "tools/modemsim/world_clock.h"
+
 namespace modemsim {
 
 nlohmann::json DefaultLteScenario();
@@ -149,28 +151,14 @@ struct LteState {
     std::vector<uint8_t> PlmnOctets() const;
 };
 
-class LteWorld {
+class LteWorld : public WorldClock {
   public:
     // `section` is merged over DefaultLteScenario(); time starts now.
     explicit LteWorld(const nlohmann::json& section);
 
-    bool enabled() const { return enabled_; }
-    int period_ms() const { return period_ms_; }
-    int handover_period_ms() const { return handover_period_ms_; }
-    const nlohmann::json& settings() const { return settings_; }
-
-    // Seconds since the world began.
-    double Elapsed() const;
     // The world `seconds` after it began. Thread-safe: the world never
     // changes, only the moment asked for.
     LteState At(double seconds) const;
-
-  private:
-    nlohmann::json settings_;
-    bool enabled_;
-    int period_ms_;
-    int handover_period_ms_;
-    std::chrono::steady_clock::time_point start_;
 };
 
 // The world's GERAN neighbours in the shape of the scenario's qmi.lte_geran

@@ -492,31 +492,6 @@ TEST(LteWorld, GeranAnswerComesFromTheWorld) {
     EXPECT_TRUE(GeranCells(GeranBuffer(none, 0.0)).empty());
 }
 
-TEST(LteWorld, LoadedScenarioKeepsOnlyTheFilesOwnGeranValues) {
-    rt::test::TempDir dir;
-    struct Case {
-        const char* file;
-        nlohmann::json geran;  // null: none
-    };
-    const Case cases[] = {
-        {R"({})", nullptr},
-        {R"({"qmi": {"lte_geran": {"valid": 0}}})", {{"valid", 0}}},
-        {R"({"lte": {"enabled": false}})", DefaultScenario()["qmi"]["lte_geran"]},
-    };
-    for (const Case& c : cases) {
-        std::string path = dir.file("scenario.json");
-        std::ofstream(path) << c.file;
-        nlohmann::json scenario;
-        std::string error;
-        ASSERT_TRUE(LoadScenario(path, &scenario, &error)) << error;
-        if (c.geran.is_null()) {
-            EXPECT_FALSE(scenario["qmi"].contains("lte_geran")) << c.file;
-        } else {
-            EXPECT_EQ(scenario["qmi"]["lte_geran"], c.geran) << c.file;
-        }
-    }
-}
-
 // The DIAG side streams the LTE codes that the mask enables, and what
 // arrives, stored as the daemon stores it, reads back consistently.
 TEST(LteWorldDiag, CodesArriveByTheMaskAndStoreConsistently) {

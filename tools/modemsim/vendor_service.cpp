@@ -4,6 +4,7 @@
 
 #include "platform/qmi_client/qmux_codec.h"
 #include "tools/modemsim/scenario.h"
+#include "tools/modemsim/world_support.h"
 
 namespace modemsim {
 
@@ -31,19 +32,6 @@ class Payload {
     std::vector<uint8_t> bytes_;
 };
 
-int IntOr(const nlohmann::json& object, const char* key, int fallback) {
-    if (!object.is_object()) return fallback;
-    auto found = object.find(key);
-    return (found != object.end() && found->is_number()) ? found->get<int>() : fallback;
-}
-
-const nlohmann::json& ArrayOr(const nlohmann::json& object, const char* key) {
-    static const nlohmann::json kEmpty = nlohmann::json::array();
-    if (!object.is_object()) return kEmpty;
-    auto found = object.find(key);
-    return (found != object.end() && found->is_array()) ? *found : kEmpty;
-}
-
 // A cell: PSC u16, Ec/Io s16, RSCP s16.
 void PutUmtsCell(Payload* payload, size_t at, const nlohmann::json& cell) {
     payload->U16(at, IntOr(cell, "psc", 0));
@@ -54,25 +42,25 @@ void PutUmtsCell(Payload* payload, size_t at, const nlohmann::json& cell) {
 // UMTS payload (RAT type 3), at most what each list holds.
 void PutUmts(Payload* payload, const nlohmann::json& umts) {
     payload->U16(20, IntOr(umts, "serving_uarfcn", 0));
-    const nlohmann::json& intra = ArrayOr(umts, "intra_freq");
-    const nlohmann::json& active = ArrayOr(umts, "active_set");
+    const nlohmann::json& intra = List(umts, "intra_freq");
+    const nlohmann::json& active = List(umts, "active_set");
     payload->U8(24, IntOr(umts, "intra_freq_count", static_cast<int>(intra.size())));
     payload->U8(25, IntOr(umts, "active_set_count", static_cast<int>(active.size())));
     for (size_t k = 0; k < std::min<size_t>(intra.size(), 8); ++k)
         PutUmtsCell(payload, 26 + 10 * k, intra[k]);
     for (size_t j = 0; j < std::min<size_t>(active.size(), 6); ++j)
         PutUmtsCell(payload, 106 + 10 * j, active[j]);
-    const nlohmann::json& inter = ArrayOr(umts, "inter_freq");
+    const nlohmann::json& inter = List(umts, "inter_freq");
     payload->U16(166, IntOr(umts, "inter_freq_count", static_cast<int>(inter.size())));
     for (size_t f = 0; f < std::min<size_t>(inter.size(), 2); ++f) {
         size_t block = 168 + 102 * f;
-        const nlohmann::json& cells = ArrayOr(inter[f], "cells");
+        const nlohmann::json& cells = List(inter[f], "cells");
         payload->U16(block, IntOr(inter[f], "uarfcn", 0));
         payload->U16(block + 4, IntOr(inter[f], "cell_count", static_cast<int>(cells.size())));
         for (size_t c = 0; c < std::min<size_t>(cells.size(), 8); ++c)
             PutUmtsCell(payload, block + 6 + 12 * c, cells[c]);
     }
-    const nlohmann::json& gsm = ArrayOr(umts, "gsm");
+    const nlohmann::json& gsm = List(umts, "gsm");
     payload->U16(372, IntOr(umts, "gsm_count", static_cast<int>(gsm.size())));
     for (size_t g = 0; g < gsm.size(); ++g) {
         size_t at = 374 + 10 * g;
@@ -85,12 +73,12 @@ void PutUmts(Payload* payload, const nlohmann::json& umts) {
 // LTE payload with GERAN neighbours (RAT type 4): 77-byte frequency groups
 // of up to 8 nine-byte cells from byte 277.
 void PutLteGeran(Payload* payload, const nlohmann::json& lte) {
-    const nlohmann::json& groups = ArrayOr(lte, "groups");
+    const nlohmann::json& groups = List(lte, "groups");
     size_t group_count = std::min<size_t>(groups.size(), 13);
     payload->U8(276, IntOr(lte, "group_count", static_cast<int>(group_count)));
     for (size_t g = 0; g < group_count; ++g) {
         size_t group = 277 + 77 * g;
-        const nlohmann::json& cells = ArrayOr(groups[g], "cells");
+        const nlohmann::json& cells = List(groups[g], "cells");
         size_t cell_count = std::min<size_t>(cells.size(), 8);
         payload->U8(group, IntOr(groups[g], "cell_count", static_cast<int>(cell_count)));
         for (size_t e = 0; e < cell_count; ++e) {

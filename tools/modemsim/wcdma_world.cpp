@@ -67,16 +67,7 @@ nlohmann::json DefaultWcdmaScenario() {
 }
 
 WcdmaWorld::WcdmaWorld(const nlohmann::json& section)
-    : settings_(DefaultWcdmaScenario()), start_(std::chrono::steady_clock::now()) {
-    if (section.is_object()) settings_.merge_patch(section);
-    enabled_ = BoolOr(settings_, "enabled", true);
-    period_ms_ = std::max(10, IntOr(settings_, "period_ms", 1000));
-    handover_period_ms_ = std::max(1, IntOr(settings_, "handover_period_ms", 6000));
-}
-
-double WcdmaWorld::Elapsed() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-}
+    : WorldClock(DefaultWcdmaScenario(), section, 6000) {}
 
 WcdmaState WcdmaWorld::At(double seconds) const {
     seconds = std::max(0.0, seconds);

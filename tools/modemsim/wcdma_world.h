@@ -50,6 +50,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/modemsim/world_clock.h"
+
 namespace modemsim {
 
 nlohmann::json DefaultWcdmaScenario();
@@ -118,28 +120,14 @@ struct WcdmaState {
     int Srxlev(const UmtsCell& cell) const { return -cell.rscp / 10 - qrxlevmin; }
 };
 
-class WcdmaWorld {
+class WcdmaWorld : public WorldClock {
   public:
     // `section` is merged over DefaultWcdmaScenario(); time starts now.
     explicit WcdmaWorld(const nlohmann::json& section);
 
-    bool enabled() const { return enabled_; }
-    int period_ms() const { return period_ms_; }
-    int handover_period_ms() const { return handover_period_ms_; }
-    const nlohmann::json& settings() const { return settings_; }
-
-    // Seconds since the world began.
-    double Elapsed() const;
     // The world `seconds` after it began. Thread-safe: the world never
     // changes, only the moment asked for.
     WcdmaState At(double seconds) const;
-
-  private:
-    nlohmann::json settings_;
-    bool enabled_;
-    int period_ms_;
-    int handover_period_ms_;
-    std::chrono::steady_clock::time_point start_;
 };
 
 // The world's measurement in the shape of the scenario's qmi.umts section,

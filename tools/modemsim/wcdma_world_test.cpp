@@ -339,27 +339,34 @@ TEST(WcdmaWorld, ExplicitQmiValuesAreLaidOverTheWorld) {
     EXPECT_EQ(Field(qmi, 118, 2), 20u);
 }
 
-TEST(WcdmaWorld, LoadedScenarioKeepsOnlyTheFilesOwnUmtsValues) {
+// While a world is on, the QMI side answers from it: a loaded scenario
+// keeps only the measurement values its file itself gives.
+TEST(ModemsimScenario, LoadedScenarioKeepsOnlyTheFilesOwnMeasurementValues) {
     rt::test::TempDir dir;
     struct Case {
         const char* file;
-        nlohmann::json umts;  // null: none
+        const char* section;    // of "qmi"
+        nlohmann::json values;  // null: none
     };
     const Case cases[] = {
-        {R"({})", nullptr},
-        {R"({"qmi": {"umts": {"valid": 0}}})", {{"valid", 0}}},
-        {R"({"wcdma": {"enabled": false}})", DefaultScenario()["qmi"]["umts"]},
+        {R"({})", "umts", nullptr},
+        {R"({"qmi": {"umts": {"valid": 0}}})", "umts", {{"valid", 0}}},
+        {R"({"wcdma": {"enabled": false}})", "umts", DefaultScenario()["qmi"]["umts"]},
+        {R"({})", "lte_geran", nullptr},
+        {R"({"qmi": {"lte_geran": {"valid": 0}}})", "lte_geran", {{"valid", 0}}},
+        {R"({"lte": {"enabled": false}})", "lte_geran", DefaultScenario()["qmi"]["lte_geran"]},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.section) + " " + c.file);
         std::string path = dir.file("scenario.json");
         std::ofstream(path) << c.file;
         nlohmann::json scenario;
         std::string error;
         ASSERT_TRUE(LoadScenario(path, &scenario, &error)) << error;
-        if (c.umts.is_null()) {
-            EXPECT_FALSE(scenario["qmi"].contains("umts")) << c.file;
+        if (c.values.is_null()) {
+            EXPECT_FALSE(scenario["qmi"].contains(c.section));
         } else {
-            EXPECT_EQ(scenario["qmi"]["umts"], c.umts) << c.file;
+            EXPECT_EQ(scenario["qmi"][c.section], c.values);
         }
     }
 }
