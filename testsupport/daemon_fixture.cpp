@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <fstream>
@@ -187,6 +188,22 @@ std::string DaemonFixture::RequestRaw(const std::string& text, int timeout_ms) {
 std::string DaemonFixture::ReadObject(const std::string& path) {
     PpsClientConnection object(path, O_RDONLY);
     return object.ok() ? object.Read(1000) : "";
+}
+
+std::string DaemonFixture::ReportHolding(const std::string& request, const std::string& object,
+                                         const std::vector<std::string>& lines) {
+    std::string report;
+    for (int i = 0; i < 200; ++i) {
+        std::string reply = Request(request, "31");
+        if (reply.find("res::" + request + "\n") == std::string::npos) return reply;
+        report = ReadObject(object);
+        bool all = std::all_of(lines.begin(), lines.end(), [&](const std::string& line) {
+            return report.find(line + "\n") != std::string::npos;
+        });
+        if (all) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return report;
 }
 
 int DaemonFixture::Stop(int signal_number, int timeout_ms) {

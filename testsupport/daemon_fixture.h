@@ -120,6 +120,11 @@ class DaemonFixture {
     std::string RequestRaw(const std::string& text, int timeout_ms = 3000);
     // The object's current text ("" when it cannot be opened).
     std::string ReadObject(const std::string& path);
+    // Asks for a report again and again until `object` holds every one of
+    // `lines` (each log code arrives on its own after the mask goes on).
+    // Bounded to about ten seconds; returns the last text either way.
+    std::string ReportHolding(const std::string& request, const std::string& object,
+                              const std::vector<std::string>& lines);
 
     // Sends a signal and returns the exit status (-1 on time-out).
     int Stop(int signal_number, int timeout_ms = 10000);

@@ -4,10 +4,6 @@
 // log mask goes on through diag/config as the screen does it.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <chrono>
-#include <thread>
-
 #include "testsupport/daemon_fixture.h"
 #include "testsupport/modemsim_process.h"
 #include "testsupport/report_harness.h"
@@ -40,20 +36,8 @@ class WcdmaReportsProcess : public testing::Test {
         EXPECT_NE(reply.find(std::string("res::") + name + "\n"), std::string::npos) << reply;
         return daemon_->ReadObject(rt::test::kStatusUtraObject);
     }
-    // Asks again until the report holds every one of `lines`: each log code
-    // arrives on its own within the world's period after the mask goes on.
-    // Bounded; returns the last report either way.
     std::string ReportHolding(const char* name, const Lines& lines) {
-        std::string report;
-        for (int i = 0; i < 200; ++i) {
-            report = Report(name);
-            bool all = std::all_of(lines.begin(), lines.end(), [&](const std::string& line) {
-                return report.find(line + "\n") != std::string::npos;
-            });
-            if (all) break;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return report;
+        return daemon_->ReportHolding(name, rt::test::kStatusUtraObject, lines);
     }
 
     std::unique_ptr<rt::test::ModemsimProcess> modem_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "diaglog/log_layouts.h"
+#include "platform/dmux/packet_versions/target_layouts.h"
 
 namespace modemsim {
 
@@ -16,16 +17,26 @@ PayloadWriter FixedPayload() {
     return PayloadWriter(Layout::kSize - kLogHeaderSize);
 }
 
-// Versions of the packets whose layout the daemon reads.
-constexpr uint8_t kServingCellVersion = 2;
-constexpr uint8_t kServingRssiVersion = 3;
+// The modem sends the versions whose layout the daemon reads: the DIAG
+// library drops any other version it cannot translate.
+namespace target = dmux::target;
+
+// The RLC packets' header: version, one subpacket, then the subpacket's id,
+// version and size (counted from its first byte to the end of the record).
+void RlcSubpacketHeader(PayloadWriter& p, uint8_t id, uint8_t version) {
+    p.Set(target::kVersion, target::kRlcVersionValue);
+    p.Set(target::kSubpacketCount, 1);
+    p.Set(target::kSubpacketId, id);
+    p.Set(target::kSubpacketVersion, version);
+    p.Set(target::kSubpacketSize, int64_t(kLogHeaderSize + p.size() - target::kSubpacketStart));
+}
 // Record byte 33 of 0xB0C2: how many digits the MNC has.
 constexpr rt::Field<uint8_t> kMncDigits{33};
 
 std::vector<uint8_t> ServingCell(const LteState& state) {
     using F = L::LteServingCell;
     PayloadWriter p = FixedPayload<F>();
-    p.U8(0, kServingCellVersion);
+    p.Set(target::kVersion, target::LteServingCell::kVersionValue);
     p.Set(F::kPci, state.pci);
     p.Set(F::kDlEarfcn, state.dl_earfcn);
     p.Set(F::kUlEarfcn, state.ul_earfcn);
@@ -43,6 +54,7 @@ std::vector<uint8_t> ServingCell(const LteState& state) {
 std::vector<uint8_t> ServingMeasurements(const LteState& state) {
     using F = L::LteServingMeasurements;
     PayloadWriter p = FixedPayload<F>();
+    p.Set(target::kVersion, target::LteServingMeasurements::kVersionValue);
     p.Set(F::kEarfcn, state.dl_earfcn);
     p.Set(F::kPci, state.pci);
     p.Set(F::kRawRsrp, state.rsrp);
@@ -53,7 +65,7 @@ std::vector<uint8_t> ServingMeasurements(const LteState& state) {
 std::vector<uint8_t> ServingRssi(const LteState& state) {
     using F = L::LteServingRssi;
     PayloadWriter p = FixedPayload<F>();
-    p.Set(F::kVersion, kServingRssiVersion);
+    p.Set(F::kVersion, target::LteServingRssi::kVersionValue);
     p.Set(F::kRssiWord, RssiWord(state.rssi_dbm));
     return p.Take();
 }
@@ -82,6 +94,7 @@ std::vector<uint8_t> CdmaNeighbours(const LteState& state) {
 std::vector<uint8_t> UeIdentity(const LteState& state) {
     using F = L::LteUeIdentity;
     PayloadWriter p = FixedPayload<F>();
+    p.Set(target::kVersion, target::LteUeIdentity::kVersionValue);
     std::vector<uint8_t> plmn = state.PlmnOctets();
     for (size_t i = 0; i < plmn.size(); ++i) p.Set(F::PlmnByte(i), plmn[i]);
     p.Set(F::kValid, state.identity_valid ? 1 : 0);
@@ -95,7 +108,8 @@ std::vector<uint8_t> UeIdentity(const LteState& state) {
 
 // One direction's RLC configuration: the record header, the released
 // records, rb_count and one list entry per bearer.
-std::vector<uint8_t> RlcConfig(const LteState& state, const L::RlcConfig::ListShape& shape) {
+std::vector<uint8_t> RlcConfig(const LteState& state, const L::RlcConfig::ListShape& shape,
+                               uint8_t subpacket_id) {
     using P = L::RlcConfigPacket;
     size_t count_at = P::RbCountOffset(state.rlc_released) - kLogHeaderSize;
     size_t count = std::min(state.bearers.size(), L::RlcConfig::kMaxListEntries);
@@ -104,8 +118,7 @@ std::vector<uint8_t> RlcConfig(const LteState& state, const L::RlcConfig::ListSh
         list_size +=
             state.bearers[b].mode == RlcMode::kAm ? shape.type1_length : shape.type2_length;
     PayloadWriter p(count_at + 1 + list_size);
-    p.U8(0, 1);  // version
-    p.U8(1, 1);  // one subpacket
+    RlcSubpacketHeader(p, subpacket_id, target::RlcDlConfig::kSubpacketVersionValue);
     p.Set(P::kSkipRecordCount, state.rlc_released);
     for (size_t r = 0; r < state.rlc_released; ++r)
         p.U8(P::RbCountOffset(r) - kLogHeaderSize, 0x20 + r);  // a released bearer's id
@@ -165,13 +178,12 @@ constexpr CounterField<RlcUlCounters> kUlCounterFields[] = {
 
 // One statistics packet of a direction: its header, then one entry per
 // bearer with the bearer's index, mode and counters.
-template <class Entry, class Stats, class Counters, size_t N>
+template <class Entry, class Target, class Stats, class Counters, size_t N>
 std::vector<uint8_t> RlcStatistics(const std::vector<Stats>& stats, size_t header_size,
                                    const CounterField<Counters> (&fields)[N]) {
     size_t header = header_size - kLogHeaderSize;
     PayloadWriter p(header + Entry::kSize * stats.size());
-    p.U8(0, 1);  // version
-    p.U8(1, 1);  // one subpacket
+    RlcSubpacketHeader(p, Target::kSubpacketIdValue, Target::kSubpacketVersionValue);
     p.Set(L::RlcStatsPacket::kEntryCount, int64_t(stats.size()));
     for (size_t s = 0; s < stats.size(); ++s) {
         size_t at = header + Entry::kSize * s;
@@ -198,12 +210,14 @@ std::vector<LogPayload> LteLogPayloads(const LteState& state) {
         {L::LteWcdmaNeighbours::kCode, WcdmaNeighbours(state)},
         {L::LteCdmaNeighbours::kCode, CdmaNeighbours(state)},
         {L::LteUeIdentity::kCode, UeIdentity(state)},
-        {L::RlcConfig::kDlCode, RlcConfig(state, L::RlcConfig::kDlList)},
-        {L::RlcConfig::kUlCode, RlcConfig(state, L::RlcConfig::kUlList)},
-        {DlEntry::kCode,
-         RlcStatistics<DlEntry>(state.rlc_dl, L::RlcStatsPacket::kDlHeaderSize, kDlCounterFields)},
-        {UlEntry::kCode,
-         RlcStatistics<UlEntry>(state.rlc_ul, L::RlcStatsPacket::kUlHeaderSize, kUlCounterFields)},
+        {L::RlcConfig::kDlCode,
+         RlcConfig(state, L::RlcConfig::kDlList, target::RlcDlConfig::kSubpacketIdValue)},
+        {L::RlcConfig::kUlCode,
+         RlcConfig(state, L::RlcConfig::kUlList, target::RlcUlConfig::kSubpacketIdValue)},
+        {DlEntry::kCode, RlcStatistics<DlEntry, target::RlcDlStats>(
+                             state.rlc_dl, L::RlcStatsPacket::kDlHeaderSize, kDlCounterFields)},
+        {UlEntry::kCode, RlcStatistics<UlEntry, target::RlcUlStats>(
+                             state.rlc_ul, L::RlcStatsPacket::kUlHeaderSize, kUlCounterFields)},
     };
 }
 
