@@ -122,6 +122,12 @@ fi
 reports=(radionwinfo radiostats hspaopinfo tchtxpwr 3gpp2info)
 echo
 echo "== the LTE report =="
+# The modem logs each LTE code once a period after the mask went on: give
+# the serving cell a few seconds to arrive before showing the report.
+for _ in $(seq 1 15); do
+    "$bin/fieldtest" --timeout 3 lteopinfo 2>/dev/null | grep -qE '^ *lte_pci +[0-9]' && break
+    sleep 0.2
+done
 if "$bin/fieldtest" --timeout 3 lteopinfo; then
     reports+=(lteopinfo)
 else
