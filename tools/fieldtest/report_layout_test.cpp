@@ -1,0 +1,148 @@
+// The web screen's pieces that need no server: how a report is laid out,
+// which settings are refused, the recording's CSV and the listen address.
+#include "tools/fieldtest/report_layout.h"
+
+#include <gtest/gtest.h>
+
+#include "tools/fieldtest/recording.h"
+#include "tools/fieldtest/settings_rules.h"
+#include "tools/fieldtest/web_screen.h"
+
+namespace fieldtest {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::vector<Attribute> Parse(const std::string& text) {
+    return ParseAttributes("@status_utra\n" + text);
+}
+
+TEST(ReportLayout, NoDataIsNullAndNumbersStayNumbers) {
+    Json layout = ReportLayout(
+        Parse("scell_rscp:n:-90.7\nrrc_state::No data available!\ndch_sir::Not supported!\n"
+              "lte_rsrp::No data available!\nhspa_flag:b:true\n"));
+    const Json& v = layout["values"];
+    EXPECT_EQ(v["scell_rscp"], -90.7);
+    EXPECT_TRUE(v["rrc_state"].is_null());
+    EXPECT_TRUE(v["lte_rsrp"].is_null());
+    EXPECT_EQ(v["dch_sir"], "Not supported!");
+    EXPECT_EQ(v["hspa_flag"], true);
+    ASSERT_EQ(layout["items"].size(), 5u);
+    EXPECT_EQ(layout["items"][1], (Json{{"type", "value"}, {"name", "rrc_state"}}));
+}
+
+// Numbered families become one table at the place of their first member,
+// whatever order the members come in; a lone numbered name stays a value.
+TEST(ReportLayout, NumberedFamiliesBecomeTables) {
+    Json layout = ReportLayout(Parse(
+        "scell_sc:n:100\n"
+        "aset_sc1:n:100\naset_rscp1:n:-90\naset_sc2:n:210\naset_rscp2::No data available!\n"
+        "scell_uarfcn:n:10700\n"
+        "aset_mcc1:n:310\n"
+        "lte_apn1_Id::1\nlte_apn1_Name::ims\nlte_apn2_Id::2\nlte_apn2_Name::admin\n"
+        "apn1_ipv4_addr::10.0.0.1/30\napn1_ipv6_addr::fe80::1/64\napn3_ipv4_addr::10.1.0.1/30\n"
+        "squal1:n:20\nsrxlev1:n:30\nsqual2:n:21\nsrxlev2:n:31\n"
+        "tx_pwr_3gpp2:n:3\n"));
+    const Json& items = layout["items"];
+    std::vector<std::string> shape;
+    for (const Json& item : items)
+        shape.push_back(item["type"].get<std::string>() + ":" + item["name"].get<std::string>());
+    EXPECT_EQ(shape, (std::vector<std::string>{"value:scell_sc", "table:aset", "value:scell_uarfcn",
+                                               "table:lte_apn", "table:apn", "table:squal / srxlev",
+                                               "value:tx_pwr_3gpp2"}));
+    EXPECT_EQ(items[1]["columns"], (Json{"1", "2"}));
+    EXPECT_EQ(items[1]["rows"], (Json{{{"name", "sc"}, {"cells", {100, 210}}},
+                                      {{"name", "rscp"}, {"cells", {-90, nullptr}}},
+                                      {{"name", "mcc"}, {"cells", {310, nullptr}}}}));
+    EXPECT_EQ(items[4]["columns"], (Json{"1", "3"}));
+    EXPECT_EQ(items[4]["rows"][1],
+              (Json{{"name", "ipv6_addr"}, {"cells", {"fe80::1/64", nullptr}}}));
+}
+
+// JSON arrays: a row per member with the element's number taken off, a
+// column per element; members an element lacks are null.
+TEST(ReportLayout, JsonArraysBecomeTables) {
+    Json layout = ReportLayout(
+        Parse("rlc_dl_drb_status:json:[{\"rb_cfg_idx1\":3,\"mode1\":\"AM\"},"
+              "{\"rb_cfg_idx2\":4,\"mode2\":\"UM\",\"num_rst2\":1}]\n"
+              "apn1_pdp_qos:json:[{\"Traffic class\":\"Interactive\",\"max SDU size\":1500}]\n"
+              "dch_bler:json:[1,2,\"No data available!\"]\n"
+              "empty:json:[]\n"));
+    const Json& items = layout["items"];
+    ASSERT_EQ(items.size(), 4u);
+    EXPECT_EQ(items[0]["columns"], (Json{"1", "2"}));
+    EXPECT_EQ(items[0]["rows"], (Json{{{"name", "rb_cfg_idx"}, {"cells", {3, 4}}},
+                                      {{"name", "mode"}, {"cells", {"AM", "UM"}}},
+                                      {{"name", "num_rst"}, {"cells", {nullptr, 1}}}}));
+    EXPECT_EQ(items[1]["rows"][0], (Json{{"name", "Traffic class"}, {"cells", {"Interactive"}}}));
+    EXPECT_EQ(items[2]["rows"], (Json{{{"name", "value"}, {"cells", {1, 2, nullptr}}}}));
+    EXPECT_EQ(items[3]["rows"], Json::array());
+    // A JSON value that does not parse stays text.
+    Json bad = ReportLayout(Parse("x:json:[1,\n"));
+    EXPECT_EQ(bad["values"]["x"], "[1,");
+}
+
+TEST(SettingRules, RefusesWhatTheDaemonWouldIgnore) {
+    struct Case {
+        const char* name;
+        const char* value;
+        bool ok;
+    };
+    const Case cases[] = {
+        {"diaglogmask", "1", true},         {"diaglogmask", "2", false},
+        {"ens_value", "0", true},           {"tether_enable", "yes", false},
+        {"enabled_rats", "LTE_ONLY", true}, {"enabled_rats", "lte_only", false},
+        {"apn_name", "internet", true},     {"apn_name", "", false},
+        {"ims_enable", "1", true},          {"volume", "1", false},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(SettingError(c.name, c.value).empty(), c.ok) << c.name << "=" << c.value;
+    EXPECT_EQ(SettingNames().size(), 8u);
+    EXPECT_NE(SettingError("enabled_rats", "x").find("WCDMA+LTE"), std::string::npos);
+}
+
+TEST(Recording, CsvHoldsSingleValuesQuotedWhereNeeded) {
+    Recording recording;
+    recording.Add(1700000000123, "lteopinfo",
+                  Json{{"lte_rsrp", -95},
+                       {"lte_pci", nullptr},
+                       {"dns", "1.1.1.1,8.8.8.8"},
+                       {"name", "say \"hi\""},
+                       {"rlc", Json::array({1})}});
+    EXPECT_EQ(recording.Csv(),
+              "time,report,attribute,value\n"
+              "1700000000.123,lteopinfo,lte_rsrp,-95\n"
+              "1700000000.123,lteopinfo,dns,\"1.1.1.1,8.8.8.8\"\n"
+              "1700000000.123,lteopinfo,name,\"say \"\"hi\"\"\"\n");
+}
+
+TEST(ListenAddress, ParsesAddressAndPort) {
+    struct Case {
+        const char* text;
+        bool ok;
+        const char* host;
+        int port;
+    };
+    const Case cases[] = {
+        {"127.0.0.1:8080", true, "127.0.0.1", 8080},
+        {"0.0.0.0:1", true, "0.0.0.0", 1},
+        {":9000", true, "127.0.0.1", 9000},
+        {"9001", true, "127.0.0.1", 9001},
+        {"host:", false, "", 0},
+        {"1.2.3.4:65536", false, "", 0},
+        {"1.2.3.4:80x", false, "", 0},
+        {"1.2.3.4:0", false, "", 0},
+    };
+    for (const Case& c : cases) {
+        std::string host = "127.0.0.1";
+        int port = 0;
+        EXPECT_EQ(ParseListenAddress(c.text, &host, &port), c.ok) << c.text;
+        if (c.ok) {
+            EXPECT_EQ(host, c.host) << c.text;
+            EXPECT_EQ(port, c.port) << c.text;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace fieldtest

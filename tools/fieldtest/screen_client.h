@@ -1,0 +1,59 @@
+// What every screen of the daemon does through the PPS broker: ask for a
+// report by writing msg/id to the daemon's server object, wait for the
+// reply with the same id, and read the report's status object; read and
+// change diag/config. Used by the terminal screen and the web screen.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace fieldtest {
+
+inline constexpr const char* kControlPath = "/pps/services/radioctrl/modem0/diag/control";
+inline constexpr const char* kConfigPath = "/pps/services/radioctrl/modem0/diag/config";
+inline constexpr const char* kStatusDir = "/pps/services/radioctrl/modem0/diag/";
+
+struct ReportInfo {
+    const char* name;
+    const char* status_object;
+    bool asked = true;  // false: an object read as it stands, with no request
+};
+
+// The daemon's eight requests in their order, then the objects read as they
+// stand (the DIAG library's counts).
+std::span<const ReportInfo> Reports();
+const ReportInfo* FindReport(const std::string& name);
+
+struct Attribute {
+    std::string name;
+    std::string encoding;
+    std::string value;
+};
+
+// Attribute lines of one PPS message, in order; the object line and
+// anything that does not parse are left out.
+std::vector<Attribute> ParseAttributes(std::string text);
+
+// The object's current text; empty when it cannot be opened or read.
+std::string ReadObject(const std::string& path);
+
+// Sends one request and waits for the reply carrying the same id. Returns
+// an error text, empty on success.
+std::string Ask(const std::string& report, int request_id, int timeout_ms);
+
+// Asks for `report` when it is asked for, then reads its status object.
+// Returns an error text, empty on success.
+std::string FetchReport(const ReportInfo& report, int request_id, int timeout_ms,
+                        std::vector<Attribute>* attributes);
+
+// Attributes as one JSON object: numbers, booleans and JSON values parsed,
+// the rest as strings.
+nlohmann::ordered_json ToJson(const std::vector<Attribute>& attrs);
+
+// Writes "name::value" lines to diag/config as one message. Returns an
+// error text, empty on success.
+std::string WriteConfig(const std::vector<std::pair<std::string, std::string>>& settings);
+
+}  // namespace fieldtest

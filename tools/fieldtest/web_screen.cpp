@@ -1,0 +1,339 @@
+#include "tools/fieldtest/web_screen.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "platform/pps/pps_client.h"
+#include "tools/fieldtest/event_hub.h"
+#include "tools/fieldtest/recording.h"
+#include "tools/fieldtest/report_layout.h"
+#include "tools/fieldtest/screen_client.h"
+#include "tools/fieldtest/settings_rules.h"
+#include "tools/fieldtest/web_assets.h"
+
+namespace fieldtest {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr double kMinInterval = 0.5, kMaxInterval = 60;
+constexpr size_t kServerThreads = 32;
+// A page that hears nothing for this long gets a comment line, so a closed
+// page is noticed and its thread freed.
+constexpr auto kKeepAlive = std::chrono::seconds(10);
+
+long long UnixMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+bool BrokerReachable() {
+    std::vector<std::string> entries;
+    return pps_list("/pps/", &entries) == 0;
+}
+
+void ReplyJson(httplib::Response& res, const Json& body, int status = 200) {
+    res.status = status;
+    res.set_header("Cache-Control", "no-store");
+    res.set_content(body.dump(), "application/json");
+}
+
+void ReplyError(httplib::Response& res, int status, const std::string& error) {
+    ReplyJson(res, Json{{"error", error}}, status);
+}
+
+// Whether a bind of host:port can succeed now; the reason when not. The
+// server's own bind gives no reason.
+std::string BindError(const std::string& host, int port) {
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    if (::inet_pton(AF_INET, host.c_str(), &addr.sin_addr) != 1)
+        return "'" + host + "' is not an IPv4 address";
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return std::strerror(errno);
+    int on = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    std::string error;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0)
+        error = std::strerror(errno);
+    ::close(fd);
+    return error;
+}
+
+}  // namespace
+
+struct WebScreen::Impl {
+    explicit Impl(WebScreenOptions o) : options(std::move(o)), interval_s(options.interval_s) {
+        // Each open page's event stream holds one of the server's threads.
+        server.new_task_queue = [] { return new httplib::ThreadPool(kServerThreads); };
+    }
+
+    WebScreenOptions options;
+    httplib::Server server;
+    EventHub hub;
+    Recording recording;
+    std::string chart_js;
+    std::atomic<double> interval_s;
+    std::atomic<int> next_id{static_cast<int>(::getpid() % 10000) * 1000 + 500};
+
+    std::mutex mutex;
+    std::condition_variable wake;
+    bool stopping = false;
+    std::thread poller, config_watcher;
+
+    Json TakeReport(const ReportInfo& report) {
+        std::vector<Attribute> attributes;
+        std::string error = FetchReport(report, next_id++, options.timeout_ms, &attributes);
+        Json out = {{"report", report.name},
+                    {"object", report.status_object},
+                    {"time", UnixMs()},
+                    {"error", error}};
+        Json layout = ReportLayout(attributes);
+        out["values"] = std::move(layout["values"]);
+        out["items"] = std::move(layout["items"]);
+        if (error.empty()) recording.Add(out["time"].get<long long>(), report.name, out["values"]);
+        return out;
+    }
+
+    Json ConfigJson() { return ToJson(ParseAttributes(ReadObject(kConfigPath))); }
+
+    // Sleeps for `seconds` or until woken by a stop or a new interval.
+    bool Pause(double seconds) {
+        std::unique_lock lock(mutex);
+        wake.wait_for(lock, std::chrono::milliseconds(static_cast<int>(seconds * 1000)),
+                      [&] { return stopping; });
+        return !stopping;
+    }
+
+    void PollReports() {
+        do {
+            bool broker = BrokerReachable();
+            bool daemon = false;
+            std::string problem;
+            if (broker) {
+                for (const ReportInfo& report : Reports()) {
+                    Json taken = TakeReport(report);
+                    std::string error = taken["error"];
+                    if (report.asked && error.empty()) daemon = true;
+                    if (report.asked && !error.empty() && problem.empty()) problem = error;
+                    hub.Publish(std::string("report:") + report.name, "report", taken.dump());
+                    if (!daemon && report.asked) break;  // no daemon: no point asking the rest
+                }
+            } else {
+                problem = "the PPS broker is not running (" + pps_socket_path() + ")";
+            }
+            Json modem =
+                broker
+                    ? ToJson(ParseAttributes(ReadObject(std::string(kStatusDir) + "status_data")))
+                    : Json::object();
+            Json health = {{"broker", broker},
+                           {"daemon", daemon},
+                           {"problem", daemon ? "" : problem},
+                           {"modem_state", modem.value("modem_state", Json(nullptr))},
+                           {"interval", interval_s.load()},
+                           {"recorded", recording.rows()},
+                           {"time", UnixMs()}};
+            hub.Publish("health", "health", health.dump());
+        } while (Pause(interval_s.load()));
+    }
+
+    // diag/config through a delta handle: every change (the page's own, the
+    // daemon's write-backs, another screen's) is pushed as it happens. The
+    // handle is opened again when the broker comes back.
+    void WatchConfig() {
+        std::string path = std::string(kConfigPath) + "?delta";
+        std::string last;
+        while (true) {
+            {
+                std::lock_guard lock(mutex);
+                if (stopping) return;
+            }
+            int fd = pps_open(path.c_str(), O_RDONLY | O_CREAT, 0666);
+            if (fd >= 0) {
+                char buffer[4096];
+                while (true) {
+                    pollfd pfd{fd, POLLIN, 0};
+                    int ready = ::poll(&pfd, 1, 300);
+                    {
+                        std::lock_guard lock(mutex);
+                        if (stopping) break;
+                    }
+                    if (ready <= 0) continue;
+                    if (pps_read(fd, buffer, sizeof buffer) <= 0) break;
+                    std::string config = ConfigJson().dump();
+                    if (config != last) hub.Publish("config", "config", config);
+                    last = config;
+                }
+                ::close(fd);
+            }
+            if (!Pause(1)) return;
+        }
+    }
+
+    void Routes() {
+        server.Get("/", [](const httplib::Request&, httplib::Response& res) {
+            res.set_redirect("/index.html");
+        });
+        for (const WebAsset& asset : WebAssets()) {
+            server.Get(asset.path, [&asset](const httplib::Request&, httplib::Response& res) {
+                res.set_content(reinterpret_cast<const char*>(asset.data), asset.size,
+                                asset.content_type);
+            });
+        }
+        server.Get("/chart.js", [this](const httplib::Request&, httplib::Response& res) {
+            if (chart_js.empty()) {
+                res.status = 404;
+                res.set_content("Chart.js is not installed (Debian package libjs-chart.js)",
+                                "text/plain");
+                return;
+            }
+            res.set_header("Cache-Control", "max-age=3600");
+            res.set_content(chart_js, "text/javascript");
+        });
+        server.Get("/api/reports", [](const httplib::Request&, httplib::Response& res) {
+            Json list = Json::array();
+            for (const ReportInfo& r : Reports())
+                list.push_back({{"name", r.name}, {"object", r.status_object}});
+            ReplyJson(res, list);
+        });
+        server.Get(R"(/api/report/([A-Za-z0-9_]+))", [this](const httplib::Request& req,
+                                                            httplib::Response& res) {
+            const ReportInfo* report = FindReport(req.matches[1]);
+            if (report == nullptr)
+                return ReplyError(res, 404, "unknown report '" + std::string(req.matches[1]) + "'");
+            Json taken = TakeReport(*report);
+            bool ok = taken["error"].get<std::string>().empty();
+            ReplyJson(res, taken, ok ? 200 : 503);
+        });
+        server.Get("/api/settings", [](const httplib::Request&, httplib::Response& res) {
+            Json list = Json::array();
+            for (const char* name : SettingNames())
+                list.push_back({{"name", name}, {"choices", SettingChoices(name)}});
+            ReplyJson(res, list);
+        });
+        server.Get("/api/config", [this](const httplib::Request&, httplib::Response& res) {
+            if (!BrokerReachable()) return ReplyError(res, 503, "the PPS broker is not running");
+            ReplyJson(res, ConfigJson());
+        });
+        server.Post("/api/config", [this](const httplib::Request& req, httplib::Response& res) {
+            Json body = Json::parse(req.body, nullptr, false);
+            if (body.is_discarded() || !body.is_object() || !body.contains("name") ||
+                !body["name"].is_string() || !body.contains("value") || !body["value"].is_string())
+                return ReplyError(res, 400, R"(expected {"name": "...", "value": "..."})");
+            std::string name = body["name"], value = body["value"];
+            std::string error = SettingError(name, value);
+            if (!error.empty()) return ReplyError(res, 400, error);
+            if (!BrokerReachable()) return ReplyError(res, 503, "the PPS broker is not running");
+            error = WriteConfig({{name, value}});
+            if (!error.empty()) return ReplyError(res, 503, error);
+            ReplyJson(res, ConfigJson());
+        });
+        server.Post("/api/interval", [this](const httplib::Request& req, httplib::Response& res) {
+            Json body = Json::parse(req.body, nullptr, false);
+            if (body.is_discarded() || !body.is_object() || !body.contains("seconds") ||
+                !body["seconds"].is_number())
+                return ReplyError(res, 400, R"(expected {"seconds": S})");
+            double seconds = body["seconds"];
+            if (!(seconds >= kMinInterval && seconds <= kMaxInterval))
+                return ReplyError(res, 400, "the interval must be from 0.5 to 60 seconds");
+            interval_s = seconds;
+            wake.notify_all();
+            ReplyJson(res, Json{{"seconds", seconds}});
+        });
+        server.Get("/api/recording.csv", [this](const httplib::Request&, httplib::Response& res) {
+            res.set_header("Content-Disposition",
+                           "attachment; filename=\"fieldtest-recording.csv\"");
+            res.set_content(recording.Csv(), "text/csv");
+        });
+        server.Get("/api/events", [this](const httplib::Request&, httplib::Response& res) {
+            auto subscription = hub.Subscribe();
+            res.set_header("Cache-Control", "no-store");
+            res.set_chunked_content_provider(
+                "text/event-stream",
+                [subscription](size_t, httplib::DataSink& sink) {
+                    std::optional<std::string> message = subscription->Next(kKeepAlive);
+                    std::string text = message ? *message : ": keep-alive\n\n";
+                    // A closed hub ends the stream; a page gone fails the write.
+                    return !(subscription->closed()) && sink.write(text.data(), text.size());
+                },
+                [this, subscription](bool) { hub.Unsubscribe(subscription); });
+        });
+    }
+};
+
+WebScreen::WebScreen(WebScreenOptions options) : impl_(std::make_unique<Impl>(std::move(options))) {
+    if (!impl_->options.chart_js_path.empty()) {
+        std::ifstream in(impl_->options.chart_js_path, std::ios::binary);
+        std::ostringstream text;
+        text << in.rdbuf();
+        impl_->chart_js = text.str();
+    }
+    impl_->Routes();
+}
+
+WebScreen::~WebScreen() {
+    Stop();
+}
+
+bool WebScreen::Listen(std::string* error) {
+    std::string reason = BindError(impl_->options.host, impl_->options.port);
+    if (reason.empty() && !impl_->server.bind_to_port(impl_->options.host, impl_->options.port))
+        reason = "the address cannot be taken";
+    if (!reason.empty()) {
+        *error = "cannot listen on " + impl_->options.host + ":" +
+                 std::to_string(impl_->options.port) + ": " + reason;
+        return false;
+    }
+    return true;
+}
+
+void WebScreen::Run() {
+    impl_->poller = std::thread([this] { impl_->PollReports(); });
+    impl_->config_watcher = std::thread([this] { impl_->WatchConfig(); });
+    impl_->server.listen_after_bind();
+}
+
+void WebScreen::Stop() {
+    {
+        std::lock_guard lock(impl_->mutex);
+        impl_->stopping = true;
+    }
+    impl_->wake.notify_all();
+    impl_->hub.Close();
+    impl_->server.stop();
+    if (impl_->poller.joinable()) impl_->poller.join();
+    if (impl_->config_watcher.joinable()) impl_->config_watcher.join();
+}
+
+bool ParseListenAddress(const std::string& text, std::string* host, int* port) {
+    size_t colon = text.rfind(':');
+    std::string port_text = colon == std::string::npos ? text : text.substr(colon + 1);
+    if (colon != std::string::npos && colon > 0) *host = text.substr(0, colon);
+    if (port_text.empty() || port_text.size() > 5 ||
+        port_text.find_first_not_of("0123456789") != std::string::npos)
+        return false;
+    int value = std::stoi(port_text);
+    if (value < 1 || value > 65535) return false;
+    *port = value;
+    return true;
+}
+
+}  // namespace fieldtest
