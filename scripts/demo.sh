@@ -4,7 +4,7 @@
 # the modem channels on the way the field-test screen does, and shows the
 # reports as they change.
 #
-#   scripts/demo.sh [--capture FILE] [--devsim-scenario FILE] [--rounds N] [--interval SEC]
+#   scripts/demo.sh [--capture FILE] [--devsim-scenario FILE] [--rounds N] [--interval SEC] [--web ADDR:PORT]
 #
 #   --capture FILE  modemsim streams the log packets of this DIAG capture
 #                   (.qmdl/.mi2log) instead of its own scenario; a capture
@@ -14,6 +14,7 @@
 #   --devsim-scenario FILE  merged over devsim's built-in scenario
 #   --rounds N      rounds of reports to show (default 10; 0 = until Ctrl-C)
 #   --interval SEC  seconds between rounds (default 2)
+#   --web ADDR:PORT where the web screen listens (default 127.0.0.1:8080)
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -21,13 +22,15 @@ capture=""
 devsim_scenario=""
 rounds=10
 interval=2
+web=127.0.0.1:8080
 while (($#)); do
     case "$1" in
         --capture) capture=$(realpath "$2"); shift 2 ;;
         --devsim-scenario) devsim_scenario=$(realpath "$2"); shift 2 ;;
         --rounds) rounds=$2; shift 2 ;;
         --interval) interval=$2; shift 2 ;;
-        -h|--help) sed -n '2,16p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+        --web) web=$2; shift 2 ;;
+        -h|--help) sed -n '2,17p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
         *) echo "demo: unknown option $1 (see --help)" >&2; exit 2 ;;
     esac
 done
@@ -87,6 +90,19 @@ QMI_DEVICE="unix:$run/qmi.sock" DIAG_DEVICE="unix:$run/diag.sock" SLOGF_STDERR=1
     "$bin/radio_tavora" 2>"$run/radio_tavora.log" &
 pids+=($!)
 wait_for "$run/radio_tavora.log" "tavora_pps started successfully."
+
+# The web screen: the same reports live in a browser, with plots and the settings.
+"$bin/fieldtest" serve --listen "$web" --interval "$interval" >"$run/fieldtest-serve.log" 2>&1 &
+pids+=($!)
+for _ in $(seq 1 50); do
+    grep -q "the field-test screen is on" "$run/fieldtest-serve.log" 2>/dev/null && break
+    sleep 0.1
+done
+if grep -q "the field-test screen is on" "$run/fieldtest-serve.log"; then
+    echo "demo: the field-test screen is on http://$web/ (open it in a browser)"
+else
+    echo "demo: no web screen: $(cat "$run/fieldtest-serve.log")" >&2
+fi
 
 echo
 echo "== before any setting: the modem channels are closed =="

@@ -9,7 +9,9 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build_dir=${1:-$root/build}
 shift || true
 
-packages=(g++ cmake ninja-build pkg-config clang-format libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev)
+# libcpp-httplib-dev and libjs-chart.js: fieldtest serve's HTTP server and plots.
+packages=(g++ cmake ninja-build pkg-config clang-format libgtest-dev libgmock-dev libbenchmark-dev
+    nlohmann-json3-dev libcpp-httplib-dev libjs-chart.js)
 
 "$root/scripts/install_packages.sh" setup "${packages[@]}"
 

@@ -21,6 +21,8 @@ const PLOTS = [
   {id: 'cqi', title: 'HSDPA CQI', series: [['hspaopinfo', 'hsdpa_cqi_num', 'CQI']]},
 ];
 
+const COLOURS = ['#1f77b4', '#d62728', '#2ca02c', '#9467bd', '#ff7f0e', '#8c564b', '#e377c2'];
+
 const started = Date.now();
 const charts = {};  // plot id -> Chart
 const panels = {};  // report -> panel element
@@ -53,7 +55,10 @@ function valueCell(value) {
   if (value === null || value === undefined) {
     return el('td', {class: 'absent', title: 'No data available!'}, '–');
   }
-  const text = typeof value === 'object' ? JSON.stringify(value) : String(value);
+  // Readings such as -93.10000000000001 are shown to three decimals at most.
+  const text = typeof value === 'object' ? JSON.stringify(value)
+    : typeof value === 'number' && !Number.isInteger(value) ? String(+value.toFixed(3))
+    : String(value);
   return el('td', {class: typeof value === 'number' ? 'num' : ''}, text);
 }
 
@@ -122,8 +127,9 @@ function makeCharts() {
     grid.append(el('div', {class: 'plot'}, canvas));
     charts[plot.id] = new Chart(canvas, {
       type: 'line',
-      data: {datasets: plot.series.map(([, , label]) => ({label, data: [], pointRadius: 1.5,
-        borderWidth: 1.5, spanGaps: false}))},
+      data: {datasets: plot.series.map(([, , label], i) => ({label, data: [], pointRadius: 1.5,
+        borderWidth: 1.5, spanGaps: false, borderColor: COLOURS[i % COLOURS.length],
+        backgroundColor: COLOURS[i % COLOURS.length]}))},
       options: {
         animation: false, parsing: false, maintainAspectRatio: false,
         plugins: {title: {display: true, text: plot.title},

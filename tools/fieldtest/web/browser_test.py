@@ -1,0 +1,189 @@
+#!/usr/bin/env python3
+"""The web screen in a real browser: headless Chromium loads the page that
+`fieldtest serve` gives for ppsd, devsim, modemsim and radio_tavora, waits
+for live values, checks that a plot has points and grows, changes a setting
+on the page and finds it in diag/config, and saves a screenshot.
+
+    browser_test.py --bin build/bin --artifacts build/artifacts
+
+Exits 77 (skipped) only when no browser or driver can be found."""
+
+import argparse
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+SKIP = 77
+CONFIG = "/pps/services/radioctrl/modem0/diag/config"
+
+
+def skip(reason):
+    print(f"SKIPPED: {reason}")
+    sys.exit(SKIP)
+
+
+def free_port():
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+class Stack:
+    """ppsd, devsim, modemsim, radio_tavora and fieldtest serve in a scratch folder."""
+
+    def __init__(self, bin_dir):
+        self.bin = bin_dir
+        self.dir = tempfile.mkdtemp(prefix="fieldtest-browser.")
+        self.env = dict(os.environ, PPS_SOCKET=os.path.join(self.dir, "ppsd.sock"))
+        self.processes = []
+        self.port = free_port()
+
+    def start(self, name, *args, env=None):
+        log = open(os.path.join(self.dir, name + ".log"), "w")
+        process = subprocess.Popen([os.path.join(self.bin, name), *args], env=env or self.env,
+                                   stdout=log, stderr=subprocess.STDOUT)
+        self.processes.append(process)
+        return process
+
+    def log(self, name):
+        with open(os.path.join(self.dir, name + ".log")) as f:
+            return f.read()
+
+    def wait_for(self, predicate, what, timeout=20):
+        deadline = time.time() + timeout
+        while time.time() < deadline:
+            if predicate():
+                return
+            time.sleep(0.1)
+        raise AssertionError(f"timed out waiting for {what}")
+
+    def ppsctl(self, *args):
+        return subprocess.run([os.path.join(self.bin, "ppsctl"), *args], env=self.env,
+                              capture_output=True, text=True, timeout=10).stdout
+
+    def up(self):
+        self.start("ppsd", "--socket", self.env["PPS_SOCKET"], "--store",
+                   os.path.join(self.dir, "store"))
+        self.wait_for(lambda: os.path.exists(self.env["PPS_SOCKET"]), "ppsd")
+        self.ppsctl("write", CONFIG, "diaglogmask::0")
+        self.start("devsim")
+        self.wait_for(lambda: "devsim: ready" in self.log("devsim"), "devsim")
+        scenario = os.path.join(self.dir, "modem.json")
+        with open(scenario, "w") as f:
+            json.dump({"lte": {"period_ms": 250}}, f)
+        qmi, diag = os.path.join(self.dir, "qmi.sock"), os.path.join(self.dir, "diag.sock")
+        self.start("modemsim", "--qmi", "unix:" + qmi, "--diag", "unix:" + diag,
+                   "--scenario", scenario)
+        self.wait_for(lambda: os.path.exists(qmi), "modemsim")
+        self.start("radio_tavora",
+                   env=dict(self.env, QMI_DEVICE="unix:" + qmi, DIAG_DEVICE="unix:" + diag,
+                                    SLOGF_STDERR="1"))
+        self.wait_for(lambda: "tavora_pps started successfully." in self.log("radio_tavora"),
+                      "radio_tavora")
+        self.start("fieldtest", "serve", "--listen", f"127.0.0.1:{self.port}", "--interval", "1",
+                   "--timeout", "3")
+        self.wait_for(lambda: "the field-test screen is on" in self.log("fieldtest"),
+                      "fieldtest serve")
+
+    def down(self):
+        for process in reversed(self.processes):
+            if process.poll() is None:
+                process.send_signal(signal.SIGTERM)
+        for process in reversed(self.processes):
+            try:
+                process.wait(timeout=10)
+            except subprocess.TimeoutExpired:
+                process.kill()
+
+
+def browser():
+    try:
+        from selenium import webdriver
+        from selenium.webdriver.chrome.service import Service
+    except ImportError:
+        skip("python3-selenium is not installed")
+    chromium = shutil.which("chromium") or shutil.which("chromium-browser")
+    driver = shutil.which("chromedriver")
+    if not chromium or not driver:
+        skip("chromium and chromium-driver are not installed")
+    options = webdriver.ChromeOptions()
+    options.binary_location = chromium
+    for arg in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu",
+                "--window-size=1400,2600"):
+        options.add_argument(arg)
+    return webdriver.Chrome(service=Service(driver), options=options)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--bin", required=True)
+    parser.add_argument("--artifacts", required=True)
+    args = parser.parse_args()
+
+    from_page = None
+    stack = Stack(os.path.abspath(args.bin))
+    try:
+        stack.up()
+        page = browser()
+        from_page = page
+        page.get(f"http://127.0.0.1:{stack.port}/")
+
+        def script(text):
+            return page.execute_script(text)
+
+        # The settings form comes from the server; switch the log mask on
+        # from the page and find it in diag/config.
+        stack.wait_for(lambda: script("return !!document.getElementById('apply-diaglogmask')"),
+                       "the settings form")
+        script("document.getElementById('setting-diaglogmask').value = '1';"
+               "document.getElementById('apply-diaglogmask').click();")
+        stack.wait_for(lambda: "diaglogmask::1" in stack.ppsctl("read", CONFIG),
+                       "diaglogmask::1 in diag/config")
+        stack.wait_for(lambda: script("return window.fieldtestScreen.config.diaglogmask") == "1",
+                       "the page to show the new setting")
+
+        # Live values: modemsim's LTE serving cell, in its panel.
+        stack.wait_for(lambda: script(
+            "const r = window.fieldtestScreen.reports.lteopinfo;"
+            "return !!r && r.values.lte_pci === 87"), "lteopinfo's PCI on the page")
+        panel = script("return document.getElementById('report-lteopinfo').innerText")
+        assert "lte_pci" in panel and "87" in panel, panel
+        assert "No data available!" not in panel, "absent values must not show as text"
+
+        # A plot with points that keep coming.
+        stack.wait_for(lambda: script("return window.fieldtestScreen.pointCount('lte')") >= 3,
+                       "points in the LTE plot")
+        before = script("return window.fieldtestScreen.pointCount('lte')")
+        stack.wait_for(lambda: script("return window.fieldtestScreen.pointCount('lte')") > before,
+                       "the LTE plot to move")
+        assert script("return document.getElementById('banner').hidden"), "banner shown"
+
+        os.makedirs(args.artifacts, exist_ok=True)
+        shot = os.path.join(args.artifacts, "web_screen.png")
+        page.save_screenshot(shot)
+        print(f"screenshot: {shot}")
+        print("PASSED")
+        return 0
+    except AssertionError as error:
+        print(f"FAILED: {error}")
+        for name in ("fieldtest", "radio_tavora", "modemsim"):
+            try:
+                print(f"--- {name} log (tail) ---\n" + stack.log(name)[-2000:])
+            except OSError:
+                pass
+        return 1
+    finally:
+        if from_page is not None:
+            from_page.quit()
+        stack.down()
+        shutil.rmtree(stack.dir, ignore_errors=True)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
