@@ -14,7 +14,8 @@ build_dir=$root/build-fuzz
 captures=${RT_CAPTURES_DIR:-$root/../shared/captures}
 seconds=${FUZZ_SECONDS:-30}
 
-packages=(clang libclang-rt-14-dev cmake ninja-build nlohmann-json3-dev libgtest-dev libgmock-dev python3)
+packages=(clang libclang-rt-14-dev cmake ninja-build pkg-config nlohmann-json3-dev libgtest-dev libgmock-dev
+    libcpp-httplib-dev python3)
 "$root/scripts/install_packages.sh" fuzz "${packages[@]}"
 
 if [ ! -f "$build_dir/build.ninja" ]; then
@@ -127,6 +128,13 @@ printf '\x01@rmnet2\nconnected:b:true\nip_addresses:json:["100.66.12.9/29","fe80
 printf '\x02@control\nres::get_leaf_node\nid::3323\ndat:json:{"value":"vzwinternet"}\n' \
     >"$seeds/pdn_apn_readers_fuzz/leaf_answer"
 printf '\x02@control\nres::get_leaf_node\nid::3323\nerr:n:2\n' >"$seeds/pdn_apn_readers_fuzz/leaf_error"
+
+# The web screen's report layout: status objects as the daemon writes them.
+mkdir -p "$seeds/report_layout_fuzz"
+printf '@status_utra\nscell_rscp:n:-90.7\naset_sc1:n:100\naset_rscp1:n:-93.10000000000001\naset_sc2::No data available!\nsqual1:n:16\nsrxlev1:n:19\ndch_bler:json:[{"bler0":0,"tr_channel_id0":5},{"bler1":9,"tr_channel_id1":6}]\n' \
+    >"$seeds/report_layout_fuzz/status_utra"
+printf '@status_eutra\nlte_apn1_Id::1\nlte_apn1_Name::vzwims\napn1_ipv4_addr::10.168.4.21/30\napn1_dns_ip_addr::10.168.7.1,\nrlc_dl_drb_status:json:[{"rb_cfg_idx1":3,"mode1":"AM","num_rst1":0}]\n' \
+    >"$seeds/report_layout_fuzz/status_eutra"
 
 corpus=$build_dir/corpus
 crashes=$build_dir/crashes

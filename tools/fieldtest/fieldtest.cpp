@@ -67,7 +67,7 @@ int ShowReports(const std::vector<std::string>& reports, bool json, int timeout_
         else
             PrintTable(name + " (" + info->status_object + ")", attrs);
     }
-    if (json) std::printf("%s\n", all.dump(2).c_str());
+    if (json) std::printf("%s\n", fieldtest::JsonText(all, 2).c_str());
     std::fflush(stdout);
     return status;
 }

@@ -63,7 +63,7 @@ Json Value(const Attribute& a) {
 
 Json CellValue(const Json& v) {
     if (v.is_string() && v.get<std::string>() == kNoData) return nullptr;
-    if (v.is_structured()) return v.dump();
+    if (v.is_structured()) return JsonText(v);
     return v;
 }
 

@@ -82,6 +82,15 @@ TEST(ReportLayout, JsonArraysBecomeTables) {
     EXPECT_EQ(bad["values"]["x"], "[1,");
 }
 
+// An object can hold any bytes; the page gets them replaced, and the server
+// goes on (found by fuzzing: the JSON text threw).
+TEST(ReportLayout, BytesThatAreNotUtf8AreReplaced) {
+    Json layout = ReportLayout(Parse("apn1_dns_ip_addr::10.168.\xb7.1,\n"));
+    std::string text;
+    ASSERT_NO_THROW(text = JsonText(layout));
+    EXPECT_NE(text.find("10.168.\xef\xbf\xbd.1,"), std::string::npos) << text;
+}
+
 TEST(SettingRules, RefusesWhatTheDaemonWouldIgnore) {
     struct Case {
         const char* name;

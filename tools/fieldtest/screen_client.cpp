@@ -133,6 +133,10 @@ nlohmann::ordered_json ToJson(const std::vector<Attribute>& attrs) {
     return out;
 }
 
+std::string JsonText(const nlohmann::ordered_json& json, int indent) {
+    return json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 std::string WriteConfig(const std::vector<std::pair<std::string, std::string>>& settings) {
     std::string message;
     for (const auto& [name, value] : settings) message += name + "::" + value + "\n";

@@ -52,6 +52,10 @@ std::string FetchReport(const ReportInfo& report, int request_id, int timeout_ms
 // the rest as strings.
 nlohmann::ordered_json ToJson(const std::vector<Attribute>& attrs);
 
+// JSON text of `json`, `indent` as dump takes it. Bytes that are not UTF-8
+// (an object can hold anything) are replaced rather than thrown on.
+std::string JsonText(const nlohmann::ordered_json& json, int indent = -1);
+
 // Writes "name::value" lines to diag/config as one message. Returns an
 // error text, empty on success.
 std::string WriteConfig(const std::vector<std::pair<std::string, std::string>>& settings);

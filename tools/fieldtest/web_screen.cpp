@@ -52,7 +52,7 @@ bool BrokerReachable() {
 void ReplyJson(httplib::Response& res, const Json& body, int status = 200) {
     res.status = status;
     res.set_header("Cache-Control", "no-store");
-    res.set_content(body.dump(), "application/json");
+    res.set_content(JsonText(body), "application/json");
 }
 
 void ReplyError(httplib::Response& res, int status, const std::string& error) {
@@ -134,7 +134,7 @@ struct WebScreen::Impl {
                     std::string error = taken["error"];
                     if (report.asked && error.empty()) daemon = true;
                     if (report.asked && !error.empty() && problem.empty()) problem = error;
-                    hub.Publish(std::string("report:") + report.name, "report", taken.dump());
+                    hub.Publish(std::string("report:") + report.name, "report", JsonText(taken));
                     if (!daemon && report.asked) break;  // no daemon: no point asking the rest
                 }
             } else {
@@ -151,7 +151,7 @@ struct WebScreen::Impl {
                            {"interval", interval_s.load()},
                            {"recorded", recording.rows()},
                            {"time", UnixMs()}};
-            hub.Publish("health", "health", health.dump());
+            hub.Publish("health", "health", JsonText(health));
         } while (Pause(interval_s.load()));
     }
 
@@ -178,7 +178,7 @@ struct WebScreen::Impl {
                     }
                     if (ready <= 0) continue;
                     if (pps_read(fd, buffer, sizeof buffer) <= 0) break;
-                    std::string config = ConfigJson().dump();
+                    std::string config = JsonText(ConfigJson());
                     if (config != last) hub.Publish("config", "config", config);
                     last = config;
                 }
