@@ -128,6 +128,17 @@ printf '\x02@control\nres::get_leaf_node\nid::3323\ndat:json:{"value":"vzwintern
     >"$seeds/pdn_apn_readers_fuzz/leaf_answer"
 printf '\x02@control\nres::get_leaf_node\nid::3323\nerr:n:2\n' >"$seeds/pdn_apn_readers_fuzz/leaf_error"
 
+# The settings' answers: the tethering prefix query's output (a routing
+# table's third IPv6 route cut to its prefix), and the connection service's
+# answers to set_apn_setting and get_apn_setting, each after the byte that
+# picks its decoder.
+mkdir -p "$seeds/settings_answers_fuzz"
+printf '\x002001:db8:1:2:\n' >"$seeds/settings_answers_fuzz/prefix"
+printf '\x01@control\nres::set_apn_setting\nid::3323\nerr:n:5\n' \
+    >"$seeds/settings_answers_fuzz/set_refused"
+printf '\x02@control\nres::get_apn_setting\nid::3323\ndat:json:{"name":"internet","APN":"vzwinternet"}\n' \
+    >"$seeds/settings_answers_fuzz/get_answer"
+
 corpus=$build_dir/corpus
 crashes=$build_dir/crashes
 mkdir -p "$corpus" "$crashes"
