@@ -1,23 +1,25 @@
 #include "config/config_actions.h"
 
+#include "config/apn_name.h"
 #include "config/enabled_rats.h"
+#include "config/tethering.h"
+#include "config/throttles.h"
 #include "diaglog/dm_log_mask.h"
 #include "qmi/vendor_requests.h"
 
 namespace {
 
 // The one place where settings join the daemon: one row per attribute,
-// in the fixed order of config_actions.h. A setting not built yet has no
-// row; its attribute is then ignored.
+// in the fixed order of config_actions.h.
 const ConfigAction kConfigActions[] = {
     {"diaglogmask", SetTavoraLogMask},
-    // tether_enable: handleTetheringCmd joins here.
+    {"tether_enable", handleTetheringCmd},
     {"ens_value", SetENSValue},
-    // apn_name:      SetAPNName joins here.
+    {"apn_name", SetAPNName},
     {"enabled_rats", SelectRatByName, ClearSkipAndGetRatsState},
-    // evdo_enable:   SetEVDOThrottle joins here.
-    // onex_enable:   Set1XThrottle joins here.
-    // ims_enable:    SetIMSTestMode joins here.
+    {"evdo_enable", SetEVDOThrottle},
+    {"onex_enable", Set1XThrottle},
+    {"ims_enable", SetIMSTestMode},
 };
 
 std::span<const ConfigAction> test_actions;

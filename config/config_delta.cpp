@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "config/config_actions.h"
+#include "platform/pps/pps_client.h"
 #include "platform/pps/pps_decoder.h"
 #include "service/tavora_context.h"
 #include "service/tavora_log.h"
@@ -22,7 +23,9 @@ void TavoraConfigObjDelta() {
     if (config_fd < 0) std::perror("open");
 
     std::memset(delta_buffer, 0, sizeof delta_buffer);
-    ssize_t n = ::read(config_fd, delta_buffer, sizeof delta_buffer - 1);
+    // pps_read: the first read of the delta handle gives diag/config as it
+    // stands then, without the ens_value that start-up deleted.
+    ssize_t n = pps_read(config_fd, delta_buffer, sizeof delta_buffer - 1);
 
     pps_decoder_t decoder;
     pps_decoder_initialize(&decoder, nullptr);

@@ -411,7 +411,9 @@ TEST_F(EnabledRatsTest, DeltaWithoutEnabledRatsReadsTheModemAtOnce) {
     TavoraConfigObjDelta();
     EXPECT_EQ(current_rat, 16);
     EXPECT_EQ(Sent(2000), std::vector<int>{16});
-    EXPECT_THAT(MenuWrites(), ElementsAre("enabled_rats::LTE_ONLY\n"));
+    // Then ims_enable, after enabled_rats: with no QMI client open the
+    // change is refused and written back.
+    EXPECT_THAT(MenuWrites(), ElementsAre("enabled_rats::LTE_ONLY\n", "ims_enable:n:0\n"));
 }
 
 TEST_F(EnabledRatsTest, DeltaWithEnabledRatsSelectsByName) {

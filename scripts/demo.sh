@@ -78,15 +78,24 @@ echo "demo: devsim ${devsim_args[*]} (log: $run/devsim.log)"
 pids+=($!)
 wait_for "$run/devsim.log" "devsim: ready"
 
-modemsim_args=(--qmi "unix:$run/qmi.sock" --diag "unix:$run/diag.sock")
+# The modem refuses EVDO throttling (message 0x18), so one refused setting
+# is written back to the screen.
+echo '{"qmi": {"refuse": {"0x18": 71}}}' >"$run/modemsim-settings.json"
+modemsim_args=(--qmi "unix:$run/qmi.sock" --diag "unix:$run/diag.sock"
+    --scenario "$run/modemsim-settings.json")
 [ -n "$capture" ] && modemsim_args+=(--capture "$capture")
 echo "demo: modemsim ${modemsim_args[*]}"
 "$bin/modemsim" "${modemsim_args[@]}" 2>"$run/modemsim.log" &
 pids+=($!)
 for _ in $(seq 1 100); do [ -S "$run/qmi.sock" ] && break; sleep 0.05; done
 
-echo "demo: radio_tavora (log: $run/radio_tavora.log)"
-QMI_DEVICE="unix:$run/qmi.sock" DIAG_DEVICE="unix:$run/diag.sock" SLOGF_STDERR=1 \
+# Tethering runs the platform's shell tools: logging stand-ins, first on
+# the daemon's PATH, write what they are asked to a log and change nothing
+# on this machine; route shows a routing table with an IPv6 prefix.
+echo "demo: radio_tavora (log: $run/radio_tavora.log; its shell tools log to $run/tools.log)"
+PATH="$root/tools/shellstandins:$PATH" SHELL_STANDINS_LOG="$run/tools.log" \
+    SHELL_STANDINS_ROUTES="$root/tools/shellstandins/routes.example" \
+    QMI_DEVICE="unix:$run/qmi.sock" DIAG_DEVICE="unix:$run/diag.sock" SLOGF_STDERR=1 \
     "$bin/radio_tavora" 2>"$run/radio_tavora.log" &
 pids+=($!)
 wait_for "$run/radio_tavora.log" "tavora_pps started successfully."
@@ -121,6 +130,35 @@ echo "== the screen chooses LTE only: the daemon asks the radio control service 
 wait_for "$run/devsim.log" "wrote /pps/services/radioctrl/modem0/status_persistent: .*:16}"
 echo "-- what devsim received and reported:"
 grep -E 'devsim: (rx|wrote /pps/services/radioctrl)' "$run/devsim.log" | tail -n 2 || true
+"$bin/ppsctl" read /pps/services/radioctrl/modem0/status_persistent
+
+echo
+echo "== the screen chooses CDMA only, which this WCDMA and LTE device cannot take =="
+"$bin/fieldtest" set enabled_rats=CDMA_ONLY
+echo "-- the menu shows LTE_ONLY again, and radio control is sent it once more:"
+grep -E 'devsim: rx /pps/services/radioctrl' "$run/devsim.log" | tail -n 1 || true
+
+echo
+echo "== the screen turns USB tethering on, then off =="
+"$bin/fieldtest" set tether_enable=1 >/dev/null
+wait_for "$run/tools.log" "route add"
+"$bin/fieldtest" set tether_enable=0 >/dev/null
+wait_for "$run/tools.log" "ip6.forwarding=0"
+echo "-- the command lines the daemon ran (the tools are stand-ins):"
+cat "$run/tools.log"
+
+echo
+echo "== the screen sets IMS test mode, 1x and EVDO throttling; the modem refuses EVDO =="
+"$bin/fieldtest" set ims_enable=1 onex_enable=1 evdo_enable=1
+echo "-- what modemsim received (0x1a IMS, 0x16 1x set, 0x15 1x read-back, 0x18 EVDO):"
+grep -E 'msg=0x(1a|16|15|18)' "$run/modemsim.log" | tail -n 4 || true
+
+echo
+echo "== the screen sets the internet APN; the connection service takes it =="
+"$bin/fieldtest" set apn_name=demo.internet >/dev/null
+echo "-- what the connection service received, and the internet PDN now:"
+grep -E 'devsim: rx /pps/services/cds/vesta/control' "$run/devsim.log" | tail -n 2 || true
+"$bin/ppsctl" read /pps/services/cds/vesta/status | grep -E '^internet:' || true
 
 if [ -n "$capture" ]; then
     echo

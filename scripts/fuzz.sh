@@ -135,6 +135,16 @@ printf '@status_utra\nscell_rscp:n:-90.7\naset_sc1:n:100\naset_rscp1:n:-93.10000
     >"$seeds/report_layout_fuzz/status_utra"
 printf '@status_eutra\nlte_apn1_Id::1\nlte_apn1_Name::vzwims\napn1_ipv4_addr::10.168.4.21/30\napn1_dns_ip_addr::10.168.7.1,\nrlc_dl_drb_status:json:[{"rb_cfg_idx1":3,"mode1":"AM","num_rst1":0}]\n' \
     >"$seeds/report_layout_fuzz/status_eutra"
+# The settings' answers: the tethering prefix query's output (a routing
+# table's third IPv6 route cut to its prefix), and the connection service's
+# answers to set_apn_setting and get_apn_setting, each after the byte that
+# picks its decoder.
+mkdir -p "$seeds/settings_answers_fuzz"
+printf '\x002001:db8:1:2:\n' >"$seeds/settings_answers_fuzz/prefix"
+printf '\x01@control\nres::set_apn_setting\nid::3323\nerr:n:5\n' \
+    >"$seeds/settings_answers_fuzz/set_refused"
+printf '\x02@control\nres::get_apn_setting\nid::3323\ndat:json:{"name":"internet","APN":"vzwinternet"}\n' \
+    >"$seeds/settings_answers_fuzz/get_answer"
 
 corpus=$build_dir/corpus
 crashes=$build_dir/crashes

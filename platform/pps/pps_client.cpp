@@ -5,14 +5,18 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string_view>
+#include <unordered_map>
 
 #include "platform/pps/pps_wire.h"
 
@@ -21,6 +25,83 @@ namespace {
 // How long an open waits for the object's copy that the broker sends right
 // after its answer (only a stalled broker makes this wait at all).
 constexpr int kCopyWaitMs = 2000;
+
+// Delta handles whose first read has not happened yet: descriptor ->
+// the socket's inode, so that a descriptor closed and reused for another
+// socket is not taken for the handle.
+std::mutex first_reads_mutex;
+std::unordered_map<int, ino_t> first_reads;
+
+ino_t SocketInode(int fd) {
+    struct stat info {};
+    return ::fstat(fd, &info) == 0 ? info.st_ino : 0;
+}
+
+void NoteOpened(int fd, bool delta_copy) {
+    std::lock_guard<std::mutex> lock(first_reads_mutex);
+    if (delta_copy)
+        first_reads[fd] = SocketInode(fd);
+    else
+        first_reads.erase(fd);
+}
+
+// True (once) when this is the first read of a delta handle.
+bool TakeFirstRead(int fd) {
+    std::lock_guard<std::mutex> lock(first_reads_mutex);
+    auto found = first_reads.find(fd);
+    if (found == first_reads.end()) return false;
+    bool same_socket = found->second != 0 && found->second == SocketInode(fd);
+    first_reads.erase(found);
+    return same_socket;
+}
+
+// Receives one message into `out`, waiting up to `wait_ms`; false when none came.
+bool ReceiveMessage(int fd, int wait_ms, std::string* out) {
+    pollfd pfd{fd, POLLIN, 0};
+    int ready;
+    do {
+        ready = ::poll(&pfd, 1, wait_ms);
+    } while (ready < 0 && errno == EINTR);
+    if (ready <= 0) return false;
+    out->assign(pps_wire::kMaxRead, '\0');
+    ssize_t n;
+    do {
+        n = ::recv(fd, out->data(), out->size(), MSG_DONTWAIT);
+    } while (n < 0 && errno == EINTR);
+    if (n <= 0) return false;
+    out->resize(static_cast<size_t>(n));
+    return true;
+}
+
+// The first read of a delta handle. The copy sent at open was taken then,
+// so what the handle itself wrote since (a deletion, say) would come back
+// in it; the object is asked for again as it stands now, and the messages
+// before that answer, all older than it, are dropped. If the broker does
+// not answer in time, the copy from the open is what the read returns.
+ssize_t ReadFirstCopy(int fd, void* buffer, size_t size) {
+    std::string opened;
+    bool have_opened = ReceiveMessage(fd, 0, &opened);
+    const size_t marker = std::strlen(pps_wire::kCopyNow);
+    std::string message;
+    bool asked =
+        ::send(fd, pps_wire::kCopyNow, marker, MSG_NOSIGNAL) == static_cast<ssize_t>(marker);
+    const std::string* result = have_opened ? &opened : nullptr;
+    while (asked && ReceiveMessage(fd, kCopyWaitMs, &message)) {
+        if (message.compare(0, marker, pps_wire::kCopyNow) == 0) {
+            message.erase(0, marker);
+            result = &message;
+            break;
+        }
+    }
+    if (result == nullptr) {
+        errno = EAGAIN;
+        return -1;
+    }
+    // As a read of a datagram: what does not fit the buffer is lost.
+    size_t length = std::min(result->size(), size);
+    std::memcpy(buffer, result->data(), length);
+    return static_cast<ssize_t>(length);
+}
 
 // Connects to the broker; -1 with errno on failure.
 int ConnectBroker(bool cloexec) {
@@ -119,7 +200,8 @@ int OpenWithExtras(const char* path, int flags, mode_t mode, int extras) {
         errno = code;
         return -1;
     }
-    if (answer == pps_wire::kCopyFollows) {
+    const bool copy_follows = answer == pps_wire::kCopyFollows;
+    if (copy_follows) {
         // The broker sends the copy right after the answer; wait for it so
         // that a non-blocking read straight after this open finds it.
         pollfd pfd{fd, POLLIN, 0};
@@ -128,6 +210,7 @@ int OpenWithExtras(const char* path, int flags, mode_t mode, int extras) {
             ready = ::poll(&pfd, 1, kCopyWaitMs);
         } while (ready < 0 && errno == EINTR);
     }
+    NoteOpened(fd, copy_follows && HasOption(path, "delta"));
     // Without "wait" a read must never block: it fails with EAGAIN when
     // nothing is pending, as the daemon's server read expects.
     if (!HasOption(path, "wait") || (flags & O_NONBLOCK) != 0) {
@@ -150,6 +233,7 @@ std::string pps_socket_path() {
 }
 
 ssize_t pps_read(int fd, void* buffer, size_t size) {
+    if (TakeFirstRead(fd)) return ReadFirstCopy(fd, buffer, size);
     ssize_t n = ::read(fd, buffer, size);
     if (n != 0) return n;
     // Zero bytes: an empty message, or the peer has closed. Only a closed

@@ -26,7 +26,10 @@ int pps_open(const char* path, int flags, mode_t mode = 0);
 // Reads one message from a PPS descriptor, as read does, except that a
 // descriptor whose broker has gone fails with EBADF, as it does on the
 // device when the PPS service behind it is gone. A plain read of a socket
-// would return 0 for ever and look like an empty message.
+// would return 0 for ever and look like an empty message. The first read
+// of a "?delta" handle gives the object as it stands at that read, as on
+// the device: what the handle's own writes since its open deleted is not
+// in it (a plain read gets the copy taken at the open).
 ssize_t pps_read(int fd, void* buffer, size_t size);
 // Removes an object (and its persisted copy). 0, or -1 with errno.
 int pps_unlink(const char* path);

@@ -35,6 +35,12 @@ inline constexpr int kOpenExtraRequireServer = 1;
 // The open answer's extra line when the object's current copy follows.
 inline constexpr const char* kCopyFollows = "copy";
 
+// The first read of a "?delta" handle through pps_read gives the object as
+// it stands at that read: the client sends this line on the handle, and the
+// broker answers it with this line followed by the object's current text.
+// Everything the handle was sent before that answer is older than it.
+inline constexpr const char* kCopyNow = "!copy\n";
+
 // Limits. A write longer than kMaxMessage is refused with EMSGSIZE; a write
 // that would make an object's attribute lines longer than kMaxObject is
 // refused with EFBIG (the object is left as it was); a path longer than

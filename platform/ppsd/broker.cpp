@@ -562,6 +562,16 @@ int Broker::OpenObject(Conn* conn, char* head) {
     return 0;
 }
 
+void Broker::SendCopyNow(Conn* conn) {
+    if (conn->role != Conn::Role::Plain && conn->role != Conn::Role::Delta) return;
+    // This answer is the whole object now: a resync still waiting would only
+    // repeat it, and would hold the answer back (nothing is queued behind one).
+    conn->resync_pending = false;
+    iovec iov[2] = {Iov(pps_wire::kCopyNow, std::strlen(pps_wire::kCopyNow)),
+                    Iov(conn->att->object->Render())};
+    Send(conn, iov, 2);
+}
+
 void Broker::SendConnectLine(Attachments* att, Conn* client) {
     if (att->server == nullptr) return;
     char line[128];
@@ -576,6 +586,10 @@ void Broker::SendConnectLine(Attachments* att, Conn* client) {
 }
 
 void Broker::OnMessage(Conn* conn, char* text, size_t length) {
+    if (std::string_view(text, length) == pps_wire::kCopyNow) {
+        SendCopyNow(conn);
+        return;
+    }
     if (!conn->can_write) return;  // a read-only handle's writes go nowhere
     switch (conn->role) {
         case Conn::Role::Server:

@@ -14,7 +14,10 @@
 //    the whole object now": sent when the object is truncated (O_TRUNC by
 //    another handle, or a "?critical" handle closed: then it has no lines),
 //    and when a slow reader's queue overflowed (see below);
-//  - "-@name": the object was unlinked.
+//  - "-@name": the object was unlinked;
+//  - "!copy" and the whole object: the answer to a "!copy" line the handle
+//    sent (pps_wire::kCopyNow), which pps_read sends at a delta handle's
+//    first read so that read gives the object as it stands then.
 // Server objects: the handle opened "?server" is the server (one at a time,
 // else EBUSY). A non-server handle opened while the server is there is a
 // client with an id (1, 2, ... per object). Its writes go only to the server,
@@ -103,6 +106,8 @@ class Broker {
     void NotifyChange(Attachments* att, Conn* except);
     void NotifyLine(Attachments* att, Conn* except, const char* prefix);
     void SendConnectLine(Attachments* att, Conn* client);
+    // Answers a handle's kCopyNow line with the object as it stands.
+    void SendCopyNow(Conn* conn);
     // One message now, without blocking: false when it would block, or when
     // the handle failed (it is closed then).
     bool TrySend(Conn* conn, const iovec* iov, int count);

@@ -255,6 +255,66 @@ TEST_F(PpsdTest, AHandleDoesNotGetItsOwnWritesBack) {
     ::close(b);
 }
 
+// The daemon deletes ens_value right after opening diag/config: the first
+// read must not bring it back, nor miss what others wrote meanwhile.
+TEST_F(PpsdTest, FirstReadOfADeltaHandleGivesTheObjectAsItStandsThen) {
+    int w = Open("/pps/t/first", O_RDWR | O_CREAT);
+    ASSERT_TRUE(Write(w, "keep::1\nens_value::1\nlater::old\n"));
+    int d = Open("/pps/t/first?delta", O_RDWR);
+    ASSERT_GE(d, 0);
+    ASSERT_TRUE(Write(d, "-ens_value\n"));  // its own write: never sent back to it
+    ASSERT_TRUE(Write(w, "later::new\nadded::2\n"));
+    ASSERT_EQ(ReadWhole("/pps/t/first"), "@first\nkeep::1\nlater::new\nadded::2\n");
+    char buffer[4096];
+    ssize_t n = pps_read(d, buffer, sizeof buffer);
+    ASSERT_GT(n, 0);
+    // The other writer's change came before this read: it is in the object.
+    EXPECT_EQ(std::string(buffer, static_cast<size_t>(n)),
+              "@first\nkeep::1\nlater::new\nadded::2\n");
+    EXPECT_TRUE(NothingPending(d));
+    // From then on, one group per change as before.
+    ASSERT_TRUE(Write(w, "-added\n"));
+    pollfd entry{d, POLLIN, 0};
+    ASSERT_EQ(::poll(&entry, 1, kWaitMs), 1);
+    n = pps_read(d, buffer, sizeof buffer);
+    EXPECT_EQ(std::string(buffer, static_cast<size_t>(n > 0 ? n : 0)), "@first\n-added\n");
+    ::close(d);
+    ::close(w);
+}
+
+TEST_F(PpsdTest, PlainReadOfADeltaHandleStillGetsTheCopyTakenAtTheOpen) {
+    int w = Open("/pps/t/atopen", O_RDWR | O_CREAT);
+    ASSERT_TRUE(Write(w, "a::1\n"));
+    int d = Open("/pps/t/atopen?delta", O_RDWR);
+    ASSERT_TRUE(Write(d, "-a\n"));
+    ASSERT_EQ(ReadWhole("/pps/t/atopen"), "@atopen\n");
+    EXPECT_EQ(ReadMsg(d).value_or(""), "@atopen\na::1\n");
+    ::close(d);
+    ::close(w);
+}
+
+TEST_F(PpsdTest, FirstReadRuleKeepsToTheHandleItWasOpenedFor) {
+    // A delta handle closed unread, its number taken by another socket: a
+    // pps_read of that socket is a plain read, and nothing is sent on it.
+    int d = Open("/pps/t/reuse?delta", O_RDONLY | O_CREAT);
+    ASSERT_GE(d, 0);
+    ::close(d);
+    int pair[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, pair), 0);
+    if (pair[0] != d) {
+        ::close(pair[0]);
+        ::close(pair[1]);
+        GTEST_SKIP() << "the descriptor number was not reused";
+    }
+    ASSERT_TRUE(Write(pair[1], "@peer\nx::1\n"));
+    char buffer[256];
+    ssize_t n = pps_read(pair[0], buffer, sizeof buffer);
+    EXPECT_EQ(std::string(buffer, static_cast<size_t>(n > 0 ? n : 0)), "@peer\nx::1\n");
+    EXPECT_TRUE(NothingPending(pair[1])) << "the first-read request went to the wrong socket";
+    ::close(pair[0]);
+    ::close(pair[1]);
+}
+
 TEST_F(PpsdTest, DeltaReaderSeesAChangeMadeByAnotherProcess) {
     int d = Open("/pps/t/shared?delta", O_RDONLY | O_CREAT);
     ASSERT_GE(d, 0);

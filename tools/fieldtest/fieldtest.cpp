@@ -3,11 +3,13 @@
 //   fieldtest [--json] [--timeout SEC] REPORT...   ask for reports, show them
 //   fieldtest watch [--interval SEC] [--count N] REPORT...
 //   fieldtest set NAME=VALUE...                     change settings in diag/config
+//                                                   and show it once applied
 //   fieldtest serve [--listen ADDR:PORT] [--interval SEC]   the screen as a web page
 //
 // A report is asked for by writing msg/id to the daemon's server object as
 // a client; once the reply with the same id is back, the report's status
 // object is read and shown as a table of attributes (or as JSON).
+#include <fcntl.h>
 #include <getopt.h>
 #include <pthread.h>
 #include <signal.h>
@@ -26,6 +28,7 @@
 #include "platform/pps/pps_client.h"
 #include "tools/fieldtest/numbered_array_table.h"
 #include "tools/fieldtest/screen_client.h"
+#include "tools/fieldtest/setting_rules.h"
 #include "tools/fieldtest/web_screen.h"
 
 namespace {
@@ -72,19 +75,83 @@ int ShowReports(const std::vector<std::string>& reports, bool json, int timeout_
     return status;
 }
 
-int SetSettings(const std::vector<std::string>& settings) {
-    std::vector<std::pair<std::string, std::string>> pairs;
+// True when diag/config already holds every line of `message`.
+bool AlreadyHeld(const std::string& message) {
+    std::string now = fieldtest::ReadObject(fieldtest::kConfigPath);
+    for (size_t at = 0; at < message.size();) {
+        size_t end = message.find('\n', at);
+        if (now.find("\n" + message.substr(at, end + 1 - at)) == std::string::npos) return false;
+        at = end + 1;
+    }
+    return true;
+}
+
+// Writes the settings, waits until the daemon has applied them, and shows
+// what diag/config then holds: the daemon writes a refused change back.
+int SetSettings(const std::vector<std::string>& settings, int timeout_ms, int& next_id) {
+    std::string message;
     for (const auto& s : settings) {
         auto eq = s.find('=');
         if (eq == std::string::npos || eq == 0) {
             std::fprintf(stderr, "fieldtest: set: expected NAME=VALUE, got '%s'\n", s.c_str());
             return 2;
         }
-        pairs.emplace_back(s.substr(0, eq), s.substr(eq + 1));
+        std::string reason = CheckSetting(s.substr(0, eq), s.substr(eq + 1));
+        if (!reason.empty()) {
+            std::fprintf(stderr, "fieldtest: set: %s\n", reason.c_str());
+            return 2;
+        }
+        message += s.substr(0, eq) + "::" + s.substr(eq + 1) + "\n";
     }
-    std::string error = fieldtest::WriteConfig(pairs);
-    if (!error.empty()) std::fprintf(stderr, "fieldtest: %s\n", error.c_str());
-    return error.empty() ? 0 : 1;
+    if (AlreadyHeld(message)) {
+        // The broker passes on no change, so the daemon applies nothing.
+        std::printf("diag/config already holds this; nothing changes\n");
+        PrintTable("diag/config",
+                   fieldtest::ParseAttributes(fieldtest::ReadObject(fieldtest::kConfigPath)));
+        return 0;
+    }
+    // A delta reader opened first sees the write arrive; the daemon may
+    // write a value back at once, so the object itself may never show it.
+    int watch = pps_open((std::string(fieldtest::kConfigPath) + "?delta").c_str(), O_RDONLY);
+    if (watch >= 0) fieldtest::ReadMessage(watch, 1000);  // the copy at the open
+    int fd = pps_open(fieldtest::kConfigPath, O_WRONLY | O_CREAT, 0666);
+    if (fd < 0) {
+        std::fprintf(stderr, "fieldtest: %s: %s\n", fieldtest::kConfigPath, std::strerror(errno));
+        if (watch >= 0) ::close(watch);
+        return 1;
+    }
+    bool ok = ::write(fd, message.data(), message.size()) == static_cast<ssize_t>(message.size());
+    ::close(fd);
+    if (!ok) {
+        std::fprintf(stderr, "fieldtest: write %s: %s\n", fieldtest::kConfigPath,
+                     std::strerror(errno));
+        if (watch >= 0) ::close(watch);
+        return 1;
+    }
+    bool landed = watch >= 0 && !fieldtest::ReadMessage(watch, timeout_ms).empty();
+    if (watch >= 0) ::close(watch);
+    // The daemon serves its requests first and then its watchers, in one
+    // pass: the answer to a request sent once the write has landed may come
+    // before the change is applied, the answer to the next one after it.
+    int status = 0;
+    if (!landed) {
+        std::fprintf(stderr, "fieldtest: set: the change did not show in %s\n",
+                     fieldtest::kConfigPath);
+        status = 1;
+    } else {
+        for (int round = 0; round < 2; ++round) {
+            std::string error = fieldtest::Ask("radiostats", next_id++, timeout_ms);
+            if (error.empty()) continue;
+            std::fprintf(stderr, "fieldtest: set: written, not known to be applied: %s\n",
+                         error.c_str());
+            status = 3;
+            break;
+        }
+    }
+    PrintTable("diag/config",
+               fieldtest::ParseAttributes(fieldtest::ReadObject(fieldtest::kConfigPath)));
+    std::fflush(stdout);
+    return status;
 }
 
 // Serves the web screen until SIGINT or SIGTERM.
@@ -141,6 +208,9 @@ void Usage(FILE* out) {
                  "         dmstats (the DIAG library's packet counts, read without a request)\n"
                  "Settings: diaglogmask tether_enable ens_value apn_name enabled_rats\n"
                  "          evdo_enable onex_enable ims_enable (e.g. diaglogmask=1)\n"
+                 "          switches are 0 or 1; enabled_rats is a menu name such as\n"
+                 "          WCDMA+LTE. set shows diag/config once the daemon has applied\n"
+                 "          the change, with any value it wrote back.\n"
                  "\n"
                  "Options:\n"
                  "  --json          print the reports as one JSON object\n"
@@ -218,15 +288,15 @@ int main(int argc, char** argv) {
         Usage(stderr);
         return 2;
     }
-    if (verb == "set") return SetSettings(args);
+    int next_id = static_cast<int>(::getpid() % 10000) * 1000;
+    const int timeout_ms = static_cast<int>(timeout_s * 1000);
+    if (verb == "set") return SetSettings(args, timeout_ms, next_id);
     for (const auto& name : args) {
         if (FindReport(name) == nullptr) {
             std::fprintf(stderr, "fieldtest: unknown report '%s' (see --help)\n", name.c_str());
             return 2;
         }
     }
-    int next_id = static_cast<int>(::getpid() % 10000) * 1000;
-    const int timeout_ms = static_cast<int>(timeout_s * 1000);
     if (verb != "watch") return ShowReports(args, json, timeout_ms, next_id);
     int status = 0;
     for (long round = 0; count < 0 || round < count; ++round) {

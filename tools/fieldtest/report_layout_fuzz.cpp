@@ -7,7 +7,7 @@
 
 #include "tools/fieldtest/recording.h"
 #include "tools/fieldtest/report_layout.h"
-#include "tools/fieldtest/settings_rules.h"
+#include "tools/fieldtest/setting_rules.h"
 #include "tools/fieldtest/web_screen.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     recording.Add(1, "report", layout["values"]);
     (void)recording.Csv();
     (void)fieldtest::JsonText(layout);
-    for (const fieldtest::Attribute& a : attributes) (void)fieldtest::SettingError(a.name, a.value);
+    for (const fieldtest::Attribute& a : attributes) (void)CheckSetting(a.name, a.value);
     std::string host;
     int port = 0;
     (void)fieldtest::ParseListenAddress(text.substr(0, 64), &host, &port);

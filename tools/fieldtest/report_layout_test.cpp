@@ -1,11 +1,10 @@
 // The web screen's pieces that need no server: how a report is laid out,
-// which settings are refused, the recording's CSV and the listen address.
+// the recording's CSV and the listen address.
 #include "tools/fieldtest/report_layout.h"
 
 #include <gtest/gtest.h>
 
 #include "tools/fieldtest/recording.h"
-#include "tools/fieldtest/settings_rules.h"
 #include "tools/fieldtest/web_screen.h"
 
 namespace fieldtest {
@@ -89,25 +88,6 @@ TEST(ReportLayout, BytesThatAreNotUtf8AreReplaced) {
     std::string text;
     ASSERT_NO_THROW(text = JsonText(layout));
     EXPECT_NE(text.find("10.168.\xef\xbf\xbd.1,"), std::string::npos) << text;
-}
-
-TEST(SettingRules, RefusesWhatTheDaemonWouldIgnore) {
-    struct Case {
-        const char* name;
-        const char* value;
-        bool ok;
-    };
-    const Case cases[] = {
-        {"diaglogmask", "1", true},         {"diaglogmask", "2", false},
-        {"ens_value", "0", true},           {"tether_enable", "yes", false},
-        {"enabled_rats", "LTE_ONLY", true}, {"enabled_rats", "lte_only", false},
-        {"apn_name", "internet", true},     {"apn_name", "", false},
-        {"ims_enable", "1", true},          {"volume", "1", false},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(SettingError(c.name, c.value).empty(), c.ok) << c.name << "=" << c.value;
-    EXPECT_EQ(SettingNames().size(), 8u);
-    EXPECT_NE(SettingError("enabled_rats", "x").find("WCDMA+LTE"), std::string::npos);
 }
 
 TEST(Recording, CsvHoldsSingleValuesQuotedWhereNeeded) {

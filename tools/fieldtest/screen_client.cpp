@@ -29,16 +29,6 @@ constexpr ReportInfo kReports[] = {
     {"dmstats", "dm_stats", false},
 };
 
-std::string ReadOnce(int fd, int timeout_ms) {
-    pollfd pfd{fd, POLLIN, 0};
-    if (::poll(&pfd, 1, timeout_ms) <= 0) return {};
-    std::string buf(64 * 1024, '\0');
-    ssize_t n = ::read(fd, buf.data(), buf.size() - 1);
-    if (n <= 0) return {};
-    buf.resize(static_cast<size_t>(n));
-    return buf;
-}
-
 using Clock = std::chrono::steady_clock;
 
 }  // namespace
@@ -65,10 +55,20 @@ std::vector<Attribute> ParseAttributes(std::string text) {
     return out;
 }
 
+std::string ReadMessage(int fd, int timeout_ms) {
+    pollfd pfd{fd, POLLIN, 0};
+    if (::poll(&pfd, 1, timeout_ms) <= 0) return {};
+    std::string buf(64 * 1024, '\0');
+    ssize_t n = ::read(fd, buf.data(), buf.size() - 1);
+    if (n <= 0) return {};
+    buf.resize(static_cast<size_t>(n));
+    return buf;
+}
+
 std::string ReadObject(const std::string& path) {
     int fd = pps_open(path.c_str(), O_RDONLY);
     if (fd < 0) return {};
-    std::string text = ReadOnce(fd, 1000);
+    std::string text = ReadMessage(fd, 1000);
     ::close(fd);
     return text;
 }
@@ -95,7 +95,7 @@ std::string Ask(const std::string& report, int request_id, int timeout_ms) {
         if (left.count() <= 0) break;
         pollfd pfd{fd, POLLIN, 0};
         if (::poll(&pfd, 1, static_cast<int>(left.count())) <= 0) continue;
-        std::string reply = ReadOnce(fd, 0);
+        std::string reply = ReadMessage(fd, 0);
         if (reply.empty()) {  // the broker or the server went away
             error = "the connection to the daemon closed";
             break;

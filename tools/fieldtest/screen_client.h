@@ -36,6 +36,10 @@ struct Attribute {
 // anything that does not parse are left out.
 std::vector<Attribute> ParseAttributes(std::string text);
 
+// One message from an open object, waiting up to `timeout_ms`; empty when
+// none came.
+std::string ReadMessage(int fd, int timeout_ms);
+
 // The object's current text; empty when it cannot be opened or read.
 std::string ReadObject(const std::string& path);
 

@@ -23,7 +23,7 @@
 #include "tools/fieldtest/recording.h"
 #include "tools/fieldtest/report_layout.h"
 #include "tools/fieldtest/screen_client.h"
-#include "tools/fieldtest/settings_rules.h"
+#include "tools/fieldtest/setting_rules.h"
 #include "tools/fieldtest/web_assets.h"
 
 namespace fieldtest {
@@ -225,7 +225,7 @@ struct WebScreen::Impl {
         });
         server.Get("/api/settings", [](const httplib::Request&, httplib::Response& res) {
             Json list = Json::array();
-            for (const char* name : SettingNames())
+            for (const std::string& name : SettingNameList())
                 list.push_back({{"name", name}, {"choices", SettingChoices(name)}});
             ReplyJson(res, list);
         });
@@ -239,7 +239,7 @@ struct WebScreen::Impl {
                 !body["name"].is_string() || !body.contains("value") || !body["value"].is_string())
                 return ReplyError(res, 400, R"(expected {"name": "...", "value": "..."})");
             std::string name = body["name"], value = body["value"];
-            std::string error = SettingError(name, value);
+            std::string error = CheckSetting(name, value);
             if (!error.empty()) return ReplyError(res, 400, error);
             if (!BrokerReachable()) return ReplyError(res, 503, "the PPS broker is not running");
             error = WriteConfig({{name, value}});

@@ -165,7 +165,7 @@ TEST_F(WebScreenProcess, SettingsAreCheckedThenWritten) {
         std::string error_part;
     };
     const Case refused[] = {
-        {R"({"name": "diaglogmask", "value": "2"})", 400, "not a value of diaglogmask"},
+        {R"({"name": "diaglogmask", "value": "2"})", 400, "diaglogmask is 0 or 1"},
         {R"({"name": "volume", "value": "1"})", 400, "unknown setting 'volume'"},
         {R"({"name": "diaglogmask"})", 400, "expected"},
         {R"(not json)", 400, "expected"},

@@ -1,0 +1,246 @@
+// The settings of diag/config end to end: ppsd, radio_tavora, modemsim,
+// devsim and the shell-tool stand-ins as real processes. The screen's
+// change goes to diag/config; modemsim's, devsim's and the stand-ins' logs
+// show what reached the platform, and diag/config what was written back.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "testsupport/child_process.h"
+#include "testsupport/daemon_fixture.h"
+#include "testsupport/modemsim_process.h"
+
+namespace {
+
+using rt::test::DaemonFixture;
+using rt::test::DaemonOptions;
+using rt::test::ModemsimProcess;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr int kWaitMs = 10000;  // a bound for what must happen, not a timing
+
+template <typename Check>
+bool Eventually(Check check) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (check()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return check();
+}
+
+bool ObjectHolds(DaemonFixture& fixture, const char* path, const std::string& line) {
+    return Eventually(
+        [&] { return fixture.ReadObject(path).find("\n" + line + "\n") != std::string::npos; });
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// --- no stale ENS at start -------------------------------------------------
+
+TEST(SettingsAtStartTest, PersistedEnsValueIsNotSentAndQmiStaysClosed) {
+    ModemsimProcess modem;
+    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
+    DaemonOptions options;
+    options.env = modem.DaemonEnv();
+    options.config_lines = {"ens_value::1", "diaglogmask::0"};
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    // A later change is applied after the first read of diag/config; with
+    // no QMI client open it is refused and written back.
+    ASSERT_TRUE(fixture.WriteConfig({"ims_enable::1"}));
+    ASSERT_TRUE(ObjectHolds(fixture, rt::test::kConfigObject, "ims_enable:n:0"))
+        << fixture.daemon().Stderr();
+    EXPECT_THAT(fixture.ReadObject(rt::test::kConfigObject), Not(HasSubstr("ens_value")));
+    EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("ENS value sent as part of QMI")));
+    EXPECT_THAT(fixture.daemon().Stderr(),
+                HasSubstr("SetIMSTestMode : Error in sending & processing "
+                          "set_ims_throttle_stats_qmi: Error = 22"));
+    EXPECT_EQ(modem.process().CountInStderr("qmi connection accepted"), 0);
+    EXPECT_EQ(modem.process().CountInStderr("svc=0xe3"), 0);
+}
+
+// --- throttles and IMS test mode ------------------------------------------
+
+class ThrottlesTest : public ::testing::Test {
+  protected:
+    // modemsim refusing the message ids in `refuse` (a JSON object), and a
+    // daemon whose QMI client an ENS value has opened.
+    void Start(const std::string& refuse) {
+        modem_ = std::make_unique<ModemsimProcess>(R"({"qmi": {"refuse": )" + refuse + "}}");
+        ASSERT_TRUE(modem_->ready()) << modem_->process().Stderr();
+        DaemonOptions options;
+        options.env = modem_->DaemonEnv();
+        fixture_ = std::make_unique<DaemonFixture>(options);
+        ASSERT_TRUE(fixture_->started()) << fixture_->daemon().Stderr();
+        ASSERT_TRUE(fixture_->WriteConfig({"ens_value::1"}));
+        ASSERT_TRUE(ModemGot("msg=0x1f tlv01=00", 1));
+    }
+    // Waits until modemsim has received `request` `times` times in all.
+    bool ModemGot(const std::string& request, int times) {
+        return Eventually([&] { return modem_->process().CountInStderr(request) >= times; });
+    }
+    int ModemCount(const std::string& request) { return modem_->process().CountInStderr(request); }
+    bool ConfigHolds(const std::string& line) {
+        return ObjectHolds(*fixture_, rt::test::kConfigObject, line);
+    }
+
+    std::unique_ptr<ModemsimProcess> modem_;
+    std::unique_ptr<DaemonFixture> fixture_;
+};
+
+struct StateCase {
+    const char* attribute;
+    const char* text;
+    const char* request;  // what modemsim logs
+};
+
+TEST_F(ThrottlesTest, EachSwitchSendsItsStateAndOnlyOnexReadsBack) {
+    Start(R"({"0x18": 71})");  // EVDO throttling refused
+    const StateCase cases[] = {
+        {"ims_enable", "1", "msg=0x1a tlv01=01"},  {"ims_enable", "true", "msg=0x1a tlv01=00"},
+        {"ims_enable", "", "msg=0x1a tlv01=00"},   {"onex_enable", "1", "msg=0x16 tlv01=01"},
+        {"evdo_enable", "1", "msg=0x18 tlv01=01"},
+    };
+    int seen_before = 0;
+    for (const StateCase& c : cases) {
+        seen_before = ModemCount(c.request);
+        ASSERT_TRUE(fixture_->WriteConfig({std::string(c.attribute) + "::" + c.text}));
+        EXPECT_TRUE(ModemGot(c.request, seen_before + 1)) << c.attribute << "=" << c.text << "\n"
+                                                          << modem_->process().Stderr();
+    }
+    // The refused EVDO change is undone on the screen, as a number.
+    EXPECT_TRUE(ConfigHolds("evdo_enable:n:0")) << fixture_->ReadObject(rt::test::kConfigObject);
+    EXPECT_THAT(fixture_->daemon().Stderr(),
+                HasSubstr("SetEVDOThrottle : Error in sending & processing "
+                          "SetEVDOThrottle_stats_qmi: Error = 22"));
+    // The accepted ones are not written back; the one 1x change was followed
+    // by exactly one read-back, the IMS and EVDO changes by none.
+    std::string config = fixture_->ReadObject(rt::test::kConfigObject);
+    EXPECT_THAT(config, HasSubstr("\nims_enable::\n"));
+    EXPECT_THAT(config, HasSubstr("\nonex_enable::1\n"));
+    EXPECT_EQ(ModemCount("msg=0x15"), 1);
+}
+
+TEST_F(ThrottlesTest, RefusedOnexIsWrittenBackAndStillReadBack) {
+    Start(R"({"0x16": 71})");
+    ASSERT_TRUE(fixture_->WriteConfig({"onex_enable::0"}));
+    ASSERT_TRUE(ModemGot("msg=0x15", 1)) << modem_->process().Stderr();
+    EXPECT_EQ(ModemCount("msg=0x16 tlv01=00"), 1);
+    EXPECT_TRUE(ConfigHolds("onex_enable:n:1")) << fixture_->ReadObject(rt::test::kConfigObject);
+}
+
+// --- tethering ---------------------------------------------------------------
+
+TEST(TetheringProcessTest, EnableAndDisableRunTheCommandLinesInOrder) {
+    rt::test::TempDir dir;
+    std::ofstream(dir.file("routes")) << "Internet6:\n"
+                                         "::/96              ::1      UGRS  lo0\n"
+                                         "::1                ::1      UH    lo0\n"
+                                         "2001:db8:1:2::/64  link#3   U     rmnet2\n";
+    const char* path = std::getenv("PATH");
+    DaemonOptions options;
+    options.env = {"PATH=" + std::string(RT_SHELL_STANDINS_DIR) + ":" + (path ? path : ""),
+                   "SHELL_STANDINS_LOG=" + dir.file("tools.log"),
+                   "SHELL_STANDINS_ROUTES=" + dir.file("routes")};
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+
+    ASSERT_TRUE(fixture.WriteConfig({"tether_enable::1"}));
+    const std::string enabled =
+        "msm_devctrl -f0\n"
+        "sysctl -w net.inet.ip.forwarding=1\n"
+        "pfctl -f /radio/etc/cellular_pf.conf\n"
+        "pfctl -a cellular_anchor -f /radio/etc/cellular-anchor\n"
+        "sysctl -w net.inet6.ip6.forwarding=1\n"
+        "route -n show\n"
+        "ifconfig rndis0 inet6 2001:db8:1:2:a:b:10:1\n"
+        "route add -iface -inet6 2001:db8:1:2:a:b:10::/64 2001:db8:1:2:a:b:10:2 -ifp rndis0\n";
+    EXPECT_TRUE(Eventually([&] { return ReadFile(dir.file("tools.log")) == enabled; }))
+        << ReadFile(dir.file("tools.log"));
+
+    ASSERT_TRUE(fixture.WriteConfig({"tether_enable::0"}));
+    const std::string disabled =
+        "msm_devctrl -f1\n"
+        "pfctl -a cellular_anchor -F all\n"
+        "sysctl -w net.inet.ip.forwarding=0\n"
+        "sysctl -w net.inet6.ip6.forwarding=0\n";
+    EXPECT_TRUE(Eventually([&] { return ReadFile(dir.file("tools.log")) == enabled + disabled; }))
+        << ReadFile(dir.file("tools.log"));
+    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr("IPv6 tethering enabled successfully"));
+}
+
+// --- APN name ----------------------------------------------------------------
+
+TEST(ApnNameProcessTest, AcceptedNameReachesTheConnectionService) {
+    DaemonFixture fixture;
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    ASSERT_TRUE(fixture.WriteConfig({"apn_name::myinternet"}));
+    ASSERT_TRUE(fixture.devsim().WaitForStderr("msg::get_apn_setting", kWaitMs))
+        << fixture.devsim().Stderr();
+    EXPECT_THAT(fixture.devsim().Stderr(), HasSubstr("\"APN\":\"myinternet\""));
+    // The connection service's status shows the internet PDN's new APN.
+    EXPECT_TRUE(Eventually([&] {
+        return fixture.ReadObject("/pps/services/cds/vesta/status")
+                   .find("\"apn\":\"myinternet\"") != std::string::npos;
+    }));
+    EXPECT_THAT(fixture.ReadObject(rt::test::kConfigObject), HasSubstr("\napn_name::myinternet\n"));
+}
+
+TEST(ApnNameProcessTest, RefusedNameIsReplacedOnTheScreenByTheNameInForce) {
+    DaemonOptions options;
+    options.devsim_scenario = R"({"connection_service": {"refuse": {"set_apn_setting": 5}}})";
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    ASSERT_TRUE(fixture.WriteConfig({"apn_name::other"}));
+    EXPECT_TRUE(ObjectHolds(fixture, rt::test::kConfigObject, "apn_name::vzwinternet"))
+        << fixture.daemon().Stderr();
+    EXPECT_THAT(fixture.daemon().Stderr(),
+                HasSubstr("SetAPNName : Failed to set APN name error 5"));
+}
+
+// --- enabled RATs ------------------------------------------------------------
+
+TEST(EnabledRatsProcessTest, ModemReportAndMenuStayInStep) {
+    DaemonFixture fixture;  // a WCDMA and LTE device; the modem starts at 18
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    // At start the first delta carries no enabled_rats, so the modem's 18
+    // is taken and sent back; after that the daemon follows every report.
+    ASSERT_TRUE(fixture.devsim().WaitForStderr("dat:json:{\"enabled_technologies\":18}", kWaitMs))
+        << fixture.devsim().Stderr();
+    // The modem reports WCDMA only: the menu follows and the setting is sent
+    // back to radio control, which answers and reports it.
+    ASSERT_TRUE(fixture.WriteObject(rt::test::kStatusPersistentObject,
+                                    "configure_rats_state:json:{\"enabled_technologies\":2}\n"));
+    EXPECT_TRUE(ObjectHolds(fixture, rt::test::kConfigObject, "enabled_rats::WCDMA"))
+        << fixture.daemon().Stderr();
+    const std::string kSentWcdma =
+        "msg::configure_rats id::3323 dat:json:{\"enabled_technologies\":2}";
+    ASSERT_TRUE(fixture.devsim().WaitForStderr(kSentWcdma, kWaitMs)) << fixture.devsim().Stderr();
+    EXPECT_TRUE(fixture.devsim().WaitForStderr("res::configure_rats", kWaitMs));
+    // A menu choice this device cannot take: the menu shows the setting in
+    // force again, and that setting is sent once more.
+    ASSERT_TRUE(fixture.WriteConfig({"enabled_rats::CDMA_ONLY"}));
+    EXPECT_TRUE(Eventually([&] { return fixture.devsim().CountInStderr(kSentWcdma) >= 2; }))
+        << fixture.devsim().Stderr();
+    EXPECT_TRUE(ObjectHolds(fixture, rt::test::kConfigObject, "enabled_rats::WCDMA"));
+    // A choice it can take reaches status_persistent.
+    ASSERT_TRUE(fixture.WriteConfig({"enabled_rats::WCDMA+LTE"}));
+    EXPECT_TRUE(ObjectHolds(fixture, rt::test::kStatusPersistentObject,
+                            "configure_rats_state:json:{\"enabled_technologies\":18}"));
+}
+
+}  // namespace
