@@ -131,4 +131,43 @@ TEST_F(UmtsOpInfoProcess, BearerShowsTheRabSetUpLast) {
     EXPECT_TRUE(LinesStartingWith(report, "apn2_").empty()) << report;
 }
 
+// What the screen's tool shows: with no report named, or "all", every one
+// of the eight reports is asked for and shown from its own object, and the
+// QoS profile is a table of its members.
+TEST_F(UmtsOpInfoProcess, FieldtestShowsEveryReportAndTheQosTable) {
+    Start("{}");
+    ReportHolding("umtsopinfo", rt::test::kStatusUtraObject, {"drx:n:7", "irat_cm1::off"});
+    ReportHolding("umtsopinfo", rt::test::kStatusUtraObject, {"gmm_reject::GMM GU1 Updated"});
+    const std::string fieldtest = std::string(RT_BIN_DIR) + "/fieldtest";
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{fieldtest}, std::vector<std::string>{fieldtest, "all"}}) {
+        rt::test::ChildProcess screen(args, {daemon_->broker().env()});
+        ASSERT_EQ(screen.Wait(30000), 0) << screen.Stderr();
+        const std::string out = screen.Stdout();
+        for (const char* header :
+             {"== radionwinfo (status_utra) ==", "== radiostats (status_utra) ==",
+              "== umtsopinfo (status_utra) ==", "== hspaopinfo (status_utra) ==",
+              "== lteopinfo (status_eutra) ==", "== bearer (status_data) ==",
+              "== tchtxpwr (status_utra) ==", "== 3gpp2info (status_3gpp2) =="})
+            EXPECT_NE(out.find(header), std::string::npos) << header << "\n" << out;
+        EXPECT_EQ(out.find("dmstats"), std::string::npos) << out;
+    }
+    rt::test::ChildProcess screen({fieldtest, "umtsopinfo"}, {daemon_->broker().env()});
+    ASSERT_EQ(screen.Wait(30000), 0) << screen.Stderr();
+    const std::string out = screen.Stdout();
+    EXPECT_NE(out.find("  apn1_pdp_qos (1)\n    attribute "), std::string::npos) << out;
+    // A row per member: its name, then its value right-aligned.
+    auto has_row = [&](const std::string& member, const std::string& value) {
+        for (const std::string& line : LinesStartingWith(out, "    " + member + " ")) {
+            if (line.size() >= value.size() &&
+                line.compare(line.size() - value.size(), value.size(), value) == 0)
+                return true;
+        }
+        return false;
+    };
+    EXPECT_TRUE(has_row("Traffic Class", " Interactive class")) << out;
+    EXPECT_TRUE(has_row("Transfer delay", " Subscribed transfer delay")) << out;
+    EXPECT_TRUE(has_row("DL max bit rate(kbps)", " 8640")) << out;
+}
+
 }  // namespace

@@ -1,7 +1,7 @@
 // fieldtest: what the field-test screen does with radio_tavora.
 //
-//   fieldtest [--json] [--timeout SEC] REPORT...   ask for reports, show them
-//   fieldtest watch [--interval SEC] [--count N] REPORT...
+//   fieldtest [--json] [--timeout SEC] [REPORT... | all]   ask for reports, show them
+//   fieldtest watch [--interval SEC] [--count N] [REPORT... | all]
 //   fieldtest set NAME=VALUE...                     change settings in diag/config
 //
 // A report is asked for by writing msg/id to the daemon's server object as
@@ -144,8 +144,9 @@ void PrintTable(const std::string& report, const std::vector<Attribute>& attrs) 
     std::printf("== %s ==\n", report.c_str());
     if (attrs.empty()) std::printf("  (empty)\n");
     for (const auto& a : attrs) {
-        // lteopinfo's RLC arrays are tables of bearers rather than one JSON line.
-        if (a.encoding == "json" && IsRlcStatusArray(a.name)) {
+        // lteopinfo's RLC arrays are tables of bearers, umtsopinfo's QoS
+        // profile a table of its members, rather than one JSON line.
+        if (a.encoding == "json" && IsTabledArray(a.name)) {
             if (auto table = NumberedArrayTable(a.name, a.value, 2)) {
                 std::printf("%s", table->c_str());
                 continue;
@@ -213,8 +214,8 @@ int SetSettings(const std::vector<std::string>& settings) {
 
 void Usage(FILE* out) {
     std::fprintf(out,
-                 "usage: fieldtest [--json] [--timeout SEC] REPORT...\n"
-                 "       fieldtest watch [--json] [--interval SEC] [--count N] REPORT...\n"
+                 "usage: fieldtest [--json] [--timeout SEC] [REPORT... | all]\n"
+                 "       fieldtest watch [--json] [--interval SEC] [--count N] [REPORT... | all]\n"
                  "       fieldtest set NAME=VALUE...\n"
                  "\n"
                  "Asks radio_tavora for reports the way the field-test screen does and shows\n"
@@ -223,6 +224,7 @@ void Usage(FILE* out) {
                  "Reports: radionwinfo radiostats umtsopinfo hspaopinfo lteopinfo bearer\n"
                  "         tchtxpwr 3gpp2info\n"
                  "         dmstats (the DIAG library's packet counts, read without a request)\n"
+                 "         all, or none named: the eight reports\n"
                  "Settings: diaglogmask tether_enable ens_value apn_name enabled_rats\n"
                  "          evdo_enable onex_enable ims_enable (e.g. diaglogmask=1)\n"
                  "\n"
@@ -281,11 +283,19 @@ int main(int argc, char** argv) {
         }
     }
     std::vector<std::string> args(argv + optind, argv + argc);
-    if (args.empty()) {
-        Usage(stderr);
-        return 2;
+    if (verb == "set") {
+        if (args.empty()) {
+            Usage(stderr);
+            return 2;
+        }
+        return SetSettings(args);
     }
-    if (verb == "set") return SetSettings(args);
+    // No report named, or "all": the eight requests, each from its own source.
+    if (args.empty() || (args.size() == 1 && args[0] == "all")) {
+        args.clear();
+        for (const auto& report : kReports)
+            if (report.asked) args.push_back(report.name);
+    }
     for (const auto& name : args) {
         if (FindReport(name) == nullptr) {
             std::fprintf(stderr, "fieldtest: unknown report '%s' (see --help)\n", name.c_str());
