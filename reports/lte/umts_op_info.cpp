@@ -1,5 +1,6 @@
 #include "reports/lte/umts_op_info.h"
 
+#include <optional>
 #include <span>
 
 #include "diaglog/log_snapshot_store.h"
@@ -40,18 +41,17 @@ void PublishUpdateStatus(ReportWriter& report, const char* name, uint16_t code,
     report.String(name, text);
 }
 
-// The members of apn1_pdp_qos in order: a plain number, or a decoder.
+// The members of apn1_pdp_qos in order: a plain number, or a decoded code.
 struct QosMember {
     const char* name;
     rt::Field<uint8_t> field;
-    bool plain;
-    QosField decoder;
+    std::optional<QosField> decoder;  // none: the code itself
 };
 constexpr QosMember Plain(const char* name, rt::Field<uint8_t> field) {
-    return {name, field, true, QosField::kPeakThroughput};
+    return {name, field, std::nullopt};
 }
 constexpr QosMember Decoded(const char* name, rt::Field<uint8_t> field, QosField decoder) {
-    return {name, field, false, decoder};
+    return {name, field, decoder};
 }
 // The two-name rows (max SDU size, transfer delay) are named by their tables.
 constexpr QosMember kQosMembers[] = {
@@ -108,10 +108,10 @@ void PublishPdpQos(ReportWriter& report) {
     report.StartObject();
     for (const QosMember& member : kQosMembers) {
         const uint8_t code = qos.Get(member.field);
-        if (member.plain) {
-            report.Int(member.name, code);
+        if (member.decoder) {
+            AddQosAttribute(report, *member.decoder, code, member.name);
         } else {
-            AddQosAttribute(report, member.decoder, code, member.name);
+            report.Int(member.name, code);
         }
     }
     report.EndObject();
