@@ -139,30 +139,68 @@ struct LocationIdentity {
     static constexpr rt::Field<uint8_t> kRac{19};
 };
 
-// Codes whose reports read them later; their fields join here with them.
+// 0x4000: whether compressed mode for inter-RAT measurement is on.
 struct IratCompressedMode {
     static constexpr uint16_t kCode = 0x4000;
     static constexpr size_t kSize = 13;
+    static constexpr rt::Field<uint8_t> kFlag{12};  // nonzero: on
 };
+
+// 0x4004: the DRX cycle in use.
 struct Drx {
     static constexpr uint16_t kCode = 0x4004;
     static constexpr size_t kSize = 19;
+    static constexpr rt::Field<uint16_t> kValue{12};
 };
+
+// 0x413A: the radio access bearers, 6-byte entries from offset 13 (32 of
+// them fit); the byte at 12 selects the entry whose first word is reported.
 struct RabId {
     static constexpr uint16_t kCode = 0x413A;
     static constexpr size_t kSize = 205;
+    static constexpr size_t kMaxEntries = 32;
+    static constexpr rt::Field<uint8_t> kSelector{12};
+    static constexpr rt::Field<uint16_t> EntryRabId(size_t n) { return {13 + 6 * n}; }
 };
+
+// 0x7130 and 0x7131: the last GMM and MM update results.
 struct GmmUpdateStatus {
     static constexpr uint16_t kCode = 0x7130;
     static constexpr size_t kSize = 15;
+    static constexpr rt::Field<uint8_t> kStatus{14};
 };
 struct MmUpdateStatus {
     static constexpr uint16_t kCode = 0x7131;
     static constexpr size_t kSize = 15;
+    static constexpr rt::Field<uint8_t> kStatus{14};
 };
+
+// 0x7136: the QoS profile of the active PDP context, one field code per
+// byte, coded as in the QoS information element of 3GPP TS 24.008.
 struct PdpQos {
     static constexpr uint16_t kCode = 0x7136;
     static constexpr size_t kSize = 30;
+    static constexpr rt::Field<uint8_t> kConnectionId{12};
+    static constexpr rt::Field<uint8_t> kDelayClass{13};
+    static constexpr rt::Field<uint8_t> kReliabilityClass{14};
+    static constexpr rt::Field<uint8_t> kPeakThroughput{15};
+    static constexpr rt::Field<uint8_t> kPrecedence{16};
+    static constexpr rt::Field<uint8_t> kMeanThroughput{17};
+    static constexpr rt::Field<uint8_t> kTrafficClass{18};
+    static constexpr rt::Field<uint8_t> kDeliveryOrder{19};
+    static constexpr rt::Field<uint8_t> kErroneousSduDelivery{20};
+    static constexpr rt::Field<uint8_t> kMaxSduSize{21};
+    static constexpr rt::Field<uint8_t> kMaxBitRateUl{22};
+    static constexpr rt::Field<uint8_t> kMaxBitRateDl{23};
+    static constexpr rt::Field<uint8_t> kResidualBer{24};
+    static constexpr rt::Field<uint8_t> kSduErrorRatio{25};
+    static constexpr rt::Field<uint8_t> kTransferDelay{26};
+    static constexpr rt::Field<uint8_t> kTrafficHandlingPriority{27};
+    static constexpr rt::Field<uint8_t> kGuaranteedBitRateUl{28};
+    static constexpr rt::Field<uint8_t> kGuaranteedBitRateDl{29};
+    // The 18 codes in byte order, as a writer of the packet lays them out.
+    static constexpr size_t kCodeCount = 18;
+    static constexpr rt::Field<uint8_t> CodeAt(size_t i) { return {12 + i}; }
 };
 
 // --- LTE --------------------------------------------------------------------

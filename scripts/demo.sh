@@ -173,7 +173,7 @@ fi
 # The LTE report, once on its own: a daemon without it answers with an
 # error or not at all, and then the live rounds go on without it rather
 # than wait for it every round.
-reports=(radionwinfo radiostats hspaopinfo tchtxpwr 3gpp2info)
+reports=(radionwinfo radiostats umtsopinfo hspaopinfo bearer tchtxpwr 3gpp2info)
 echo
 echo "== the LTE report =="
 # The modem logs each LTE code once a period after the mask went on: give
@@ -193,8 +193,10 @@ echo "== live reports (Ctrl-C to stop) =="
 watch_args=(--interval "$interval")
 ((rounds > 0)) && watch_args+=(--count "$rounds")
 # The worlds move. WCDMA: signal values drift, and every few seconds a soft
-# handover changes the active set. LTE: RSRP, RSRQ and the neighbours drift,
-# the RLC counters grow, and every 15 s the phone hands over to another PCI.
+# handover changes the active set; every 30 s a location update shows in
+# umtsopinfo, every 20 s a new RAB in bearer and apn1_pdp_qos. LTE: RSRP,
+# RSRQ and the neighbours drift, the RLC counters grow, and every 15 s the
+# phone hands over to another PCI.
 "$bin/fieldtest" watch "${watch_args[@]}" "${reports[@]}" || true
 if [ -n "$capture" ]; then
     echo "-- modemsim's capture playback:"

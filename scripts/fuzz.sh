@@ -93,6 +93,13 @@ if [ -d "$captures" ]; then
     python3 "$root/scripts/lte_fuzz_seeds.py" "$seeds/lte_reports_fuzz" \
         "$captures"/*.qmdl "$captures"/*.mi2log
 fi
+# umtsopinfo and bearer read whole records too: the captures' real MM, GMM
+# and PDP QoS records behind a type-3 measurement response.
+mkdir -p "$seeds/umts_reports_fuzz"
+if [ -d "$captures" ]; then
+    python3 "$root/scripts/umts_fuzz_seeds.py" "$seeds/umts_reports_fuzz" \
+        "$captures"/*.qmdl "$captures"/*.mi2log
+fi
 # One log packet body (10 00 len len, then a record of code 0x4125) and a
 # log-config answer, for the packet parser.
 printf '\x10\x00\x10\x00\x10\x00\x10\x00\x25\x41\x00\x00\x00\x00\x00\x00\x00\x00\x01\x02' \

@@ -1,7 +1,7 @@
 // fieldtest: what the field-test screen does with radio_tavora.
 //
-//   fieldtest [--json] [--timeout SEC] REPORT...   ask for reports, show them
-//   fieldtest watch [--interval SEC] [--count N] REPORT...
+//   fieldtest [--json] [--timeout SEC] [REPORT... | all]   ask for reports, show them
+//   fieldtest watch [--interval SEC] [--count N] [REPORT... | all]
 //   fieldtest set NAME=VALUE...                     change settings in diag/config
 //                                                   and show it once applied
 //   fieldtest serve [--listen ADDR:PORT] [--interval SEC]   the screen as a web page
@@ -42,8 +42,9 @@ void PrintTable(const std::string& report, const std::vector<Attribute>& attrs) 
     std::printf("== %s ==\n", report.c_str());
     if (attrs.empty()) std::printf("  (empty)\n");
     for (const auto& a : attrs) {
-        // lteopinfo's RLC arrays are tables of bearers rather than one JSON line.
-        if (a.encoding == "json" && IsRlcStatusArray(a.name)) {
+        // lteopinfo's RLC arrays are tables of bearers, umtsopinfo's QoS
+        // profile a table of its members, rather than one JSON line.
+        if (a.encoding == "json" && IsTabledArray(a.name)) {
             if (auto table = NumberedArrayTable(a.name, a.value, 2)) {
                 std::printf("%s", table->c_str());
                 continue;
@@ -194,8 +195,8 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms) {
 
 void Usage(FILE* out) {
     std::fprintf(out,
-                 "usage: fieldtest [--json] [--timeout SEC] REPORT...\n"
-                 "       fieldtest watch [--json] [--interval SEC] [--count N] REPORT...\n"
+                 "usage: fieldtest [--json] [--timeout SEC] [REPORT... | all]\n"
+                 "       fieldtest watch [--json] [--interval SEC] [--count N] [REPORT... | all]\n"
                  "       fieldtest set NAME=VALUE...\n"
                  "       fieldtest serve [--listen ADDR:PORT] [--interval SEC]\n"
                  "\n"
@@ -206,6 +207,7 @@ void Usage(FILE* out) {
                  "Reports: radionwinfo radiostats umtsopinfo hspaopinfo lteopinfo bearer\n"
                  "         tchtxpwr 3gpp2info\n"
                  "         dmstats (the DIAG library's packet counts, read without a request)\n"
+                 "         all, or none named: the eight reports\n"
                  "Settings: diaglogmask tether_enable ens_value apn_name enabled_rats\n"
                  "          evdo_enable onex_enable ims_enable (e.g. diaglogmask=1)\n"
                  "          switches are 0 or 1; enabled_rats is a menu name such as\n"
@@ -284,13 +286,21 @@ int main(int argc, char** argv) {
         }
         return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000));
     }
-    if (args.empty()) {
-        Usage(stderr);
-        return 2;
-    }
     int next_id = static_cast<int>(::getpid() % 10000) * 1000;
     const int timeout_ms = static_cast<int>(timeout_s * 1000);
-    if (verb == "set") return SetSettings(args, timeout_ms, next_id);
+    if (verb == "set") {
+        if (args.empty()) {
+            Usage(stderr);
+            return 2;
+        }
+        return SetSettings(args, timeout_ms, next_id);
+    }
+    // No report named, or "all": the eight requests, each from its own source.
+    if (args.empty() || (args.size() == 1 && args[0] == "all")) {
+        args.clear();
+        for (const auto& report : fieldtest::Reports())
+            if (report.asked) args.push_back(report.name);
+    }
     for (const auto& name : args) {
         if (FindReport(name) == nullptr) {
             std::fprintf(stderr, "fieldtest: unknown report '%s' (see --help)\n", name.c_str());

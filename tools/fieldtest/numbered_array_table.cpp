@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr const char* kRlcStatusArrays[] = {"rlc_dl_srb_status", "rlc_dl_drb_status",
-                                            "rlc_ul_srb_status", "rlc_ul_drb_status"};
+constexpr const char* kTabledArrays[] = {"rlc_dl_srb_status", "rlc_dl_drb_status",
+                                         "rlc_ul_srb_status", "rlc_ul_drb_status", "apn1_pdp_qos"};
 
 // The attribute's name without the object's number at its end.
 std::string WithoutNumber(const std::string& key) {
@@ -29,9 +29,9 @@ std::string Pad(const std::string& text, size_t width, bool right) {
 
 }  // namespace
 
-bool IsRlcStatusArray(const std::string& name) {
-    return std::find(std::begin(kRlcStatusArrays), std::end(kRlcStatusArrays), name) !=
-           std::end(kRlcStatusArrays);
+bool IsTabledArray(const std::string& name) {
+    return std::find(std::begin(kTabledArrays), std::end(kTabledArrays), name) !=
+           std::end(kTabledArrays);
 }
 
 std::optional<std::string> NumberedArrayTable(const std::string& name, const std::string& value,

@@ -42,12 +42,30 @@ TEST(NumberedArrayTable, NotAnArrayOfObjects) {
         EXPECT_FALSE(NumberedArrayTable("x", value, 0).has_value()) << value;
 }
 
-TEST(IsRlcStatusArray, OnlyTheFourArrays) {
-    for (const char* name :
-         {"rlc_dl_srb_status", "rlc_dl_drb_status", "rlc_ul_srb_status", "rlc_ul_drb_status"})
-        EXPECT_TRUE(IsRlcStatusArray(name)) << name;
-    for (const char* name : {"rlc_dl_srb_num", "dch_bler", ""})
-        EXPECT_FALSE(IsRlcStatusArray(name)) << name;
+// umtsopinfo's QoS profile: one object, its members as rows in their order,
+// names with spaces, parentheses and units kept whole.
+TEST(NumberedArrayTable, QosProfileIsOneColumn) {
+    auto table =
+        NumberedArrayTable("apn1_pdp_qos",
+                           R"j([{"connection id":5,"peak throughput (octets)":256000,)j"
+                           R"j("Traffic Class":"Interactive class","max SDU size(octets)":1520}])j",
+                           2);
+    ASSERT_TRUE(table.has_value());
+    EXPECT_EQ(*table,
+              "  apn1_pdp_qos (1)\n"
+              "    attribute                                #1\n"
+              "    connection id                             5\n"
+              "    peak throughput (octets)             256000\n"
+              "    Traffic Class             Interactive class\n"
+              "    max SDU size(octets)                   1520\n");
+}
+
+TEST(IsTabledArray, TheFourRlcArraysAndTheQosProfile) {
+    for (const char* name : {"rlc_dl_srb_status", "rlc_dl_drb_status", "rlc_ul_srb_status",
+                             "rlc_ul_drb_status", "apn1_pdp_qos"})
+        EXPECT_TRUE(IsTabledArray(name)) << name;
+    for (const char* name : {"rlc_dl_srb_num", "dch_bler", "apn1_name", ""})
+        EXPECT_FALSE(IsTabledArray(name)) << name;
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "diaglog/log_layouts.h"
+
 namespace modemsim {
 
 namespace {
@@ -146,6 +148,49 @@ std::vector<uint8_t> CarrierRssi(const WcdmaState& state) {
     return p.Take();
 }
 
+// The codes the umtsopinfo and bearer reports read, written at their
+// layouts' fields.
+namespace L = log_layout;
+
+template <class Layout>
+PayloadWriter FixedPayload() {
+    return PayloadWriter(Layout::kSize - kLogHeaderSize);
+}
+
+template <class Layout>
+std::vector<uint8_t> UpdateStatus(uint8_t status) {
+    PayloadWriter p = FixedPayload<Layout>();
+    p.Set(Layout::kStatus, status);
+    return p.Take();
+}
+
+std::vector<uint8_t> Drx(const WcdmaState& state) {
+    PayloadWriter p = FixedPayload<L::Drx>();
+    p.Set(L::Drx::kValue, state.drx);
+    return p.Take();
+}
+
+std::vector<uint8_t> PdpQos(const WcdmaState& state) {
+    PayloadWriter p = FixedPayload<L::PdpQos>();
+    static_assert(std::tuple_size_v<QosCodes> == L::PdpQos::kCodeCount);
+    for (size_t i = 0; i < state.qos.size(); ++i) p.Set(L::PdpQos::CodeAt(i), state.qos[i]);
+    return p.Take();
+}
+
+std::vector<uint8_t> IratCompressedMode(const WcdmaState& state) {
+    PayloadWriter p = FixedPayload<L::IratCompressedMode>();
+    p.Set(L::IratCompressedMode::kFlag, state.irat_cm);
+    return p.Take();
+}
+
+std::vector<uint8_t> RabIds(const WcdmaState& state) {
+    PayloadWriter p = FixedPayload<L::RabId>();
+    p.Set(L::RabId::kSelector, int64_t(state.rab));
+    for (size_t n = 0; n < std::min(state.rab_ids.size(), L::RabId::kMaxEntries); ++n)
+        p.Set(L::RabId::EntryRabId(n), state.rab_ids[n]);
+    return p.Take();
+}
+
 }  // namespace
 
 uint16_t CqiSample(const WcdmaState& state) {
@@ -175,10 +220,23 @@ int16_t RawCarrierRssi(int dbm) {
 
 std::vector<LogPayload> WcdmaLogPayloads(const WcdmaState& state) {
     return {
-        {0x4110, ActiveSet(state)}, {0x4111, MonitoredSet(state)},  {0x4127, CellIdentity(state)},
-        {0x7135, Location(state)},  {0x4005, Reselection(state)},   {0x421C, Cqi(state)},
-        {0x4138, HsdpaRate(state)}, {0x4116, TransportBler(state)}, {0x4156, HspaUeState(state)},
-        {0x410C, TxPower(state)},   {0x4165, CarrierRssi(state)},
+        {0x4110, ActiveSet(state)},
+        {0x4111, MonitoredSet(state)},
+        {0x4127, CellIdentity(state)},
+        {0x7135, Location(state)},
+        {0x4005, Reselection(state)},
+        {0x421C, Cqi(state)},
+        {0x4138, HsdpaRate(state)},
+        {0x4116, TransportBler(state)},
+        {0x4156, HspaUeState(state)},
+        {0x410C, TxPower(state)},
+        {0x4165, CarrierRssi(state)},
+        {L::MmUpdateStatus::kCode, UpdateStatus<L::MmUpdateStatus>(state.mm_status)},
+        {L::GmmUpdateStatus::kCode, UpdateStatus<L::GmmUpdateStatus>(state.gmm_status)},
+        {L::Drx::kCode, Drx(state)},
+        {L::PdpQos::kCode, PdpQos(state)},
+        {L::IratCompressedMode::kCode, IratCompressedMode(state)},
+        {L::RabId::kCode, RabIds(state)},
     };
 }
 

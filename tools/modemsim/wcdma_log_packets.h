@@ -28,6 +28,15 @@
 //   0x410C tx power (17)        0 tx power s8, 4 power-control algorithm
 //                               u8, 5 step u8
 //   0x4165 carrier RSSI (502)   2 raw s16, (raw + 512) / 10 - 106 = dBm
+//   0x7131 MM status (3)        2 MM update status u8 (0 updated, 1 not)
+//   0x7130 GMM status (3)       2 GMM update status u8 (0 updated, 1 not)
+//   0x4004 DRX (7)              0 DRX cycle length coefficient u16
+//   0x7136 PDP QoS (18)         0..17 the QoS codes of the RAB set up last,
+//                               one per byte in kQosCodeNames order
+//   0x4000 IRAT CM (1)          0 compressed mode flag u8 (the HSPA
+//                               state's IRAT CM)
+//   0x413A RABs (193)           0 the entry of the RAB set up last u8,
+//                               entries at 1 + 6n (n < 32): RAB id u16
 #pragma once
 
 #include <cstdint>

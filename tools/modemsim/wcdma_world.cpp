@@ -1,6 +1,7 @@
 #include "tools/modemsim/wcdma_world.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "tools/modemsim/world_support.h"
 
@@ -31,11 +32,42 @@ UmtsCell DriftedCell(const nlohmann::json& cell, const nlohmann::json& drift, co
     return out;
 }
 
+uint8_t Code(const nlohmann::json& object, const char* key) {
+    return static_cast<uint8_t>(std::clamp(IntOr(object, key, 0), 0, 255));
+}
+
+// The mobility-management results and the radio access bearers at `seconds`.
+void PacketDataAt(const nlohmann::json& s, double seconds, WcdmaState* out) {
+    const nlohmann::json& mobility = Section(s, "mobility");
+    out->drx = static_cast<uint16_t>(std::clamp(IntOr(mobility, "drx", 0), 0, 0xFFFF));
+    out->mm_status = Code(mobility, "mm_status");
+    out->gmm_status = Code(mobility, "gmm_status");
+    const int update_period = IntOr(mobility, "update_period_ms", 0);
+    if (update_period > 0) {
+        const double into = std::fmod(seconds * 1000, update_period);
+        if (into < IntOr(mobility, "update_ms", 0)) out->mm_status = out->gmm_status = 1;
+    }
+
+    const nlohmann::json& bearers = Section(s, "bearers");
+    const nlohmann::json& rabs = List(bearers, "rabs");
+    if (rabs.empty()) return;
+    const int rab_period = std::max(1, IntOr(bearers, "rab_period_ms", 20000));
+    out->rab = static_cast<size_t>(seconds * 1000 / rab_period) % rabs.size();
+    for (const nlohmann::json& rab : rabs)
+        out->rab_ids.push_back(
+            static_cast<uint16_t>(std::clamp(IntOr(rab, "rab_id", 0), 0, 0xFFFF)));
+    const nlohmann::json& qos = Section(rabs[out->rab], "qos");
+    for (size_t i = 0; i < kQosCodeNames.size(); ++i) out->qos[i] = Code(qos, kQosCodeNames[i]);
+}
+
 }  // namespace
 
 nlohmann::json DefaultWcdmaScenario() {
     // A phone in CELL_DCH on carrier 10700 with four cells around it, two
-    // of them in the active set; two other carriers and two GSM cells.
+    // of them in the active set; two other carriers and two GSM cells. It
+    // updates its location every 30 s, and every 20 s sets up a new RAB:
+    // an interactive one (best effort, up to 8640 kbps down), then a
+    // streaming one (1024 kbps down, 576 kbps guaranteed, 250 ms delay).
     return nlohmann::json::parse(R"json({
       "enabled": true,
       "period_ms": 1000,
@@ -62,7 +94,23 @@ nlohmann::json DefaultWcdmaScenario() {
       "dch": {"tx_power": -5, "pc_algorithm": 1, "pc_step": 1, "carrier_rssi": -72,
               "transport_channels": [{"id": 5, "bler": 0}, {"id": 6, "bler": 12}]},
       "drift": {"ecio": 4, "rscp": 60, "gsm_rssi": 40, "carrier_rssi": 4, "tx_power": 6,
-                "cqi": 4, "rate": 800, "bler": 3}
+                "cqi": 4, "rate": 800, "bler": 3},
+      "mobility": {"drx": 7, "mm_status": 0, "gmm_status": 0, "update_period_ms": 30000,
+                   "update_ms": 3000},
+      "bearers": {"rab_period_ms": 20000, "rabs": [
+        {"rab_id": 5, "qos": {"connection_id": 5, "delay_class": 4, "reliability_class": 3,
+          "peak_throughput": 9, "precedence": 2, "mean_throughput": 31, "traffic_class": 3,
+          "delivery_order": 2, "erroneous_sdu_delivery": 3, "max_sdu_size": 153,
+          "max_bit_rate_ul": 104, "max_bit_rate_dl": 254, "residual_ber": 7,
+          "sdu_error_ratio": 4, "transfer_delay": 0, "traffic_handling_priority": 1,
+          "guaranteed_bit_rate_ul": 0, "guaranteed_bit_rate_dl": 0}},
+        {"rab_id": 6, "qos": {"connection_id": 6, "delay_class": 4, "reliability_class": 3,
+          "peak_throughput": 6, "precedence": 2, "mean_throughput": 31, "traffic_class": 2,
+          "delivery_order": 2, "erroneous_sdu_delivery": 3, "max_sdu_size": 150,
+          "max_bit_rate_ul": 64, "max_bit_rate_dl": 135, "residual_ber": 6,
+          "sdu_error_ratio": 3, "transfer_delay": 17, "traffic_handling_priority": 0,
+          "guaranteed_bit_rate_ul": 32, "guaranteed_bit_rate_dl": 128}}
+      ]}
     })json");
 }
 
@@ -152,6 +200,8 @@ WcdmaState WcdmaWorld::At(double seconds) const {
         out.transport_channels.push_back({static_cast<uint8_t>(IntOr(channels[k], "id", 0)),
                                           static_cast<uint32_t>(std::max(0, bler))});
     }
+
+    PacketDataAt(s, seconds, &out);
     return out;
 }
 

@@ -42,8 +42,20 @@
 //   drift               amplitudes: {"ecio", "rscp", "gsm_rssi" (raw units),
 //                       "carrier_rssi", "tx_power" (dB), "cqi", "rate",
 //                       "bler"}
+//   mobility            {"drx" (the CN DRX cycle length coefficient),
+//                       "mm_status", "gmm_status" (the results once
+//                       updated), "update_period_ms", "update_ms"}: every
+//                       update period begins with a periodic location and
+//                       routing area update lasting update_ms, during which
+//                       both statuses are 1 (not updated); 0 never updates
+//   bearers             {"rab_period_ms", "rabs": [{"rab_id", "qos": {...}}]}:
+//                       every rab_period_ms the next RAB of the list is set
+//                       up (in turn, from the first); "qos" holds the PDP
+//                       context's 18 QoS codes of 3GPP TS 24.008 by name
+//                       (see kQosCodeNames), a missing one is 0
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -81,6 +93,27 @@ struct TransportChannel {
 
 enum class CqiType { kTypeA, kTypeB, kDtx, kDchspa };
 
+// The names of a "qos" object's codes, in the order of the profile's bytes.
+inline constexpr std::array<const char*, 18> kQosCodeNames = {"connection_id",
+                                                              "delay_class",
+                                                              "reliability_class",
+                                                              "peak_throughput",
+                                                              "precedence",
+                                                              "mean_throughput",
+                                                              "traffic_class",
+                                                              "delivery_order",
+                                                              "erroneous_sdu_delivery",
+                                                              "max_sdu_size",
+                                                              "max_bit_rate_ul",
+                                                              "max_bit_rate_dl",
+                                                              "residual_ber",
+                                                              "sdu_error_ratio",
+                                                              "transfer_delay",
+                                                              "traffic_handling_priority",
+                                                              "guaranteed_bit_rate_ul",
+                                                              "guaranteed_bit_rate_dl"};
+using QosCodes = std::array<uint8_t, kQosCodeNames.size()>;
+
 // The world at one moment.
 struct WcdmaState {
     uint16_t uarfcn = 0;
@@ -114,6 +147,15 @@ struct WcdmaState {
     uint8_t pc_step = 0;
     int carrier_rssi = 0;  // dBm
     std::vector<TransportChannel> transport_channels;
+
+    uint16_t drx = 0;
+    uint8_t mm_status = 0;
+    uint8_t gmm_status = 0;
+    // Every RAB of the list, and the one set up last (its index); none
+    // when the list is empty.
+    std::vector<uint16_t> rab_ids;
+    size_t rab = 0;
+    QosCodes qos{};  // the profile of the RAB set up last
 
     // Reselection values of an active-set cell, whole dB.
     int Squal(const UmtsCell& cell) const { return -cell.ecio / 2 - qqualmin; }

@@ -36,7 +36,8 @@ using Bytes = std::vector<uint8_t>;
 // What the daemon keeps of each code.
 const std::map<uint16_t, size_t> kSnapshotSize = {
     {0x4110, 87},  {0x4111, 694}, {0x4127, 28},  {0x7135, 21}, {0x4005, 558}, {0x421C, 516},
-    {0x4138, 169}, {0x4116, 87},  {0x4156, 390}, {0x410C, 29}, {0x4165, 514},
+    {0x4138, 169}, {0x4116, 87},  {0x4156, 390}, {0x410C, 29}, {0x4165, 514}, {0x7131, 15},
+    {0x7130, 15},  {0x4004, 19},  {0x7136, 30},  {0x4000, 13}, {0x413A, 205},
 };
 
 // Unsigned little-endian field of `width` bytes at `offset`, through the
@@ -293,6 +294,59 @@ TEST(WcdmaWorld, ScenarioSectionOverridesTheDefault) {
     EXPECT_EQ(Field(snap[0x421C], 12, 1), 0u);
     EXPECT_EQ(Field(snap[0x421C], 16, 2), 22u << 1);
     EXPECT_EQ(state.active_set[0].rscp, 800);
+}
+
+// The packets of umtsopinfo and bearer: a periodic location update at the
+// start of every update period, and a new RAB every RAB period, its QoS
+// profile in 0x7136 and its entry selected in 0x413A.
+TEST(WcdmaWorld, LocationUpdatesAndNewRabsOverTime) {
+    WcdmaWorld world(nlohmann::json::parse(R"({
+        "mobility": {"drx": 6, "update_period_ms": 10000, "update_ms": 2000},
+        "bearers": {"rab_period_ms": 7000, "rabs": [
+            {"rab_id": 9, "qos": {"connection_id": 5, "traffic_class": 3, "max_bit_rate_dl": 254}},
+            {"rab_id": 12, "qos": {"connection_id": 6, "traffic_class": 2, "transfer_delay": 17,
+                                   "guaranteed_bit_rate_dl": 999}}]}})"));
+    struct Case {
+        double at;
+        unsigned mm_status;  // the GMM status follows it
+        unsigned selector;
+        unsigned rab_id;
+        unsigned traffic_class;
+    };
+    const Case cases[] = {
+        {0.5, 1, 0, 9, 3},   {2.5, 0, 0, 9, 3},  {7.5, 0, 1, 12, 2},
+        {10.5, 1, 1, 12, 2}, {14.5, 0, 0, 9, 3}, {23.5, 0, 1, 12, 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE("t=" + std::to_string(c.at));
+        std::map<uint16_t, Bytes> snap = Snapshots(world.At(c.at));
+        EXPECT_EQ(Field(snap[0x7131], 14, 1), c.mm_status);
+        EXPECT_EQ(Field(snap[0x7130], 14, 1), c.mm_status);
+        EXPECT_EQ(Field(snap[0x4004], 12, 2), 6u);
+        EXPECT_EQ(Field(snap[0x413A], 12, 1), c.selector);
+        EXPECT_EQ(Field(snap[0x413A], 13, 2), 9u);
+        EXPECT_EQ(Field(snap[0x413A], 19, 2), 12u);
+        EXPECT_EQ(Field(snap[0x413A], 13 + 6 * c.selector, 2), c.rab_id);
+        EXPECT_EQ(Field(snap[0x7136], 18, 1), c.traffic_class);
+        if (c.rab_id == 12) {
+            EXPECT_EQ(Field(snap[0x7136], 12, 1), 6u);
+            EXPECT_EQ(Field(snap[0x7136], 26, 1), 17u);
+            EXPECT_EQ(Field(snap[0x7136], 29, 1), 255u);  // a code is one byte: clamped
+            EXPECT_EQ(Field(snap[0x7136], 23, 1), 0u);    // not given: 0
+        } else {
+            EXPECT_EQ(Field(snap[0x7136], 12, 1), 5u);
+            EXPECT_EQ(Field(snap[0x7136], 23, 1), 254u);
+        }
+    }
+    // The compressed-mode flag is the HSPA state's.
+    std::map<uint16_t, Bytes> snap =
+        Snapshots(WcdmaWorld(nlohmann::json::parse(R"({"hspa": {"irat_cm": 1}})")).At(1.0));
+    EXPECT_EQ(Field(snap[0x4000], 12, 1), 1u);
+    EXPECT_EQ(Field(snap[0x4156], 13, 1), 1u);
+    // No RAB listed: no entry, no profile.
+    snap = Snapshots(WcdmaWorld(nlohmann::json::parse(R"({"bearers": {"rabs": []}})")).At(1.0));
+    EXPECT_EQ(Field(snap[0x413A], 13, 2), 0u);
+    EXPECT_EQ(Field(snap[0x7136], 18, 1), 0u);
 }
 
 TEST(WcdmaWorld, CqiSamplesInBothFormats) {

@@ -1,0 +1,142 @@
+#include "reports/lte/umts_op_info.h"
+
+#include <optional>
+#include <span>
+
+#include "diaglog/log_snapshot_store.h"
+#include "reports/lte/pdn_info.h"
+#include "reports/lte/qos_decoders.h"
+#include "reports/wcdma/umts_neighbours.h"
+#include "service/report_writer.h"
+#include "service/tavora_context.h"
+
+namespace {
+
+using log_layout::Drx;
+using log_layout::GmmUpdateStatus;
+using log_layout::IratCompressedMode;
+using log_layout::MmUpdateStatus;
+using log_layout::PdpQos;
+
+// Indexed by the status code.
+constexpr const char* kMmStatusTexts[] = {"Updated", "Not Updated", "Roaming Not Allowed",
+                                          "Location Area Not Allowed"};
+constexpr const char* kGmmStatusTexts[] = {"GMM GU1 Updated", "GMM GU Not Updated",
+                                           "GMM GU2 PLMN Not Allowed",
+                                           "GMM GU3 Routing Area Not Allowed"};
+
+const char* TextAt(std::span<const char* const> texts, uint8_t code) {
+    return code < texts.size() ? texts[code] : nullptr;
+}
+
+// The status text, or "No data available!" for no packet or an unknown status.
+void PublishUpdateStatus(ReportWriter& report, const char* name, uint16_t code,
+                         rt::Field<uint8_t> field, const char* (*text_of)(uint8_t)) {
+    const SnapshotView status = g_log_snapshot_store.View(code);
+    const char* text = status.has_packet() ? text_of(status.Get(field)) : nullptr;
+    if (text == nullptr) {
+        report.NoData(name);
+        return;
+    }
+    report.String(name, text);
+}
+
+// The members of apn1_pdp_qos in order: a plain number, or a decoded code.
+struct QosMember {
+    const char* name;
+    rt::Field<uint8_t> field;
+    std::optional<QosField> decoder;  // none: the code itself
+};
+constexpr QosMember Plain(const char* name, rt::Field<uint8_t> field) {
+    return {name, field, std::nullopt};
+}
+constexpr QosMember Decoded(const char* name, rt::Field<uint8_t> field, QosField decoder) {
+    return {name, field, decoder};
+}
+// The two-name rows (max SDU size, transfer delay) are named by their tables.
+constexpr QosMember kQosMembers[] = {
+    Plain("connection id", PdpQos::kConnectionId),
+    Plain("delay class", PdpQos::kDelayClass),
+    Plain("reliability class", PdpQos::kReliabilityClass),
+    Decoded("peak throughput (octets)", PdpQos::kPeakThroughput, QosField::kPeakThroughput),
+    Decoded("precedence class", PdpQos::kPrecedence, QosField::kPrecedence),
+    Decoded("Mean throughput(octet/h)", PdpQos::kMeanThroughput, QosField::kMeanThroughput),
+    Decoded("Traffic Class", PdpQos::kTrafficClass, QosField::kTrafficClass),
+    Decoded("delivery order", PdpQos::kDeliveryOrder, QosField::kDeliveryOrder),
+    Decoded("del of error SDU", PdpQos::kErroneousSduDelivery, QosField::kErroneousSduDelivery),
+    Decoded("max SDU size", PdpQos::kMaxSduSize, QosField::kMaxSduSize),
+    Decoded("UL max bit rate(kbps)", PdpQos::kMaxBitRateUl, QosField::kMaxBitRate),
+    Decoded("DL max bit rate(kbps)", PdpQos::kMaxBitRateDl, QosField::kMaxBitRate),
+    Decoded("residual ber", PdpQos::kResidualBer, QosField::kResidualBer),
+    Decoded("SDU error ratio", PdpQos::kSduErrorRatio, QosField::kSduErrorRatio),
+    Decoded("Transfer delay", PdpQos::kTransferDelay, QosField::kTransferDelay),
+    Decoded("Traffic priority", PdpQos::kTrafficHandlingPriority,
+            QosField::kTrafficHandlingPriority),
+    Decoded("Guar Bit rate UL(kbps)", PdpQos::kGuaranteedBitRateUl, QosField::kMaxBitRate),
+    Decoded("Guar Bit rate dL(kbps)", PdpQos::kGuaranteedBitRateDl, QosField::kMaxBitRate),
+};
+static_assert(std::size(kQosMembers) == 18);
+
+}  // namespace
+
+const char* MmUpdateStatusText(uint8_t status) {
+    return TextAt(kMmStatusTexts, status);
+}
+
+const char* GmmUpdateStatusText(uint8_t status) {
+    return TextAt(kGmmStatusTexts, status);
+}
+
+void PublishUmtsMobility(ReportWriter& report) {
+    PublishUpdateStatus(report, "mm_reject", MmUpdateStatus::kCode, MmUpdateStatus::kStatus,
+                        MmUpdateStatusText);
+    PublishUpdateStatus(report, "gmm_reject", GmmUpdateStatus::kCode, GmmUpdateStatus::kStatus,
+                        GmmUpdateStatusText);
+    const SnapshotView drx = g_log_snapshot_store.View(Drx::kCode);
+    if (!drx.has_packet()) {
+        report.NoData("drx");
+        return;
+    }
+    report.Int("drx", drx.Get(Drx::kValue));
+}
+
+void PublishPdpQos(ReportWriter& report) {
+    // One copy for all 18 members: they describe one profile.
+    const SnapshotView qos = g_log_snapshot_store.View(PdpQos::kCode);
+    if (!qos.has_packet()) return;
+    report.StartArray("apn1_pdp_qos");
+    report.StartObject();
+    for (const QosMember& member : kQosMembers) {
+        const uint8_t code = qos.Get(member.field);
+        if (member.decoder) {
+            AddQosAttribute(report, *member.decoder, code, member.name);
+        } else {
+            report.Int(member.name, code);
+        }
+    }
+    report.EndObject();
+    report.EndArray();
+}
+
+void PublishUmtsIratCm(ReportWriter& report) {
+    const SnapshotView flag = g_log_snapshot_store.View(IratCompressedMode::kCode);
+    if (!flag.has_packet()) {
+        report.NoData("irat_cm1");
+    } else {
+        report.String("irat_cm1", flag.Get(IratCompressedMode::kFlag) != 0 ? "on" : "off");
+    }
+    report.NotSupported("t3212");
+}
+
+void GetUmtsOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
+                   const char* id, const char* dat) {
+    auto* context = static_cast<TavoraContext*>(arg);
+    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+    PublishUmtsMobility(report);
+    GetPDNInfo("internet", 1, report);
+    GetPDNInfo("tethering", 2, report);
+    PublishPdpQos(report);
+    GetUmtsMeasurementInfoUsingQmi(report);
+    PublishUmtsIratCm(report);
+    report.WriteAndReply(server, {client_id, msg, id, dat});
+}

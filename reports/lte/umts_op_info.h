@@ -1,0 +1,31 @@
+// The umtsopinfo report: the last MM and GMM update results, the DRX
+// cycle, the "internet" and "tethering" packet-data connections, the QoS
+// profile of the first PDP context, the UMTS neighbours the modem measures
+// and the inter-RAT compressed-mode flag, published to diag/status_utra.
+//
+// Each publishing step adds its attributes in the report's order; the
+// handler runs them one after the other with the PDN reader and the
+// neighbour measurement in between.
+#pragma once
+
+#include <cstdint>
+
+class PPSServer;
+class ReportWriter;
+
+// The texts of the MM (0x7131) and GMM (0x7130) update statuses; null for a
+// status without one.
+const char* MmUpdateStatusText(uint8_t status);
+const char* GmmUpdateStatusText(uint8_t status);
+
+// mm_reject, gmm_reject and drx.
+void PublishUmtsMobility(ReportWriter& report);
+// apn1_pdp_qos: an array of one unnamed object with the profile's 18
+// members; nothing when 0x7136 holds no packet.
+void PublishPdpQos(ReportWriter& report);
+// irat_cm1 and t3212.
+void PublishUmtsIratCm(ReportWriter& report);
+
+// Command handler of "umtsopinfo"; arg is the TavoraContext.
+void GetUmtsOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
+                   const char* id, const char* dat);
