@@ -5,15 +5,14 @@
 // shorter); the rest is a sequence of packets, each a code selector byte, a
 // 16-bit length and that many bytes (fewer when the input ends). Nothing
 // may read outside a snapshot, an RLC list or entries array, or the buffer.
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "diaglog/log_snapshot_store.h"
 #include "reports/lte/lte_op_info.h"
 #include "reports/lte/rlc_stats.h"
 #include "service/report_writer.h"
+#include "testsupport/fuzz_report_input.h"
 
 namespace {
 
@@ -23,18 +22,7 @@ constexpr uint16_t kCodes[] = {0xB0C2, 0xB0EE, 0xB179, 0xB17F, 0xB185,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    g_log_snapshot_store.Reset();
-    RatMeasInfoResponse response{};
-    const size_t payload = std::min(size, sizeof response.bytes);
-    std::memcpy(response.bytes, data, payload);
-
-    size_t at = payload;
-    while (at + 3 <= size) {
-        const uint16_t code = kCodes[data[at] % std::size(kCodes)];
-        const size_t length = std::min<size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
-        DM_recv_log_packet_cb(nullptr, code, data + at + 3, static_cast<uint32_t>(length));
-        at += 3 + length;
-    }
+    RatMeasInfoResponse response = rt::test::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
     PublishLteCellsAndNeighbours(report);

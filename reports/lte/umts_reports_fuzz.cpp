@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "diaglog/log_snapshot_store.h"
 #include "reports/lte/bearer.h"
@@ -16,6 +15,7 @@
 #include "reports/lte/umts_op_info.h"
 #include "reports/wcdma/umts_neighbours.h"
 #include "service/report_writer.h"
+#include "testsupport/fuzz_report_input.h"
 
 namespace {
 
@@ -24,18 +24,7 @@ constexpr uint16_t kCodes[] = {0x7131, 0x7130, 0x4004, 0x7136, 0x4000, 0x413A};
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    g_log_snapshot_store.Reset();
-    RatMeasInfoResponse response{};
-    const size_t payload = std::min(size, sizeof response.bytes);
-    std::memcpy(response.bytes, data, payload);
-
-    size_t at = payload;
-    while (at + 3 <= size) {
-        const uint16_t code = kCodes[data[at] % std::size(kCodes)];
-        const size_t length = std::min<size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
-        DM_recv_log_packet_cb(nullptr, code, data + at + 3, static_cast<uint32_t>(length));
-        at += 3 + length;
-    }
+    RatMeasInfoResponse response = rt::test::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
     PublishUmtsMobility(report);
@@ -46,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     PublishBearer(report);
     report.Write();
     // Every decoder over the response's first bytes as codes.
-    for (size_t i = 0; i < std::min<size_t>(payload, 64); ++i) {
+    for (size_t i = 0; i < std::min<size_t>(size, 64); ++i) {
         const auto field = static_cast<QosField>(
             i % (static_cast<size_t>(QosField::kTrafficHandlingPriority) + 1));
         AddQosAttribute(report, field, data[i], "fuzz");

@@ -3,10 +3,8 @@
 // response (zero-padded when shorter); the rest is a sequence of packets,
 // each a code selector byte, a 16-bit length and that many bytes (fewer
 // when the input ends). Nothing may read outside a snapshot or the buffer.
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "diaglog/log_snapshot_store.h"
 #include "reports/wcdma/compare_publish_radio_nw_info.h"
@@ -15,6 +13,7 @@
 #include "reports/wcdma/tch_tx_pwr.h"
 #include "reports/wcdma/umts_neighbours.h"
 #include "service/report_writer.h"
+#include "testsupport/fuzz_report_input.h"
 
 namespace {
 
@@ -24,18 +23,7 @@ constexpr uint16_t kCodes[] = {0x4005, 0x410C, 0x4110, 0x4111, 0x4116, 0x4125,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    g_log_snapshot_store.Reset();
-    RatMeasInfoResponse response{};
-    const size_t payload = std::min(size, sizeof response.bytes);
-    std::memcpy(response.bytes, data, payload);
-
-    size_t at = payload;
-    while (at + 3 <= size) {
-        const uint16_t code = kCodes[data[at] % std::size(kCodes)];
-        const size_t length = std::min<size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
-        DM_recv_log_packet_cb(nullptr, code, data + at + 3, static_cast<uint32_t>(length));
-        at += 3 + length;
-    }
+    RatMeasInfoResponse response = rt::test::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
     int active_set_count = 1;

@@ -12,7 +12,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // A numbered attribute: family, number and field. The number is the first
-// run of digits that follows a letter and ends the name or a word of it:
+// run of one or two digits that follows a letter and ends the name or a
+// word of it:
 // "aset_rscp3" is family "aset", number 3, field "rscp"; "apn1_ipv4_addr"
 // is family "apn", number 1, field "ipv4_addr"; "squal1" is family "" and
 // field "squal".
@@ -21,6 +22,8 @@ struct Numbered {
     std::string number;
     std::string field;
 };
+
+constexpr size_t kMaxNumberDigits = 2;
 
 bool IsDigit(char c) {
     return std::isdigit(static_cast<unsigned char>(c)) != 0;
@@ -32,7 +35,8 @@ std::optional<Numbered> SplitNumbered(const std::string& name) {
             continue;
         size_t end = start;
         while (end < name.size() && IsDigit(name[end])) ++end;
-        if (end < name.size() && name[end] != '_') {
+        // A timer such as t3212 is a name, not the 3212th of a family.
+        if ((end < name.size() && name[end] != '_') || end - start > kMaxNumberDigits) {
             start = end;
             continue;
         }

@@ -41,14 +41,14 @@ TEST(ReportLayout, NumberedFamiliesBecomeTables) {
         "lte_apn1_Id::1\nlte_apn1_Name::ims\nlte_apn2_Id::2\nlte_apn2_Name::admin\n"
         "apn1_ipv4_addr::10.0.0.1/30\napn1_ipv6_addr::fe80::1/64\napn3_ipv4_addr::10.1.0.1/30\n"
         "squal1:n:20\nsrxlev1:n:30\nsqual2:n:21\nsrxlev2:n:31\n"
-        "tx_pwr_3gpp2:n:3\n"));
+        "tx_pwr_3gpp2:n:3\nt3212:n:10\n"));
     const Json& items = layout["items"];
     std::vector<std::string> shape;
     for (const Json& item : items)
         shape.push_back(item["type"].get<std::string>() + ":" + item["name"].get<std::string>());
     EXPECT_EQ(shape, (std::vector<std::string>{"value:scell_sc", "table:aset", "value:scell_uarfcn",
                                                "table:lte_apn", "table:apn", "table:squal / srxlev",
-                                               "value:tx_pwr_3gpp2"}));
+                                               "value:tx_pwr_3gpp2", "value:t3212"}));
     EXPECT_EQ(items[1]["columns"], (Json{"1", "2"}));
     EXPECT_EQ(items[1]["rows"], (Json{{{"name", "sc"}, {"cells", {100, 210}}},
                                       {{"name", "rscp"}, {"cells", {-90, nullptr}}},

@@ -124,6 +124,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--bin", required=True)
     parser.add_argument("--artifacts", required=True)
+    parser.add_argument("--settle", type=float, default=0,
+                        help="seconds to let the plots fill before the screenshot")
     args = parser.parse_args()
 
     from_page = None
@@ -164,6 +166,7 @@ def main():
                        "the LTE plot to move")
         assert script("return document.getElementById('banner').hidden"), "banner shown"
 
+        time.sleep(args.settle)
         os.makedirs(args.artifacts, exist_ok=True)
         shot = os.path.join(args.artifacts, "web_screen.png")
         page.save_screenshot(shot)

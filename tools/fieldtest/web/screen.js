@@ -51,7 +51,8 @@ function el(tag, attrs = {}, ...children) {
 }
 
 // A value cell: absent values are a dimmed dash, never text among numbers.
-function valueCell(value) {
+// Numbers line up on the right in tables of a family, not beside a name.
+function valueCell(value, inTable = true) {
   if (value === null || value === undefined) {
     return el('td', {class: 'absent', title: 'No data available!'}, '–');
   }
@@ -59,7 +60,8 @@ function valueCell(value) {
   const text = typeof value === 'object' ? JSON.stringify(value)
     : typeof value === 'number' && !Number.isInteger(value) ? String(+value.toFixed(3))
     : String(value);
-  return el('td', {class: typeof value === 'number' ? 'num' : ''}, text);
+  const kind = typeof value === 'number' ? (inTable ? 'num' : '') : 'text';
+  return el('td', {class: kind}, text);
 }
 
 function asNumber(value) {
@@ -103,7 +105,8 @@ function renderReport(report) {
           singles = el('table', {});
           children.push(singles);
         }
-        singles.append(el('tr', {}, el('th', {}, item.name), valueCell(report.values[item.name])));
+        singles.append(el('tr', {}, el('th', {}, item.name),
+            valueCell(report.values[item.name], false)));
       } else {
         singles = null;
         children.push(...renderTable(item));
@@ -258,6 +261,16 @@ document.getElementById('interval').addEventListener('change', (e) => {
     body: JSON.stringify({seconds: Number(e.target.value)})});
 });
 
+// The panels in the reports' own order, whatever order their events come in.
+async function makePanels() {
+  try {
+    const reports = await (await fetch('/api/reports')).json();
+    for (const {name} of reports) panelFor({report: name});
+  } catch (error) {
+    // The events create the panels as they come.
+  }
+}
+
 makeCharts();
 makeSettingsForm();
-listen();
+makePanels().then(listen);
