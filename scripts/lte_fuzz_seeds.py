@@ -35,7 +35,11 @@ def frames(data):
             yield bytes(out[:-2])
 
 
-def log_records(data):
+def log_records(data, wanted=None, order=None):
+    """(selector, record) of each log record of a code in `wanted`; the
+    selector is the code's index in `order` (both default to CODES)."""
+    wanted = CODES if wanted is None else wanted
+    order = CODES if order is None else order
     for frame in frames(data):
         if frame[:2] == b"\x98\x01" and len(frame) > 8:
             frame = frame[8:]  # multi-SIM wrapper
@@ -43,8 +47,8 @@ def log_records(data):
             continue
         record = frame[4:]
         length, code = struct.unpack_from("<HH", record)
-        if code in CODES:
-            yield CODES.index(code), record[:length]
+        if code in wanted:
+            yield order.index(code), record[:length]
 
 
 def geran_response():

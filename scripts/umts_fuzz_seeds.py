@@ -17,7 +17,7 @@ import struct
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from lte_fuzz_seeds import frames  # noqa: E402
+from lte_fuzz_seeds import log_records as capture_log_records  # noqa: E402
 
 # The target's selector order.
 CODES = [0x7131, 0x7130, 0x4004, 0x7136, 0x4000, 0x413A]
@@ -27,15 +27,7 @@ MAX_RECORDS = 64
 
 
 def log_records(data):
-    for frame in frames(data):
-        if frame[:2] == b"\x98\x01" and len(frame) > 8:
-            frame = frame[8:]  # multi-SIM wrapper
-        if len(frame) < 16 or frame[0] != 0x10:
-            continue
-        record = frame[4:]
-        length, code = struct.unpack_from("<HH", record)
-        if code in FROM_CAPTURES:
-            yield CODES.index(code), record[:length]
+    return capture_log_records(data, FROM_CAPTURES, CODES)
 
 
 def umts_response():

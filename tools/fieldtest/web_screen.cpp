@@ -34,6 +34,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr double kMinInterval = 0.5, kMaxInterval = 60;
 constexpr size_t kServerThreads = 32;
+constexpr size_t kMaxRequestBody = 16 * 1024;
 // A page that hears nothing for this long gets a comment line, so a closed
 // page is noticed and its thread freed.
 constexpr auto kKeepAlive = std::chrono::seconds(10);
@@ -84,6 +85,9 @@ struct WebScreen::Impl {
     explicit Impl(WebScreenOptions o) : options(std::move(o)), interval_s(options.interval_s) {
         // Each open page's event stream holds one of the server's threads.
         server.new_task_queue = [] { return new httplib::ThreadPool(kServerThreads); };
+        // A setting or an interval is a few bytes; a larger body is refused
+        // (413) rather than held in memory.
+        server.set_payload_max_length(kMaxRequestBody);
     }
 
     WebScreenOptions options;

@@ -198,6 +198,11 @@ TEST_F(WebScreenProcess, SettingsAreCheckedThenWritten) {
         return event == "config" && data.value("ens_value", "") == "1";
     }));
 
+    // A body far past any setting is refused before it is read whole.
+    auto huge = client.Post("/api/config", std::string(1 << 20, 'x'), "application/json");
+    ASSERT_TRUE(huge);
+    EXPECT_EQ(huge->status, 413);
+
     auto interval = client.Post("/api/interval", R"({"seconds": 0.1})", "application/json");
     ASSERT_TRUE(interval);
     EXPECT_EQ(interval->status, 400);

@@ -15,12 +15,12 @@
 #include "diaglog/log_snapshot_store.h"
 #include "platform/dmux/diag_packet.h"
 #include "platform/dmux/packet_versions/packet_translator.h"
-#include "platform/qmi_client/qmi_client.h"
 #include "testsupport/child_process.h"
 #include "testsupport/diag_capture_builder.h"
 #include "tools/modemsim/diag_side.h"
 #include "tools/modemsim/diag_test_client.h"
 #include "tools/modemsim/lte_log_packets.h"
+#include "tools/modemsim/rat_meas_test_request.h"
 #include "tools/modemsim/scenario.h"
 #include "tools/modemsim/vendor_service.h"
 
@@ -573,25 +573,8 @@ TEST(LteWorldProcess, QmiAndDiagSidesShareTheWorld) {
     g_log_snapshot_store.Store(0xB0C2, got[0xB0C2].data(), got[0xB0C2].size());
     EXPECT_EQ(g_log_snapshot_store.View(0xB0C2).Get(L::LteServingCell::kPci), 333);
 
-    setenv("QMI_DEVICE", qmi_endpoint.c_str(), 1);
-    const qmi_idl_service_object vendor = {2, 1, 0xE3, 0x14, {0, 0, 0}, {}, nullptr};
-    int handle = qmi_init(nullptr, nullptr);
-    ASSERT_GE(handle, 0);
-    qmi_service_info info[1] = {};
-    unsigned entries = 1, services = 1;
-    qmi_client_type client = 0;
-    ASSERT_EQ(qmi_client_get_service_list(&vendor, info, &entries, &services), 0);
-    ASSERT_EQ(qmi_client_init(info, &vendor, nullptr, nullptr, nullptr, &client), 0);
-    Bytes request(kQmiRawRequestHeaderLen, 0);
-    request.insert(request.end(), {0x01, 0x01, 0x00, 0x04});  // RAT type 4
-    Bytes qmi(kRatMeasResponseSize, 0);
-    unsigned received = 0;
-    ASSERT_EQ(qmi_client_send_raw_msg_sync(client, kMsgRatMeasInfo, request.data(),
-                                           unsigned(request.size()), qmi.data(),
-                                           unsigned(qmi.size()), &received, 2000),
-              0);
-    qmi_release(handle);
-    unsetenv("QMI_DEVICE");
+    Bytes qmi = RequestRatMeasurement(qmi_endpoint, 4);
+    ASSERT_EQ(qmi.size(), kRatMeasResponseSize);
     EXPECT_EQ(GeranCells(qmi),
               (std::vector<std::pair<int, int>>{{21, -810}, {22, -820}, {23, -830}}));
 

@@ -20,10 +20,10 @@
 #include "platform/common/byte_reader.h"
 #include "platform/dmux/diag_packet.h"
 #include "platform/dmux/hdlc.h"
-#include "platform/qmi_client/qmi_client.h"
 #include "testsupport/child_process.h"
 #include "tools/modemsim/diag_side.h"
 #include "tools/modemsim/diag_test_client.h"
+#include "tools/modemsim/rat_meas_test_request.h"
 #include "tools/modemsim/scenario.h"
 #include "tools/modemsim/vendor_service.h"
 #include "tools/modemsim/wcdma_log_packets.h"
@@ -485,25 +485,8 @@ TEST(WcdmaWorldProcess, QmiAndDiagSidesShareTheWorld) {
     std::map<uint16_t, Bytes> got = diag.Collect(400);
     ASSERT_EQ(Codes(got), (std::set<uint16_t>{0x4110, 0x4111})) << modem.Stderr();
 
-    setenv("QMI_DEVICE", qmi_endpoint.c_str(), 1);
-    const qmi_idl_service_object vendor = {2, 1, 0xE3, 0x14, {0, 0, 0}, {}, nullptr};
-    int handle = qmi_init(nullptr, nullptr);
-    ASSERT_GE(handle, 0);
-    qmi_service_info info[1] = {};
-    unsigned entries = 1, services = 1;
-    qmi_client_type client = 0;
-    ASSERT_EQ(qmi_client_get_service_list(&vendor, info, &entries, &services), 0);
-    ASSERT_EQ(qmi_client_init(info, &vendor, nullptr, nullptr, nullptr, &client), 0);
-    Bytes request(kQmiRawRequestHeaderLen, 0);
-    request.insert(request.end(), {0x01, 0x01, 0x00, 0x03});  // RAT type 3
-    Bytes qmi(kRatMeasResponseSize, 0);
-    unsigned received = 0;
-    ASSERT_EQ(qmi_client_send_raw_msg_sync(client, kMsgRatMeasInfo, request.data(),
-                                           unsigned(request.size()), qmi.data(),
-                                           unsigned(qmi.size()), &received, 2000),
-              0);
-    qmi_release(handle);
-    unsetenv("QMI_DEVICE");
+    Bytes qmi = RequestRatMeasurement(qmi_endpoint, 3);
+    ASSERT_EQ(qmi.size(), kRatMeasResponseSize);
 
     // Payload offsets of the log packets: snapshot offset - 12.
     const Bytes& aset = got[0x4110];
