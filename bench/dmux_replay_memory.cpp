@@ -51,8 +51,7 @@ int main(int argc, char** argv) {
                 static_cast<unsigned long long>(stats.delivered),
                 static_cast<unsigned long long>(stats.translated),
                 static_cast<unsigned long long>(stats.dropped));
-    std::printf("replay %.2f s (incl. 250 ms mask settle), max RSS %ld KiB\n", seconds,
-                usage.ru_maxrss);
+    std::printf("replay %.2f s, max RSS %ld KiB\n", seconds, usage.ru_maxrss);
     kora_dmc_con_release(&client);
     return 0;
 }

@@ -25,17 +25,7 @@ using rt::test::ModemsimProcess;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-constexpr int kWaitMs = 10000;  // a bound for what must happen, not a timing
-
-template <typename Check>
-bool Eventually(Check check) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (check()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return check();
-}
+using rt::test::Eventually;
 
 bool ObjectHolds(DaemonFixture& fixture, const char* path, const std::string& line) {
     return Eventually(
@@ -189,7 +179,7 @@ TEST(ApnNameProcessTest, AcceptedNameReachesTheConnectionService) {
     DaemonFixture fixture;
     ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
     ASSERT_TRUE(fixture.WriteConfig({"apn_name::myinternet"}));
-    ASSERT_TRUE(fixture.devsim().WaitForStderr("msg::get_apn_setting", kWaitMs))
+    ASSERT_TRUE(fixture.devsim().WaitForStderr("msg::get_apn_setting"))
         << fixture.devsim().Stderr();
     EXPECT_THAT(fixture.devsim().Stderr(), HasSubstr("\"APN\":\"myinternet\""));
     // The connection service's status shows the internet PDN's new APN.
@@ -219,7 +209,7 @@ TEST(EnabledRatsProcessTest, ModemReportAndMenuStayInStep) {
     ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
     // At start the first delta carries no enabled_rats, so the modem's 18
     // is taken and sent back; after that the daemon follows every report.
-    ASSERT_TRUE(fixture.devsim().WaitForStderr("dat:json:{\"enabled_technologies\":18}", kWaitMs))
+    ASSERT_TRUE(fixture.devsim().WaitForStderr("dat:json:{\"enabled_technologies\":18}"))
         << fixture.devsim().Stderr();
     // The modem reports WCDMA only: the menu follows and the setting is sent
     // back to radio control, which answers and reports it.
@@ -229,8 +219,8 @@ TEST(EnabledRatsProcessTest, ModemReportAndMenuStayInStep) {
         << fixture.daemon().Stderr();
     const std::string kSentWcdma =
         "msg::configure_rats id::3323 dat:json:{\"enabled_technologies\":2}";
-    ASSERT_TRUE(fixture.devsim().WaitForStderr(kSentWcdma, kWaitMs)) << fixture.devsim().Stderr();
-    EXPECT_TRUE(fixture.devsim().WaitForStderr("res::configure_rats", kWaitMs));
+    ASSERT_TRUE(fixture.devsim().WaitForStderr(kSentWcdma)) << fixture.devsim().Stderr();
+    EXPECT_TRUE(fixture.devsim().WaitForStderr("res::configure_rats"));
     // A menu choice this device cannot take: the menu shows the setting in
     // force again, and that setting is sent once more.
     ASSERT_TRUE(fixture.WriteConfig({"enabled_rats::CDMA_ONLY"}));

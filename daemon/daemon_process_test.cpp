@@ -101,11 +101,10 @@ TEST(DaemonProcessTest, EnsValueDeletedFromConfigAtStart) {
     ASSERT_TRUE(fixture.Start()) << fixture.daemon().Stderr();
     // The deletion is the daemon's first write; give the broker a moment.
     std::string config;
-    for (int i = 0; i < 100; ++i) {
+    rt::test::Eventually([&] {
         config = fixture.ReadObject(rt::test::kConfigObject);
-        if (config.find("ens_value") == std::string::npos) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+        return config.find("ens_value") == std::string::npos;
+    });
     EXPECT_THAT(config, Not(HasSubstr("ens_value")));
     EXPECT_THAT(config, HasSubstr("diaglogmask::0"));
 }

@@ -54,13 +54,8 @@ std::string RadioStats(DaemonFixture& daemon) {
 }
 
 // Asks until the report holds `text`.
-bool ReportEventually(DaemonFixture& daemon, const std::string& text, int timeout_ms = 8000) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (RadioStats(daemon).find(text) != std::string::npos) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+bool ReportEventually(DaemonFixture& daemon, const std::string& text) {
+    return rt::test::Eventually([&] { return RadioStats(daemon).find(text) != std::string::npos; });
 }
 
 // A capture of 0x4125 packets: RRC_Disconnected, then CELL_DCH (the latest

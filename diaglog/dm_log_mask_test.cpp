@@ -52,15 +52,7 @@ Bytes MaskBytes(const std::map<size_t, uint8_t>& set) {
     return mask;
 }
 
-template <class Pred>
-bool Eventually(Pred pred, int timeout_ms = 5000) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
+using rt::test::Eventually;
 
 uint8_t RrcState() {
     return g_log_snapshot_store.View(0x4125).Get(log_layout::RrcState::kState);

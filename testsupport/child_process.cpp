@@ -189,7 +189,7 @@ PpsBroker::~PpsBroker() {
 void PpsBroker::Start() {
     ::unlink(socket_.c_str());
     process_ = new ChildProcess({BinPath("ppsd"), "--socket", socket_, "--store", store_});
-    if (!WaitForPath(socket_, 5000))
+    if (!WaitForPath(socket_, kEventTimeoutMs))
         throw std::runtime_error("ppsd did not start: " + process_->Stderr());
 }
 

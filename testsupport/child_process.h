@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "testsupport/eventually.h"
+
 namespace rt::test {
 
 // build/bin/<name>
@@ -45,15 +47,15 @@ class ChildProcess {
     // Waits until `needle` appears in standard error (or standard output
     // with from_stdout); false on time-out or when the process ended first
     // without printing it.
-    bool WaitForStderr(const std::string& needle, int timeout_ms = 5000) const;
-    bool WaitForStdout(const std::string& needle, int timeout_ms = 5000) const;
+    bool WaitForStderr(const std::string& needle, int timeout_ms = kEventTimeoutMs) const;
+    bool WaitForStdout(const std::string& needle, int timeout_ms = kEventTimeoutMs) const;
     // Number of times `needle` occurs in standard error.
     int CountInStderr(const std::string& needle) const;
 
     bool Signal(int signal_number) const;
     bool Running();
     // Exit status (0-255), 128 + signal if killed, -1 on time-out.
-    int Wait(int timeout_ms = 10000);
+    int Wait(int timeout_ms = kEventTimeoutMs);
 
   private:
     bool WaitFor(const std::string& file, const std::string& needle, int timeout_ms) const;

@@ -134,8 +134,7 @@ bool DaemonFixture::WriteObject(const std::string& path, const std::string& text
     }
     // Another connection may be served before this write lands: wait until
     // a reader sees every attribute line written (and no deleted one).
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-    for (;;) {
+    return Eventually([&] {
         std::string now = ReadObject(path);
         bool landed = true;
         size_t at = 0;
@@ -151,10 +150,8 @@ bool DaemonFixture::WriteObject(const std::string& path, const std::string& text
                 landed = now.find("\n" + line + "\n") != std::string::npos;
             }
         }
-        if (landed) return true;
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+        return landed;
+    });
 }
 
 bool DaemonFixture::WriteConfig(const std::vector<std::string>& lines) {
@@ -193,17 +190,22 @@ std::string DaemonFixture::ReadObject(const std::string& path) {
 std::string DaemonFixture::ReportHolding(const std::string& request, const std::string& object,
                                          const std::vector<std::string>& lines) {
     std::string report;
-    for (int i = 0; i < 200; ++i) {
+    Eventually([&] {
         std::string reply = Request(request, "31");
-        if (reply.find("res::" + request + "\n") == std::string::npos) return reply;
+        if (reply.find("res::" + request + "\n") == std::string::npos) {
+            report = reply;
+            return true;  // no answer at all: show it rather than ask again
+        }
         report = ReadObject(object);
-        bool all = std::all_of(lines.begin(), lines.end(), [&](const std::string& line) {
+        return std::all_of(lines.begin(), lines.end(), [&](const std::string& line) {
             return report.find(line + "\n") != std::string::npos;
         });
-        if (all) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+    });
     return report;
+}
+
+bool DaemonFixture::ObjectHolds(const std::string& path, const std::string& needle) {
+    return Eventually([&] { return ReadObject(path).find(needle) != std::string::npos; });
 }
 
 int DaemonFixture::Stop(int signal_number, int timeout_ms) {

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "testsupport/child_process.h"
+#include "testsupport/eventually.h"
 
 namespace rt::test {
 
@@ -65,7 +66,7 @@ struct DaemonOptions {
     std::vector<std::string> args;
     // Start the daemon in the constructor and wait for kStartedLine.
     bool start = true;
-    int start_timeout_ms = 20000;
+    int start_timeout_ms = kEventTimeoutMs;
 };
 
 // A client connection to one PPS object, kept open between calls.
@@ -115,19 +116,21 @@ class DaemonFixture {
     // server object and returns the reply text, or "" when none comes in time.
     std::string Request(const std::string& msg, const std::string& id,
                         const std::optional<std::string>& dat = std::nullopt,
-                        int timeout_ms = 3000);
+                        int timeout_ms = kEventTimeoutMs);
     // The same with the request's attribute lines written as given.
-    std::string RequestRaw(const std::string& text, int timeout_ms = 3000);
+    std::string RequestRaw(const std::string& text, int timeout_ms = kEventTimeoutMs);
     // The object's current text ("" when it cannot be opened).
     std::string ReadObject(const std::string& path);
+    // Whether `path` comes to hold `needle` within the event time-out.
+    bool ObjectHolds(const std::string& path, const std::string& needle);
     // Asks for a report again and again until `object` holds every one of
     // `lines` (each log code arrives on its own after the mask goes on).
-    // Bounded to about ten seconds; returns the last text either way.
+    // Bounded by the event time-out; returns the last text either way.
     std::string ReportHolding(const std::string& request, const std::string& object,
                               const std::vector<std::string>& lines);
 
     // Sends a signal and returns the exit status (-1 on time-out).
-    int Stop(int signal_number, int timeout_ms = 10000);
+    int Stop(int signal_number, int timeout_ms = kEventTimeoutMs);
 
   private:
     void StartDevsim();

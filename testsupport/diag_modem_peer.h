@@ -18,6 +18,7 @@
 #include "platform/dmux/diag_packet.h"
 #include "platform/dmux/hdlc.h"
 #include "platform/dmux/kora_dmc.h"
+#include "testsupport/eventually.h"
 
 namespace rt::test {
 
@@ -37,10 +38,8 @@ struct DeliveredPackets {
         return out;
     }
     // Waits (bounded) until `n` packets have come; false if they did not.
-    bool WaitFor(size_t n, int timeout_ms = 5000) {
-        for (int waited = 0; waited < timeout_ms && count() < n; waited += 10)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return count() >= n;
+    bool WaitFor(size_t n, int timeout_ms = kEventTimeoutMs) {
+        return Eventually([&] { return count() >= n; }, timeout_ms);
     }
     // The library's callback; user_data is the DeliveredPackets.
     static void Collect(void* user_data, uint32_t code, const uint8_t* record, uint32_t length) {
@@ -54,12 +53,12 @@ inline bool WriteAll(int fd, const std::vector<uint8_t>& bytes) {
     return ::write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
 }
 
-// Reads until one set-mask command has come (5 s at most), and answers it.
+// Reads until one set-mask command has come (bounded), and answers it.
 inline std::optional<dmux::LogConfigSetMask> AnswerOneMaskCommand(int fd) {
     dmux::HdlcDeframer deframer;
     std::optional<dmux::LogConfigSetMask> request;
     uint8_t buffer[4096];
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kEventTimeoutMs);
     while (!request && std::chrono::steady_clock::now() < deadline) {
         pollfd pfd{fd, POLLIN, 0};
         if (::poll(&pfd, 1, 100) <= 0) continue;

@@ -171,18 +171,21 @@ void DiagConnection::OnConfigFrame(std::span<const uint8_t> body) {
 
 int DiagConnection::SetLogMask(uint32_t equipment_id, uint32_t last_item,
                                std::span<const uint8_t> mask, uint32_t* status) {
+    MaskInForce in_force{last_item, std::vector<uint8_t>(mask.begin(), mask.end())};
+    if (source_.kind == DiagSource::Kind::kFile) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        pending_masks_.emplace_back(equipment_id, std::move(in_force));
+        masks_pending_.store(true);
+        changed_.notify_all();
+        *status = 0;  // a capture has no modem to ask
+        return 0;
+    }
     // Delivery follows the new mask at once, whatever the modem answers.
     mask_.SetEquipment(equipment_id, last_item, mask);
     {
-        std::lock_guard<std::mutex> hold(mutex_);
-        mask_changed_at_ = Clock::now();
         // Sent again to a source that comes back, even if it is away now.
-        masks_in_force_[equipment_id] = {last_item, std::vector<uint8_t>(mask.begin(), mask.end())};
-        changed_.notify_all();
-    }
-    if (source_.kind == DiagSource::Kind::kFile) {
-        *status = 0;  // a capture has no modem to ask
-        return 0;
+        std::lock_guard<std::mutex> hold(mutex_);
+        masks_in_force_[equipment_id] = std::move(in_force);
     }
 
     std::lock_guard<std::mutex> one_at_a_time(write_mutex_);
@@ -227,7 +230,7 @@ void DiagConnection::ReadUntilLost() {
         if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (n <= 0) return;
         stream_.Feed(std::span<const uint8_t>(buffer.data(), static_cast<size_t>(n)));
-        PublishStats(false);
+        PublishStats(StatsMoment::kWhenDue);
     }
 }
 
@@ -271,40 +274,17 @@ bool DiagConnection::SleepUntil(Clock::time_point when) {
 }
 
 void DiagConnection::ReplayLoop() {
-    // Wait until some code is enabled and the masks have settled.
-    {
-        std::unique_lock<std::mutex> hold(mutex_);
-        while (!stopping_.load()) {
-            if (mask_.Any()) {
-                auto settled = mask_changed_at_ + std::chrono::milliseconds(kReplaySettleMs);
-                if (Clock::now() >= settled) break;
-                changed_.wait_until(hold, settled);
-            } else {
-                changed_.wait(hold);
-            }
-        }
-    }
-    if (source_.pace_real) {
-        stream_.SetObserver([this](const DiagFrame& frame) {
-            double ms = LogTimestampMs(LogRecordTimestamp(frame.record));
-            auto now = Clock::now();
-            if (!pace_started_) {
-                pace_started_ = true;
-                pace_next_ = now;
-            } else {
-                double gap = ms - pace_last_ms_;
-                if (gap < 0) gap = 0;
-                if (gap > kReplayMaxGapMs) gap = kReplayMaxGapMs;
-                pace_next_ += std::chrono::microseconds(static_cast<int64_t>(gap * 1000));
-                if (pace_next_ > now) SleepUntil(pace_next_);
-            }
-            pace_last_ms_ = ms;
-        });
-    }
+    WaitForFirstMask();
+    stream_.SetObserver([this](const DiagFrame& frame) {
+        if (source_.pace_real) Pace(frame);
+        // The packet being handled is the pass's last one not yet offered.
+        ApplyPendingMasks(stream_.stats().log_packets - pass_start_packets_ - 1);
+    });
     do {
         uint64_t delivered_before = stream_.stats().delivered;
+        pass_start_packets_ = stream_.stats().log_packets;
         ReplayOnce();
-        PublishStats(!stopping_.load());
+        PublishStats(stopping_.load() ? StatsMoment::kWhenDue : StatsMoment::kPassDone);
         pace_started_ = false;
         // A paced loop pauses before it starts over (its first packet has no
         // gap of its own), and so does any pass that delivered nothing: a
@@ -312,12 +292,91 @@ void DiagConnection::ReplayLoop() {
         if (source_.loop && (source_.pace_real || stream_.stats().delivered == delivered_before))
             SleepUntil(Clock::now() + std::chrono::milliseconds(kReplayLoopPauseMs));
     } while (source_.loop && !stopping_.load() && file_size_ > 0);
-    // A finished replay keeps the connection open, like a quiet modem.
-    {
-        std::unique_lock<std::mutex> hold(mutex_);
-        changed_.wait(hold, [&] { return stopping_.load(); });
-    }
+    IdleUntilStopped();
     exited_.store(true);
+}
+
+void DiagConnection::WaitForFirstMask() {
+    // The replay starts once a mask the client sent enables some code; the
+    // client's further masks catch up on what went by (ApplyPendingMasks).
+    while (!stopping_.load()) {
+        ApplyPendingMasks(0);
+        if (mask_.Any()) return;
+        std::unique_lock<std::mutex> hold(mutex_);
+        changed_.wait(hold, [&] { return stopping_.load() || !pending_masks_.empty(); });
+    }
+}
+
+void DiagConnection::IdleUntilStopped() {
+    // A finished replay keeps the connection open, like a quiet modem; a
+    // code enabled now still gets the last pass's packets.
+    while (!stopping_.load()) {
+        {
+            std::unique_lock<std::mutex> hold(mutex_);
+            changed_.wait(hold, [&] { return stopping_.load() || !pending_masks_.empty(); });
+        }
+        if (stopping_.load()) break;
+        ApplyPendingMasks(stream_.stats().log_packets - pass_start_packets_);
+        PublishStats(StatsMoment::kNow);
+    }
+}
+
+void DiagConnection::ApplyPendingMasks(uint64_t frames_before) {
+    if (!masks_pending_.load()) return;
+    std::vector<std::pair<uint32_t, MaskInForce>> pending;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        masks_pending_.store(false);
+        pending.swap(pending_masks_);
+        for (const auto& [equipment_id, in_force] : pending)
+            masks_in_force_[equipment_id] = in_force;
+    }
+    LogCodeMask first_enabled;
+    bool catch_up = false;
+    for (const auto& [equipment_id, in_force] : pending) {
+        mask_.SetEquipment(equipment_id, in_force.last_item, in_force.mask);
+        if (equipment_id >= configured_.size() || configured_[equipment_id]) continue;
+        configured_.set(equipment_id);
+        first_enabled.SetEquipment(equipment_id, in_force.last_item, in_force.mask);
+        catch_up = true;
+    }
+    if (catch_up && frames_before > 0) CatchUp(first_enabled, frames_before);
+}
+
+void DiagConnection::CatchUp(const LogCodeMask& only, uint64_t frames_before) {
+    std::vector<uint8_t> window(std::min(kReplayWindow, std::max<size_t>(file_size_, 1)));
+    HdlcDeframer deframer;
+    uint64_t seen = 0;
+    for (size_t offset = 0; offset < file_size_ && seen < frames_before && !stopping_.load();) {
+        size_t want = std::min(window.size(), file_size_ - offset);
+        ssize_t n = ::pread(file_fd_, window.data(), want, static_cast<off_t>(offset));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        deframer.Feed(window.data(), static_cast<size_t>(n), [&](std::span<const uint8_t> body) {
+            if (seen >= frames_before) return;
+            DiagFrame frame = ParseDiagFrame(body);
+            if (frame.kind != DiagFrameKind::kLogPacket) return;
+            ++seen;
+            stream_.Reoffer(frame, only);
+        });
+        offset += static_cast<size_t>(n);
+    }
+}
+
+void DiagConnection::Pace(const DiagFrame& frame) {
+    double ms = LogTimestampMs(LogRecordTimestamp(frame.record));
+    auto now = Clock::now();
+    if (!pace_started_) {
+        pace_started_ = true;
+        pace_next_ = now;
+    } else {
+        double gap = ms - pace_last_ms_;
+        if (gap < 0) gap = 0;
+        if (gap > kReplayMaxGapMs) gap = kReplayMaxGapMs;
+        pace_next_ += std::chrono::microseconds(static_cast<int64_t>(gap * 1000));
+        if (pace_next_ > now) SleepUntil(pace_next_);
+    }
+    pace_last_ms_ = ms;
 }
 
 void DiagConnection::ReplayOnce() {
@@ -331,12 +390,13 @@ void DiagConnection::ReplayOnce() {
         if (n <= 0) break;  // the file shrank or cannot be read: end of this pass
         stream_.Feed(std::span<const uint8_t>(window.data(), static_cast<size_t>(n)));
         replayed_ += static_cast<size_t>(n);
-        PublishStats(false);
+        PublishStats(StatsMoment::kWhenDue);
     }
     stream_.Finish();
 }
 
-void DiagConnection::PublishStats(bool pass_done) {
+void DiagConnection::PublishStats(StatsMoment moment) {
+    const bool pass_done = moment == StatsMoment::kPassDone;
     // One gathering of the stream's counts feeds both the library's stats
     // call and its PPS object.
     DmStatsValues values;
@@ -370,9 +430,9 @@ void DiagConnection::PublishStats(bool pass_done) {
         std::fprintf(stderr, "dmux: replay %d%% of %s\n", progress_shown_ * 10,
                      source_.path.c_str());
     }
-    if (!pass_done && !dm_stats_.Due()) return;
+    if (moment == StatsMoment::kWhenDue && !dm_stats_.Due()) return;
     values.versions_json = VersionCountsJson(stream_.versions().Sorted());
-    dm_stats_.Publish(values, pass_done);
+    dm_stats_.Publish(values, moment != StatsMoment::kWhenDue);
 }
 
 kora_dmc_stats DiagConnection::Stats() const {

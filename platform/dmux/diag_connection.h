@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <bitset>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -11,6 +12,8 @@
 #include <optional>
 #include <span>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "platform/dmux/diag_packet.h"
 #include "platform/dmux/diag_source.h"
@@ -21,10 +24,6 @@
 
 namespace dmux {
 
-// A capture file replays once the mask has held still this long with some
-// code enabled: the daemon sends its masks as a burst, and every group
-// should be in place before the first packet.
-inline constexpr int kReplaySettleMs = 250;
 // Longest wait between two paced packets of a capture.
 inline constexpr int kReplayMaxGapMs = 1000;
 // Pause before a looping replay starts over (paced, or nothing delivered).
@@ -67,8 +66,19 @@ class DiagConnection {
     bool Reconnect();
     void ReplayLoop();
     void ReplayOnce();
-    void PublishStats(bool pass_done);
+    // Replay thread: puts the masks the client has sent since into force.
+    // An equipment id enabled for the first time also gets the packets of
+    // the pass that went by before it (the first `frames_before` log
+    // packets), so a capture loses nothing to the order or the pace of the
+    // client's requests.
+    void ApplyPendingMasks(uint64_t frames_before);
+    void CatchUp(const LogCodeMask& only, uint64_t frames_before);
+    void WaitForFirstMask();
+    void IdleUntilStopped();
+    enum class StatsMoment { kWhenDue, kPassDone, kNow };
+    void PublishStats(StatsMoment moment);
     bool SleepUntil(std::chrono::steady_clock::time_point when);  // false when stopping
+    void Pace(const DiagFrame& frame);
 
     DiagSource source_;
     std::atomic<int> fd_{-1};  // replaced by the reader thread on a reconnect
@@ -96,11 +106,19 @@ class DiagConnection {
         std::vector<uint8_t> mask;
     };
     std::map<uint32_t, MaskInForce> masks_in_force_;  // by equipment id
+    // A capture's masks wait here for the replay thread, which applies them
+    // between two packets; a socket or serial source applies them at once.
+    std::vector<std::pair<uint32_t, MaskInForce>> pending_masks_;
+    std::atomic<bool> masks_pending_{false};  // spares the replay a lock per packet
     bool transport_lost_ = false;
-    std::chrono::steady_clock::time_point mask_changed_at_{};
     kora_dmc_stats stats_{};
 
     std::mutex write_mutex_;  // one request on the wire at a time; guards replacing fd_
+
+    // Replay thread only: equipment ids the client has sent a mask for, and
+    // the log-packet count of the stream when the current pass began.
+    std::bitset<LogCodeMask::kEquipmentIds> configured_;
+    uint64_t pass_start_packets_ = 0;
 
     // Pacing state of a paced replay.
     bool pace_started_ = false;

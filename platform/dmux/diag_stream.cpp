@@ -19,17 +19,7 @@ void DiagStream::OnFrame(std::span<const uint8_t> body) {
                     break;
                 }
             }
-            if (mask_ == nullptr || mask_->Enabled(frame.log_code)) {
-                Translation t = translator_.Translate(frame.log_code, frame.record);
-                versions_.Count(frame.log_code, t.version, t.verdict);
-                if (t.verdict == VersionVerdict::kDropped) {
-                    ++stats_.dropped;
-                    break;
-                }
-                if (t.verdict == VersionVerdict::kTranslated) ++stats_.translated;
-                ++stats_.delivered;
-                if (sink_ != nullptr) sink_(context_, frame.log_code, t.record);
-            }
+            Offer(frame, mask_);
             break;
         case DiagFrameKind::kLogConfig:
             ++stats_.log_config;
@@ -45,6 +35,25 @@ void DiagStream::OnFrame(std::span<const uint8_t> body) {
             ++stats_.other;
             break;
     }
+}
+
+void DiagStream::Reoffer(const DiagFrame& frame, const LogCodeMask& only) {
+    if (frame.kind != DiagFrameKind::kLogPacket) return;
+    if (frame.wrapped && (!subscription_chosen_ || frame.subscription != subscription_)) return;
+    Offer(frame, &only);
+}
+
+void DiagStream::Offer(const DiagFrame& frame, const LogCodeMask* mask) {
+    if (mask != nullptr && !mask->Enabled(frame.log_code)) return;
+    Translation t = translator_.Translate(frame.log_code, frame.record);
+    versions_.Count(frame.log_code, t.version, t.verdict);
+    if (t.verdict == VersionVerdict::kDropped) {
+        ++stats_.dropped;
+        return;
+    }
+    if (t.verdict == VersionVerdict::kTranslated) ++stats_.translated;
+    ++stats_.delivered;
+    if (sink_ != nullptr) sink_(context_, frame.log_code, t.record);
 }
 
 }  // namespace dmux

@@ -68,8 +68,14 @@ class DiagStream {
 
     // Handles one deframed body (also used for frames found another way).
     void OnFrame(std::span<const uint8_t> body);
+    // Offers a log packet already counted by OnFrame once more, to the codes
+    // `only` enables: a replay catching up on codes enabled after it had
+    // gone past their packets. Counted as delivered, translated or dropped.
+    void Reoffer(const DiagFrame& frame, const LogCodeMask& only);
 
   private:
+    void Offer(const DiagFrame& frame, const LogCodeMask* mask);
+
     const LogCodeMask* mask_;
     RecordSink sink_;
     void* context_;

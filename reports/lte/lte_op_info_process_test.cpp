@@ -33,9 +33,9 @@ TEST(LteOpInfoProcess, GeranApnLeavesAndPdnsFromTheServices) {
     DaemonFixture daemon(options);
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
     // lteopinfo does not open the QMI client itself; radionwinfo does.
-    ASSERT_NE(daemon.Request("radionwinfo", "1", std::nullopt, 5000), "");
+    ASSERT_NE(daemon.Request("radionwinfo", "1", std::nullopt), "");
 
-    std::string reply = daemon.Request("lteopinfo", "2", std::nullopt, 5000);
+    std::string reply = daemon.Request("lteopinfo", "2", std::nullopt);
     ASSERT_NE(reply.find("res::lteopinfo\n"), std::string::npos) << reply;
     std::string report = daemon.ReadObject(rt::test::kStatusEutraObject);
 

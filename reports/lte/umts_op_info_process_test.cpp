@@ -44,25 +44,14 @@ class UmtsOpInfoProcess : public testing::Test {
         daemon_ = std::make_unique<DaemonFixture>(options);
         ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
         // umtsopinfo does not open the QMI client itself; radionwinfo does.
-        ASSERT_NE(daemon_->Request("radionwinfo", "1", std::nullopt, 5000), "");
+        ASSERT_NE(daemon_->Request("radionwinfo", "1", std::nullopt), "");
         ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));
     }
     // Asks for a report until its object holds every one of `lines` (each
     // log code arrives on its own within the world's period after the mask
     // goes on). Bounded; returns the last object text either way.
     std::string ReportHolding(const char* name, const char* object, const Lines& lines) {
-        std::string report;
-        for (int i = 0; i < 200; ++i) {
-            std::string reply = daemon_->Request(name, "9", std::nullopt, 5000);
-            EXPECT_NE(reply.find(std::string("res::") + name + "\n"), std::string::npos) << reply;
-            report = daemon_->ReadObject(object);
-            bool all = std::all_of(lines.begin(), lines.end(), [&](const std::string& line) {
-                return report.find(line + "\n") != std::string::npos;
-            });
-            if (all) break;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return report;
+        return daemon_->ReportHolding(name, object, lines);
     }
 
     std::unique_ptr<rt::test::ModemsimProcess> modem_;

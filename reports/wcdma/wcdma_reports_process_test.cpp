@@ -97,7 +97,7 @@ TEST_F(WcdmaReportsProcess, WithNoModemRadionwinfoIsAnsweredWithNoData) {
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
     // Answered well inside the request's wait, which is longer than the
     // daemon's 2 s QMI time-out.
-    std::string reply = daemon.Request("radionwinfo", "4", std::nullopt, 5000);
+    std::string reply = daemon.Request("radionwinfo", "4", std::nullopt);
     ASSERT_NE(reply.find("res::radionwinfo\n"), std::string::npos) << reply;
     std::string report = daemon.ReadObject(rt::test::kStatusUtraObject);
     EXPECT_EQ(report.find("scell_sc:"), std::string::npos) << report;

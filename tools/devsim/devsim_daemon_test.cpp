@@ -15,14 +15,8 @@ using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
 using ::testing::HasSubstr;
 
-bool ObjectHolds(DaemonFixture& fixture, const char* path, const std::string& needle,
-                 int timeout_ms = 5000) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (fixture.ReadObject(path).find(needle) != std::string::npos) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+bool ObjectHolds(DaemonFixture& fixture, const char* path, const std::string& needle) {
+    return fixture.ObjectHolds(path, needle);
 }
 
 struct MenuCase {

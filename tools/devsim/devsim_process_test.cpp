@@ -46,15 +46,9 @@ std::string ReadObject(const std::string& path) {
 }
 
 // Polls an object until it holds `needle` (or lacks it); bounded in time.
-bool ObjectBecomes(const std::string& path, const std::string& needle, bool present = true,
-                   int timeout_ms = 5000) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    while (std::chrono::steady_clock::now() < deadline) {
-        bool holds = ReadObject(path).find(needle) != std::string::npos;
-        if (holds == present) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+bool ObjectBecomes(const std::string& path, const std::string& needle, bool present = true) {
+    return rt::test::Eventually(
+        [&] { return (ReadObject(path).find(needle) != std::string::npos) == present; });
 }
 
 class DevsimProcessTest : public ::testing::Test {
@@ -218,10 +212,7 @@ TEST_F(DevsimProcessTest, HangupReloadsTheScenario) {
 
     WriteScenario(R"({"deviceinfo": null})");
     ASSERT_TRUE(devsim_->Signal(SIGHUP));
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (pps_exists(kDeviceInfo) && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(pps_exists(kDeviceInfo));
+    EXPECT_TRUE(rt::test::Eventually([] { return !pps_exists(kDeviceInfo); }));
 
     WriteScenario("not json");
     ASSERT_TRUE(devsim_->Signal(SIGHUP));

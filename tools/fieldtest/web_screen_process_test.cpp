@@ -45,7 +45,7 @@ class Serve {
                                      "127.0.0.1:" + std::to_string(port_), "--interval", "0.5",
                                      "--timeout", "2"},
             std::vector<std::string>{pps_env});
-        ready_ = process_->WaitForStdout("the field-test screen is on", 5000);
+        ready_ = process_->WaitForStdout("the field-test screen is on");
     }
     bool ready() const { return ready_; }
     int port() const { return port_; }
@@ -130,14 +130,12 @@ TEST_F(WebScreenProcess, PageAndReportsAreServed) {
 
     // The serving cell of modemsim's LTE world, as numbers; absent values null.
     Json lte;
-    for (int i = 0; i < 50; ++i) {
+    rt::test::Eventually([&] {
         auto reply = client.Get("/api/report/lteopinfo");
-        ASSERT_TRUE(reply);
-        ASSERT_EQ(reply->status, 200) << reply->body;
+        if (!reply || reply->status != 200) return false;
         lte = Json::parse(reply->body);
-        if (lte["values"]["lte_pci"] == 87) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
+        return lte["values"]["lte_pci"] == 87;
+    });
     EXPECT_EQ(lte["values"]["lte_pci"], 87) << lte.dump();
     EXPECT_EQ(lte["error"], "");
     bool rlc_table = false;
@@ -190,7 +188,7 @@ TEST_F(WebScreenProcess, SettingsAreCheckedThenWritten) {
     EXPECT_NE(daemon_->ReadObject(rt::test::kConfigObject).find("diaglogmask::1"),
               std::string::npos);
     // The change reaches the daemon: the log mask goes on.
-    EXPECT_TRUE(daemon_->daemon().WaitForStderr("LTE Log Config sent successfully", 5000));
+    EXPECT_TRUE(daemon_->daemon().WaitForStderr("LTE Log Config sent successfully"));
 
     // A change by another screen is pushed to the page.
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));

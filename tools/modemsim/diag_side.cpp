@@ -29,6 +29,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 // How often a capture's playback reports how far it has come.
 constexpr int kProgressEverySec = 5;
+// A capture starts once the masks have held still this long with some code
+// enabled, as a burst of mask commands comes in quick succession (a
+// looping capture makes up for a late one; capture_after_masks waits for a
+// count instead).
+constexpr int kCaptureSettleMs = 250;
 
 std::vector<uint8_t> Unescape(const uint8_t* data, size_t length) {
     std::vector<uint8_t> out;
@@ -300,7 +305,7 @@ void DiagSide::ProduceCapture(Session* session) {
                 session->changed.wait_for(hold, std::chrono::milliseconds(100));
             } else if (session->mask.Any()) {
                 auto settled =
-                    session->mask_changed_at + std::chrono::milliseconds(dmux::kReplaySettleMs);
+                    session->mask_changed_at + std::chrono::milliseconds(kCaptureSettleMs);
                 if (Clock::now() >= settled) break;
                 session->changed.wait_until(hold, settled);
             } else {

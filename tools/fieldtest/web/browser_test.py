@@ -55,7 +55,7 @@ class Stack:
         with open(os.path.join(self.dir, name + ".log")) as f:
             return f.read()
 
-    def wait_for(self, predicate, what, timeout=20):
+    def wait_for(self, predicate, what, timeout=60):
         deadline = time.time() + timeout
         while time.time() < deadline:
             if predicate():
