@@ -12,17 +12,21 @@ LogSnapshotStore g_log_snapshot_store;
 
 namespace {
 
-struct RlcStatsLayout {
-    uint16_t code;
-    size_t header_size;
-    size_t entry_size;
-};
-constexpr RlcStatsLayout kRlcStatsLayouts[] = {
-    {kLogCodeRlcDlStats, 29, 182},
-    {kLogCodeRlcUlStats, 25, 126},
-};
-constexpr size_t kRlcDlListSize = 135;
-constexpr size_t kRlcUlListSize = 210;
+namespace L = log_layout;
+
+template <class Stats>
+RlcStatsSnapshot EmptyStats() {
+    RlcStatsSnapshot s;
+    s.header_size = Stats::kHeaderSize;
+    s.entry_size = Stats::kEntrySize;
+    return s;
+}
+
+RlcConfigSnapshot EmptyConfig(const L::RlcConfig::ListShape& list) {
+    RlcConfigSnapshot s;
+    s.rb_list_size = list.area;
+    return s;
+}
 
 // Word 0 of a packet or snapshot: zero means no packet.
 bool HasPacket(const uint8_t* bytes, size_t length) {
@@ -51,16 +55,10 @@ LogSnapshotStore::LogSnapshotStore() {
 void LogSnapshotStore::Reset() {
     std::lock_guard<std::mutex> hold(mutex_);
     std::memset(fixed_.get(), 0, fixed_total_);
-    rlc_dl_config_ = RlcConfigSnapshot{};
-    rlc_dl_config_.rb_list_size = kRlcDlListSize;
-    rlc_ul_config_ = RlcConfigSnapshot{};
-    rlc_ul_config_.rb_list_size = kRlcUlListSize;
-    rlc_dl_stats_ = RlcStatsSnapshot{};
-    rlc_dl_stats_.header_size = kRlcStatsLayouts[0].header_size;
-    rlc_dl_stats_.entry_size = kRlcStatsLayouts[0].entry_size;
-    rlc_ul_stats_ = RlcStatsSnapshot{};
-    rlc_ul_stats_.header_size = kRlcStatsLayouts[1].header_size;
-    rlc_ul_stats_.entry_size = kRlcStatsLayouts[1].entry_size;
+    rlc_dl_config_ = EmptyConfig(L::RlcConfig::kDlList);
+    rlc_ul_config_ = EmptyConfig(L::RlcConfig::kUlList);
+    rlc_dl_stats_ = EmptyStats<L::RlcDlStats>();
+    rlc_ul_stats_ = EmptyStats<L::RlcUlStats>();
 }
 
 bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length) {
@@ -94,7 +92,7 @@ void LogSnapshotStore::StoreRlcConfig(RlcConfigSnapshot* s, const uint8_t* packe
     CopyCut(s->bytes, RlcConfigSnapshot::kHeaderSize, packet, length);
     if (HasPacket(s->bytes, RlcConfigSnapshot::kHeaderSize)) {
         // The list of radio bearers starts after the packet's count byte at P.
-        size_t p = 24 + 3 * static_cast<size_t>(s->bytes[21]);
+        size_t p = L::RlcConfig::RbCountOffset(s->bytes[L::RlcConfig::kSkipRecordCount.offset]);
         s->bytes[RlcConfigSnapshot::kRbCountOffset] = p < length ? packet[p] : 0;
         uint8_t* list = s->bytes + RlcConfigSnapshot::kRbListOffset;
         std::memset(list, 0, s->rb_list_size);

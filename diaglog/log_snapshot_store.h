@@ -11,13 +11,14 @@
 // after unlocking while the callback installs a newer array.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <span>
 
-#include "diaglog/log_layouts.h"
+#include "platform/dmux/log_layouts.h"
 #include "diaglog/rlc_view.h"
 #include "diaglog/snapshot_view.h"
 
@@ -58,22 +59,23 @@ inline constexpr FixedSnapshotSize kFixedSnapshotSizes[] = {
 };
 inline constexpr size_t kFixedSnapshotCount = std::size(kFixedSnapshotSizes);
 
-inline constexpr uint16_t kLogCodeRlcDlConfig = 0xB081;
-inline constexpr uint16_t kLogCodeRlcUlConfig = 0xB091;
-inline constexpr uint16_t kLogCodeRlcDlStats = 0xB087;
-inline constexpr uint16_t kLogCodeRlcUlStats = 0xB097;
+inline constexpr uint16_t kLogCodeRlcDlConfig = log_layout::RlcConfig::kDlCode;
+inline constexpr uint16_t kLogCodeRlcUlConfig = log_layout::RlcConfig::kUlCode;
+inline constexpr uint16_t kLogCodeRlcDlStats = log_layout::RlcDlStats::kCode;
+inline constexpr uint16_t kLogCodeRlcUlStats = log_layout::RlcUlStats::kCode;
 
-// LTE RLC configuration (0xB081 downlink, 0xB091 uplink): the packet's first
-// 22 bytes, rb_count, one unused byte, then rb_list; plus the two bearer
+// LTE RLC configuration (0xB081 downlink, 0xB091 uplink): the packet's
+// header, rb_count, one unused byte, then rb_list; plus the two bearer
 // tables that the RLC report fills and each new packet resets to 0xFF.
 struct RlcConfigSnapshot {
-    static constexpr size_t kHeaderSize = 22;
-    static constexpr size_t kRbCountOffset = 22;
-    static constexpr size_t kRbListOffset = 24;
-    static constexpr size_t kMaxRbListSize = 210;
-    static constexpr size_t kTableSize = 15;
+    static constexpr size_t kHeaderSize = log_layout::RlcConfig::kHeaderSize;
+    static constexpr size_t kRbCountOffset = kHeaderSize;
+    static constexpr size_t kRbListOffset = kRbCountOffset + 2;
+    static constexpr size_t kMaxRbListSize =
+        std::max(log_layout::RlcConfig::kDlList.area, log_layout::RlcConfig::kUlList.area);
+    static constexpr size_t kTableSize = log_layout::RlcConfig::kMaxListEntries;
 
-    size_t rb_list_size = 0;  // 135 (0xB081) or 210 (0xB091)
+    size_t rb_list_size = 0;  // the direction's list area
     uint64_t generation = 0;  // counts the packets stored, to tell copies apart
     uint8_t bytes[kRbListOffset + kMaxRbListSize] = {};
     uint8_t rb_cfg_idx_table[kTableSize] = {};
@@ -86,13 +88,14 @@ struct RlcConfigSnapshot {
 };
 
 // LTE RLC statistics (0xB087 downlink, 0xB097 uplink): the packet's header
-// bytes (entry count at offset 20) and the entries in their own array.
+// bytes and the entries in their own array.
 struct RlcStatsSnapshot {
-    static constexpr size_t kCountOffset = 20;
-    static constexpr size_t kMaxHeaderSize = 29;
+    static constexpr size_t kCountOffset = log_layout::RlcDlStats::kCount.offset;
+    static constexpr size_t kMaxHeaderSize =
+        std::max(log_layout::RlcDlStats::kHeaderSize, log_layout::RlcUlStats::kHeaderSize);
 
-    size_t header_size = 0;  // 29 or 25
-    size_t entry_size = 0;   // 182 or 126
+    size_t header_size = 0;  // the direction's header size
+    size_t entry_size = 0;   // and entry size
     uint8_t header[kMaxHeaderSize] = {};
     // count x entry_size bytes; null before the first packet, for a count of
     // 0, and when the array could not be allocated.

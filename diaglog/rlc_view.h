@@ -15,7 +15,7 @@
 #include <memory>
 #include <span>
 
-#include "diaglog/log_layouts.h"
+#include "platform/dmux/log_layouts.h"
 #include "platform/common/byte_layout.h"
 
 // The two bearer tables of one direction: position i holds the

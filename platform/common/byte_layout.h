@@ -1,5 +1,5 @@
 // Binary layouts as data: a field is its type and its offset, and a layout
-// is a struct of named fields (see diaglog/log_layouts.h). FieldReader
+// is a struct of named fields (see platform/dmux/log_layouts.h). FieldReader
 // reads a field through the checked ByteReader, so a field that does not
 // lie wholly inside the bytes reads as absent, never as a stray byte.
 //

@@ -18,6 +18,7 @@ using log_layout::LteServingMeasurements;
 using log_layout::LteServingRssi;
 using log_layout::LteUeIdentity;
 using log_layout::LteWcdmaNeighbours;
+using log_layout::kVersion;
 
 // What the screen shows for a cell the modem has not described.
 constexpr const char* kDefaultBand = "13";
@@ -208,7 +209,7 @@ void PublishLteGeranNeighbours(ReportWriter& report, const RatMeasInfoResponse& 
 
 void PublishLteServCellRssi(ReportWriter& report) {
     const SnapshotView rssi = g_log_snapshot_store.View(LteServingRssi::kCode);
-    if (!rssi.has_packet() || rssi.Get(LteServingRssi::kVersion) != kRssiPacketVersion) {
+    if (!rssi.has_packet() || rssi.Get(kVersion) != kRssiPacketVersion) {
         report.NoData("lte_serv_cell_rssi");
         return;
     }

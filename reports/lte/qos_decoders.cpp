@@ -2,7 +2,7 @@
 
 #include <span>
 
-#include "diaglog/log_layouts.h"
+#include "platform/dmux/log_layouts.h"
 #include "diaglog/snapshot_view.h"
 #include "service/report_writer.h"
 

@@ -8,8 +8,8 @@
 namespace {
 
 using log_layout::RlcConfig;
-using log_layout::RlcDlStatsEntry;
-using log_layout::RlcUlStatsEntry;
+using log_layout::RlcDlStats;
+using log_layout::RlcUlStats;
 
 // The bearer tables have 15 positions: an rb_count above 15 is walked only
 // that far, in the configuration list and in the statistics match alike.
@@ -26,34 +26,34 @@ constexpr const char* kModeAmText = "AM";
 constexpr const char* kModeUmText = "UM";
 
 constexpr RlcCounter kDlCounters[] = {
-    {"num_rst%1d", RlcDlStatsEntry::kNumRst},
-    {"num_data_pdu%1d", RlcDlStatsEntry::kNumDataPdu},
-    {"num_status_rxed%1d", RlcDlStatsEntry::kNumStatusRxed},
-    {"num_invalid_pdu%1d", RlcDlStatsEntry::kNumInvalidPdu},
-    {"num_retx_pdu%1d", RlcDlStatsEntry::kNumRetxPdu},
-    {"num_dup_pdu%1d", RlcDlStatsEntry::kNumDupPdu},
-    {"num_dropped_pdu%1d", RlcDlStatsEntry::kNumDroppedPdu},
-    {"num_dropped_pdu_fc%1d", RlcDlStatsEntry::kNumDroppedPduFc},
-    {"num_sdu%1d", RlcDlStatsEntry::kNumSdu},
-    {"num_nonseq_sdu%1d", RlcDlStatsEntry::kNumNonseqSdu},
-    {"num_ctrl_pdu%1d", RlcDlStatsEntry::kNumCtrlPdu},
-    {"num_comp_nack%1d", RlcDlStatsEntry::kNumCompNack},
-    {"num_segm_nack%1d", RlcDlStatsEntry::kNumSegmNack},
-    {"num_t_reord_exp%1d", RlcDlStatsEntry::kNumTReordExp},
+    {"num_rst%1d", RlcDlStats::kNumRst},
+    {"num_data_pdu%1d", RlcDlStats::kNumDataPdu},
+    {"num_status_rxed%1d", RlcDlStats::kNumStatusRxed},
+    {"num_invalid_pdu%1d", RlcDlStats::kNumInvalidPdu},
+    {"num_retx_pdu%1d", RlcDlStats::kNumRetxPdu},
+    {"num_dup_pdu%1d", RlcDlStats::kNumDupPdu},
+    {"num_dropped_pdu%1d", RlcDlStats::kNumDroppedPdu},
+    {"num_dropped_pdu_fc%1d", RlcDlStats::kNumDroppedPduFc},
+    {"num_sdu%1d", RlcDlStats::kNumSdu},
+    {"num_nonseq_sdu%1d", RlcDlStats::kNumNonseqSdu},
+    {"num_ctrl_pdu%1d", RlcDlStats::kNumCtrlPdu},
+    {"num_comp_nack%1d", RlcDlStats::kNumCompNack},
+    {"num_segm_nack%1d", RlcDlStats::kNumSegmNack},
+    {"num_t_reord_exp%1d", RlcDlStats::kNumTReordExp},
 };
 
 constexpr RlcCounter kUlCounters[] = {
-    {"num_rst%1d", RlcUlStatsEntry::kNumRst},
-    {"num_data_pdu%1d", RlcUlStatsEntry::kNumDataPdu},
-    {"num_sdu%1d", RlcUlStatsEntry::kNumSdu},
-    {"num_ctrl_pdu_tx%1d", RlcUlStatsEntry::kNumCtrlPduTx},
-    {"num_retx_pdu%1d", RlcUlStatsEntry::kNumRetxPdu},
-    {"num_ctrl_pdu_rx%1d", RlcUlStatsEntry::kNumCtrlPduRx},
-    {"num_comp_nack%1d", RlcUlStatsEntry::kNumCompNack},
-    {"num_segm_nack%1d", RlcUlStatsEntry::kNumSegmNack},
-    {"num_invalid_ctrl_pdu_rx%1d", RlcUlStatsEntry::kNumInvalidCtrlPduRx},
-    {"num_poll%1d", RlcUlStatsEntry::kNumPoll},
-    {"num_t_poll_retx_expiry%1d", RlcUlStatsEntry::kNumTPollRetxExpiry},
+    {"num_rst%1d", RlcUlStats::kNumRst},
+    {"num_data_pdu%1d", RlcUlStats::kNumDataPdu},
+    {"num_sdu%1d", RlcUlStats::kNumSdu},
+    {"num_ctrl_pdu_tx%1d", RlcUlStats::kNumCtrlPduTx},
+    {"num_retx_pdu%1d", RlcUlStats::kNumRetxPdu},
+    {"num_ctrl_pdu_rx%1d", RlcUlStats::kNumCtrlPduRx},
+    {"num_comp_nack%1d", RlcUlStats::kNumCompNack},
+    {"num_segm_nack%1d", RlcUlStats::kNumSegmNack},
+    {"num_invalid_ctrl_pdu_rx%1d", RlcUlStats::kNumInvalidCtrlPduRx},
+    {"num_poll%1d", RlcUlStats::kNumPoll},
+    {"num_t_poll_retx_expiry%1d", RlcUlStats::kNumTPollRetxExpiry},
 };
 
 size_t BearerPositions(const RlcConfigView& config) {
@@ -85,14 +85,14 @@ void PublishEntry(ReportWriter& report, const RlcDirection& direction, const rt:
 }  // namespace
 
 const RlcDirection kRlcDownlink = {
-    RlcConfig::kDlCode,     RlcConfig::kDlList,  RlcDlStatsEntry::kCode, RlcDlStatsEntry::kCfgIdx,
-    RlcDlStatsEntry::kMode, kDlCounters,         "rlc_dl_srb_num",       "rlc_dl_drb_num",
+    RlcConfig::kDlCode,     RlcConfig::kDlList,  RlcDlStats::kCode, RlcDlStats::kCfgIdx,
+    RlcDlStats::kMode, kDlCounters,         "rlc_dl_srb_num",       "rlc_dl_drb_num",
     "rlc_dl_srb_status",    "rlc_dl_drb_status",
 };
 
 const RlcDirection kRlcUplink = {
-    RlcConfig::kUlCode,     RlcConfig::kUlList,  RlcUlStatsEntry::kCode, RlcUlStatsEntry::kCfgIdx,
-    RlcUlStatsEntry::kMode, kUlCounters,         "rlc_ul_srb_num",       "rlc_ul_drb_num",
+    RlcConfig::kUlCode,     RlcConfig::kUlList,  RlcUlStats::kCode, RlcUlStats::kCfgIdx,
+    RlcUlStats::kMode, kUlCounters,         "rlc_ul_srb_num",       "rlc_ul_drb_num",
     "rlc_ul_srb_status",    "rlc_ul_drb_status",
 };
 

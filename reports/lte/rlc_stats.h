@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <span>
 
-#include "diaglog/log_layouts.h"
+#include "platform/dmux/log_layouts.h"
 #include "platform/common/byte_layout.h"
 
 class ReportWriter;

@@ -54,8 +54,8 @@ size_t HeaderSize(const RlcDirection& d) {
     return d.stats_code == kRlcDownlink.stats_code ? 29 : 25;
 }
 size_t EntrySize(const RlcDirection& d) {
-    return d.stats_code == kRlcDownlink.stats_code ? log_layout::RlcDlStatsEntry::kSize
-                                                   : log_layout::RlcUlStatsEntry::kSize;
+    return d.stats_code == kRlcDownlink.stats_code ? log_layout::RlcDlStats::kEntrySize
+                                                   : log_layout::RlcUlStats::kEntrySize;
 }
 
 void DeliverStats(const RlcDirection& d, const std::vector<StatsEntry>& entries) {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "diaglog/log_layouts.h"
-#include "platform/dmux/packet_versions/target_layouts.h"
+#include "platform/dmux/log_layouts.h"
+#include "platform/dmux/log_layouts.h"
 
 namespace modemsim {
 
@@ -19,7 +19,7 @@ PayloadWriter FixedPayload() {
 
 // The modem sends the versions whose layout the daemon reads: the DIAG
 // library drops any other version it cannot translate.
-namespace target = dmux::target;
+namespace target = log_layout;
 
 // The RLC packets' header: version, one subpacket, then the subpacket's id,
 // version and size (counted from its first byte to the end of the record).
@@ -65,7 +65,7 @@ std::vector<uint8_t> ServingMeasurements(const LteState& state) {
 std::vector<uint8_t> ServingRssi(const LteState& state) {
     using F = L::LteServingRssi;
     PayloadWriter p = FixedPayload<F>();
-    p.Set(F::kVersion, target::LteServingRssi::kVersionValue);
+    p.Set(target::kVersion, target::LteServingRssi::kVersionValue);
     p.Set(F::kRssiWord, RssiWord(state.rssi_dbm));
     return p.Take();
 }
@@ -110,7 +110,7 @@ std::vector<uint8_t> UeIdentity(const LteState& state) {
 // records, rb_count and one list entry per bearer.
 std::vector<uint8_t> RlcConfig(const LteState& state, const L::RlcConfig::ListShape& shape,
                                uint8_t subpacket_id) {
-    using P = L::RlcConfigPacket;
+    using P = L::RlcConfig;
     size_t count_at = P::RbCountOffset(state.rlc_released) - kLogHeaderSize;
     size_t count = std::min(state.bearers.size(), L::RlcConfig::kMaxListEntries);
     size_t list_size = 0;
@@ -118,7 +118,7 @@ std::vector<uint8_t> RlcConfig(const LteState& state, const L::RlcConfig::ListSh
         list_size +=
             state.bearers[b].mode == RlcMode::kAm ? shape.type1_length : shape.type2_length;
     PayloadWriter p(count_at + 1 + list_size);
-    RlcSubpacketHeader(p, subpacket_id, target::RlcDlConfig::kSubpacketVersionValue);
+    RlcSubpacketHeader(p, subpacket_id, target::RlcConfig::kSubpacketVersionValue);
     p.Set(P::kSkipRecordCount, state.rlc_released);
     for (size_t r = 0; r < state.rlc_released; ++r)
         p.U8(P::RbCountOffset(r) - kLogHeaderSize, 0x20 + r);  // a released bearer's id
@@ -143,7 +143,7 @@ struct CounterField {
     uint32_t Counters::*value;
 };
 
-using DlEntry = L::RlcDlStatsEntry;
+using DlEntry = L::RlcDlStats;
 constexpr CounterField<RlcDlCounters> kDlCounterFields[] = {
     {DlEntry::kNumRst, &RlcDlCounters::num_rst},
     {DlEntry::kNumDataPdu, &RlcDlCounters::num_data_pdu},
@@ -161,7 +161,7 @@ constexpr CounterField<RlcDlCounters> kDlCounterFields[] = {
     {DlEntry::kNumTReordExp, &RlcDlCounters::num_t_reord_exp},
 };
 
-using UlEntry = L::RlcUlStatsEntry;
+using UlEntry = L::RlcUlStats;
 constexpr CounterField<RlcUlCounters> kUlCounterFields[] = {
     {UlEntry::kNumRst, &RlcUlCounters::num_rst},
     {UlEntry::kNumDataPdu, &RlcUlCounters::num_data_pdu},
@@ -182,11 +182,11 @@ template <class Entry, class Target, class Stats, class Counters, size_t N>
 std::vector<uint8_t> RlcStatistics(const std::vector<Stats>& stats, size_t header_size,
                                    const CounterField<Counters> (&fields)[N]) {
     size_t header = header_size - kLogHeaderSize;
-    PayloadWriter p(header + Entry::kSize * stats.size());
+    PayloadWriter p(header + Entry::kEntrySize * stats.size());
     RlcSubpacketHeader(p, Target::kSubpacketIdValue, Target::kSubpacketVersionValue);
-    p.Set(L::RlcStatsPacket::kEntryCount, int64_t(stats.size()));
+    p.Set(L::RlcDlStats::kCount, int64_t(stats.size()));
     for (size_t s = 0; s < stats.size(); ++s) {
-        size_t at = header + Entry::kSize * s;
+        size_t at = header + Entry::kEntrySize * s;
         p.SetIn(at, Entry::kCfgIdx, stats[s].bearer.cfg_idx);
         p.SetIn(at, Entry::kMode, uint8_t(stats[s].bearer.mode));
         for (const CounterField<Counters>& counter : fields)
@@ -211,13 +211,13 @@ std::vector<LogPayload> LteLogPayloads(const LteState& state) {
         {L::LteCdmaNeighbours::kCode, CdmaNeighbours(state)},
         {L::LteUeIdentity::kCode, UeIdentity(state)},
         {L::RlcConfig::kDlCode,
-         RlcConfig(state, L::RlcConfig::kDlList, target::RlcDlConfig::kSubpacketIdValue)},
+         RlcConfig(state, L::RlcConfig::kDlList, target::RlcConfig::kDlSubpacketId)},
         {L::RlcConfig::kUlCode,
-         RlcConfig(state, L::RlcConfig::kUlList, target::RlcUlConfig::kSubpacketIdValue)},
+         RlcConfig(state, L::RlcConfig::kUlList, target::RlcConfig::kUlSubpacketId)},
         {DlEntry::kCode, RlcStatistics<DlEntry, target::RlcDlStats>(
-                             state.rlc_dl, L::RlcStatsPacket::kDlHeaderSize, kDlCounterFields)},
+                             state.rlc_dl, L::RlcDlStats::kHeaderSize, kDlCounterFields)},
         {UlEntry::kCode, RlcStatistics<UlEntry, target::RlcUlStats>(
-                             state.rlc_ul, L::RlcStatsPacket::kUlHeaderSize, kUlCounterFields)},
+                             state.rlc_ul, L::RlcUlStats::kHeaderSize, kUlCounterFields)},
     };
 }
 

@@ -196,7 +196,7 @@ TEST(LteWorld, PacketsReadBackThroughTheStoreAgree) {
         EXPECT_EQ(meas.Get(L::LteServingMeasurements::kRawRsrq), state.rsrq);
 
         SnapshotView rssi = g_log_snapshot_store.View(L::LteServingRssi::kCode);
-        EXPECT_EQ(rssi.Get(L::LteServingRssi::kVersion), 3);
+        EXPECT_EQ(rssi.Get(L::kVersion), 3);
         EXPECT_EQ(RssiFromWord(rssi.Get(L::LteServingRssi::kRssiWord)), state.rssi_dbm);
 
         SnapshotView wcdma = g_log_snapshot_store.View(L::LteWcdmaNeighbours::kCode);
@@ -279,10 +279,10 @@ TEST(LteWorld, RlcStatisticsMatchTheConfigurationThroughTheStore) {
             size_t entry_size;
         };
         const Direction directions[] = {
-            {L::RlcConfig::kDlCode, L::RlcDlStatsEntry::kCode, L::RlcConfig::kDlList,
-             L::RlcDlStatsEntry::kSize},
-            {L::RlcConfig::kUlCode, L::RlcUlStatsEntry::kCode, L::RlcConfig::kUlList,
-             L::RlcUlStatsEntry::kSize},
+            {L::RlcConfig::kDlCode, L::RlcDlStats::kCode, L::RlcConfig::kDlList,
+             L::RlcDlStats::kEntrySize},
+            {L::RlcConfig::kUlCode, L::RlcUlStats::kCode, L::RlcConfig::kUlList,
+             L::RlcUlStats::kEntrySize},
         };
         for (const Direction& d : directions) {
             SCOPED_TRACE("config=" + std::to_string(d.config));
@@ -292,8 +292,8 @@ TEST(LteWorld, RlcStatisticsMatchTheConfigurationThroughTheStore) {
             ASSERT_EQ(entries.size(), listed.size());
             for (size_t s = 0; s < entries.size(); ++s) {
                 ASSERT_EQ(entries[s].size(), d.entry_size);
-                uint8_t cfg = Entry(entries[s], L::RlcUlStatsEntry::kCfgIdx);
-                uint8_t mode = Entry(entries[s], L::RlcUlStatsEntry::kMode);
+                uint8_t cfg = Entry(entries[s], L::RlcUlStats::kCfgIdx);
+                uint8_t mode = Entry(entries[s], L::RlcUlStats::kMode);
                 auto match = std::find_if(listed.begin(), listed.end(),
                                           [&](const ListedBearer& b) { return b.cfg_idx == cfg; });
                 ASSERT_NE(match, listed.end()) << "entry " << s << " index " << int(cfg);
@@ -314,8 +314,8 @@ TEST(LteWorld, RlcCountersGrowWithTime) {
         SCOPED_TRACE("t=" + std::to_string(t));
         StoreAll(world.At(t));
         unsigned handovers = unsigned(t / period);
-        for (const Bytes& e : StatsEntries(L::RlcDlStatsEntry::kCode)) {
-            using E = L::RlcDlStatsEntry;
+        for (const Bytes& e : StatsEntries(L::RlcDlStats::kCode)) {
+            using E = L::RlcDlStats;
             uint8_t cfg = Entry(e, E::kCfgIdx);
             std::vector<uint32_t> now = {Entry(e, E::kNumRst),        Entry(e, E::kNumDataPdu),
                                          Entry(e, E::kNumStatusRxed), Entry(e, E::kNumRetxPdu),
@@ -334,8 +334,8 @@ TEST(LteWorld, RlcCountersGrowWithTime) {
                 EXPECT_GE(now[k], last_dl[cfg][k]) << "bearer " << int(cfg) << " counter " << k;
             last_dl[cfg] = now;
         }
-        for (const Bytes& e : StatsEntries(L::RlcUlStatsEntry::kCode)) {
-            using E = L::RlcUlStatsEntry;
+        for (const Bytes& e : StatsEntries(L::RlcUlStats::kCode)) {
+            using E = L::RlcUlStats;
             uint8_t cfg = Entry(e, E::kCfgIdx);
             std::vector<uint32_t> now = {Entry(e, E::kNumRst),     Entry(e, E::kNumDataPdu),
                                          Entry(e, E::kNumSdu),     Entry(e, E::kNumRetxPdu),
@@ -425,10 +425,10 @@ TEST(LteWorld, ScenarioSectionOverridesTheDefault) {
         EXPECT_EQ(id.Get(L::LteUeIdentity::MTmsiByte(2)), 0x56);
         EXPECT_EQ(WalkConfig(L::RlcConfig::kDlCode, L::RlcConfig::kDlList),
                   (std::vector<ListedBearer>{{2, 9, 2}}));
-        std::vector<Bytes> dl = StatsEntries(L::RlcDlStatsEntry::kCode);
+        std::vector<Bytes> dl = StatsEntries(L::RlcDlStats::kCode);
         ASSERT_EQ(dl.size(), 1u);
-        EXPECT_EQ(Entry(dl[0], L::RlcDlStatsEntry::kNumDataPdu), uint32_t(10 * t));
-        EXPECT_EQ(StatsEntries(L::RlcUlStatsEntry::kCode).size(), 1u);
+        EXPECT_EQ(Entry(dl[0], L::RlcDlStats::kNumDataPdu), uint32_t(10 * t));
+        EXPECT_EQ(StatsEntries(L::RlcUlStats::kCode).size(), 1u);
     }
 }
 
@@ -541,7 +541,7 @@ TEST(LteWorldDiag, CodesArriveByTheMaskAndStoreConsistently) {
     EXPECT_EQ(cell.Get(L::LteServingCell::kPci), 87);
     EXPECT_EQ(meas.Get(L::LteServingMeasurements::kPci), 87);
     EXPECT_EQ(WalkConfig(L::RlcConfig::kUlCode, L::RlcConfig::kUlList).size(), 4u);
-    EXPECT_EQ(StatsEntries(L::RlcUlStatsEntry::kCode).size(), 4u);
+    EXPECT_EQ(StatsEntries(L::RlcUlStats::kCode).size(), 4u);
 
     ASSERT_TRUE(client.Enable(11, {}));
     client.Collect(100);

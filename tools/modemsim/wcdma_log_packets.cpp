@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "diaglog/log_layouts.h"
+#include "platform/dmux/log_layouts.h"
 
 namespace modemsim {
 

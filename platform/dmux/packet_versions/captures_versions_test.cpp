@@ -14,13 +14,13 @@
 
 #include "platform/common/byte_layout.h"
 #include "platform/dmux/diag_stream.h"
-#include "platform/dmux/packet_versions/target_layouts.h"
+#include "platform/dmux/log_layouts.h"
 #include "testsupport/child_process.h"
 
 namespace dmux {
 namespace {
 
-namespace t = dmux::target;
+namespace t = log_layout;
 using Bytes = std::vector<uint8_t>;
 
 Bytes ReadAll(const std::string& path) {

@@ -3,15 +3,14 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/dmux/packet_versions/target_layouts.h"
+#include "platform/dmux/log_layouts.h"
 
 namespace dmux {
 
 namespace {
 
-using namespace dmux::target;
+using namespace log_layout;
 
-constexpr size_t kLogHeaderSize = 12;
 // The largest translated record: 0xB087 with 255 entries.
 constexpr size_t kMaxOutput = RlcDlStats::kHeaderSize + 255 * RlcDlStats::kEntrySize;
 
@@ -215,8 +214,8 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
         case LteUeIdentity::kCode:
         case LteServingMeasurements::kCode:
         case LteServingRssi::kCode:
-        case RlcDlConfig::kCode:
-        case RlcUlConfig::kCode:
+        case RlcConfig::kDlCode:
+        case RlcConfig::kUlCode:
         case RlcDlStats::kCode:
         case RlcUlStats::kCode:
             break;
@@ -284,14 +283,15 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
         record.size() >= kSubpacketStart + 4 && kSubpacketStart + sub_size <= record.size();
 
     switch (code) {
-        case RlcDlConfig::kCode:
-        case RlcUlConfig::kCode: {
-            bool dl = code == RlcDlConfig::kCode;
-            uint8_t want_id = dl ? RlcDlConfig::kSubpacketIdValue : RlcUlConfig::kSubpacketIdValue;
-            if (sub_id != want_id || sub_version != 1 || !sub_fits) return drop();
-            if (record.size() < RlcDlConfig::kHeaderSize) return drop();
+        case RlcConfig::kDlCode:
+        case RlcConfig::kUlCode: {
+            bool dl = code == RlcConfig::kDlCode;
+            uint8_t want_id = dl ? RlcConfig::kDlSubpacketId : RlcConfig::kUlSubpacketId;
+            if (sub_id != want_id || sub_version != RlcConfig::kSubpacketVersionValue || !sub_fits)
+                return drop();
+            if (record.size() < RlcConfig::kHeaderSize) return drop();
             // The bearer list position the daemon computes must lie inside.
-            size_t list = 24 + 3 * size_t{record[21]};
+            size_t list = RlcConfig::RbCountOffset(record[RlcConfig::kSkipRecordCount.offset]);
             return list < record.size() ? as_is() : drop();
         }
         case RlcUlStats::kCode: {

@@ -8,13 +8,13 @@
 #include <vector>
 
 #include "platform/common/byte_layout.h"
-#include "platform/dmux/packet_versions/target_layouts.h"
+#include "platform/dmux/log_layouts.h"
 
 namespace dmux {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-namespace t = dmux::target;
+namespace t = log_layout;
 
 void Put(Bytes* b, size_t at, size_t width, uint64_t value) {
     for (size_t i = 0; i < width; ++i) (*b)[at + i] = static_cast<uint8_t>(value >> (8 * i));

@@ -1,8 +1,14 @@
-// The log codes the snapshot store keeps, each with its snapshot size (the
-// first `kSize` bytes of the packet) and the fields the reports read from
-// it. Offsets count from the start of the snapshot: the 12-byte log header,
-// then the payload. Multi-byte fields are little-endian and may sit at any
-// alignment. A snapshot whose first 16-bit word is 0 holds no packet.
+// The log records as the DIAG library delivers them: its contract with the
+// daemon, described once. For each log code the daemon follows: its size
+// (the daemon keeps the first `kSize` bytes of each packet as the code's
+// snapshot) and the fields read from it; for the codes that come in several
+// versions, the version delivered (packet_versions/ brings older and newer
+// ones to it, and keeps the facts of those versions to itself).
+//
+// Offsets count from the start of the log record: the 12-byte log header
+// (length, code, timestamp), then the payload. Multi-byte fields are
+// little-endian and may sit at any alignment. A snapshot whose first 16-bit
+// word is 0 holds no packet.
 //
 // Record capacities (kMax...) are what the snapshot has room for; a count
 // inside a packet may say more, and the reports cut it to the capacity.
@@ -15,8 +21,13 @@
 
 namespace log_layout {
 
-// Word 0 of every snapshot: zero while no packet has been stored.
+// Word 0 of every record: its length, so zero in a snapshot while no packet
+// has been stored.
 inline constexpr rt::Field<uint16_t> kPacketWord{0};
+inline constexpr rt::Field<uint16_t> kRecordLength = kPacketWord;
+inline constexpr size_t kLogHeaderSize = 12;
+// Byte 12 of the codes that come in several versions.
+inline constexpr rt::Field<uint8_t> kVersion{12};
 
 // --- WCDMA ------------------------------------------------------------------
 
@@ -205,9 +216,10 @@ struct PdpQos {
 
 // --- LTE --------------------------------------------------------------------
 
-// 0xB0C2: the serving cell.
+// 0xB0C2 version 2: the serving cell, 16-bit EARFCNs.
 struct LteServingCell {
     static constexpr uint16_t kCode = 0xB0C2;
+    static constexpr uint8_t kVersionValue = 2;
     static constexpr size_t kSize = 37;
     static constexpr rt::Field<uint16_t> kPci{13};
     static constexpr rt::Field<uint16_t> kDlEarfcn{15};
@@ -218,13 +230,16 @@ struct LteServingCell {
     static constexpr rt::Field<uint16_t> kTac{25};
     static constexpr rt::Field<uint32_t> kBand{27};
     static constexpr rt::Field<uint16_t> kMcc{31};
+    static constexpr rt::Field<uint8_t> kMncDigits{33};
     static constexpr rt::Field<uint16_t> kMnc{34};
+    static constexpr rt::Field<uint8_t> kAllowedAccess{36};
 };
 
-// 0xB0EE: the UE identity (IMSI or GUTI). The PLMN and the M-TMSI's high
-// bytes are big-endian, so they are read byte by byte.
+// 0xB0EE version 2: the UE identity (IMSI or GUTI). The PLMN and the
+// M-TMSI's high bytes are big-endian, so they are read byte by byte.
 struct LteUeIdentity {
     static constexpr uint16_t kCode = 0xB0EE;
+    static constexpr uint8_t kVersionValue = 2;
     static constexpr size_t kSize = 31;
     static constexpr rt::Field<uint8_t> PlmnByte(size_t i) { return {16 + i}; }  // i < 3
     static constexpr rt::Field<uint8_t> kValid{19};                              // 1: valid
@@ -234,21 +249,36 @@ struct LteUeIdentity {
     static constexpr rt::Field<uint8_t> MTmsiByte(size_t i) { return {27 + i}; }  // i < 3
 };
 
-// 0xB179: serving-cell measurements.
+// 0xB179: serving-cell measurements, in the single-carrier layout (no
+// serving-cell index; a 16-bit EARFCN right after a 4-byte header). No
+// capture we have carries it: every modem there sends version 4. It is
+// numbered 2 here; the daemon does not read the version byte of this code.
 struct LteServingMeasurements {
     static constexpr uint16_t kCode = 0xB179;
+    static constexpr uint8_t kVersionValue = 2;
     static constexpr size_t kSize = 352;
     static constexpr rt::Field<uint16_t> kEarfcn{16};
     static constexpr rt::Field<uint16_t> kPci{18};
+    static constexpr rt::Field<uint16_t> kSubframe{20};
     static constexpr rt::Field<int16_t> kRawRsrp{22};
+    static constexpr rt::Field<int16_t> kRawRsrpDuplicate{24};
     static constexpr rt::Field<int16_t> kRawRsrq{26};
+    static constexpr rt::Field<int16_t> kRawRsrqDuplicate{28};
+    static constexpr rt::Field<uint8_t> kNeighbourCount{30};
+    static constexpr rt::Field<uint8_t> kDetectedCount{31};
 };
 
-// 0xB17F: serving-cell RSSI; bits 10 to 23 of the word at 32 in version 3.
+// 0xB17F version 3: serving-cell measurement and evaluation; the RSSI is
+// bits 10 to 23 of the word at 32.
 struct LteServingRssi {
     static constexpr uint16_t kCode = 0xB17F;
+    static constexpr uint8_t kVersionValue = 3;
     static constexpr size_t kSize = 39;
-    static constexpr rt::Field<uint8_t> kVersion{12};
+    static constexpr rt::Field<uint16_t> kEarfcn{16};
+    static constexpr rt::Field<uint16_t> kPci{18};
+    static constexpr rt::Field<uint32_t> kMeasuredRsrp{20};
+    static constexpr rt::Field<uint32_t> kAverageRsrp{24};
+    static constexpr rt::Field<uint32_t> kRsrq{28};
     static constexpr rt::Field<uint32_t> kRssiWord{32};
 };
 
@@ -274,17 +304,34 @@ struct LteWcdmaNeighbours {
 };
 
 // --- LTE RLC ----------------------------------------------------------------
-// The store keeps these in their own shapes (see RlcConfigSnapshot and
-// RlcStatsSnapshot); the fields below address those shapes.
+// Version 1 packets with one subpacket: its id, version and size (counted
+// from the subpacket's first byte, record offset 16) at 16 to 19.
+inline constexpr uint8_t kRlcVersionValue = 1;
+inline constexpr rt::Field<uint8_t> kSubpacketCount{13};
+inline constexpr rt::Field<uint8_t> kSubpacketId{16};
+inline constexpr rt::Field<uint8_t> kSubpacketVersion{17};
+inline constexpr rt::Field<uint16_t> kSubpacketSize{18};
+inline constexpr size_t kSubpacketStart = 16;
 
-// 0xB081 (downlink) and 0xB091 (uplink): the bearer list of the RLC
-// configuration, entries of type 1 or 2 whose length depends on direction.
+// 0xB081 (downlink, subpacket 0x40) and 0xB091 (uplink, subpacket 0x45),
+// subpacket version 1: the RLC configuration. A 22-byte header whose byte
+// 21 counts 3-byte records; rb_count follows them and the bearer list
+// follows rb_count. List entries are of type 1 or 2, their length set by
+// type and direction; 15 entries of the longer type fill a direction's
+// list area exactly. (The store keeps the header, rb_count and the list.)
 struct RlcConfig {
     static constexpr uint16_t kDlCode = 0xB081;
     static constexpr uint16_t kUlCode = 0xB091;
+    static constexpr uint8_t kDlSubpacketId = 0x40;
+    static constexpr uint8_t kUlSubpacketId = 0x45;
+    static constexpr uint8_t kSubpacketVersionValue = 1;
+    static constexpr size_t kHeaderSize = 22;
+    static constexpr rt::Field<uint8_t> kSkipRecordCount{21};
+    static constexpr size_t kSkipRecordSize = 3;
+    static constexpr size_t RbCountOffset(size_t skip_records) {
+        return 24 + kSkipRecordSize * skip_records;
+    }
     static constexpr size_t kMaxListEntries = 15;
-    // A list entry's length follows its type and its direction; 15 entries of
-    // the longer type fill a direction's list area exactly.
     struct ListShape {
         size_t area;
         size_t type1_length;
@@ -298,10 +345,55 @@ struct RlcConfig {
     static constexpr rt::Field<uint8_t> kEntryKind{4};  // 1 SRB, 2 DRB
 };
 
-// 0xB097: one 126-byte uplink RLC statistics entry.
-struct RlcUlStatsEntry {
+// 0xB087: RLC downlink statistics, subpacket 0x42 version 2: a 29-byte
+// header with the entry count at 20, then 182-byte entries of 32-bit
+// counters (offsets below are inside one entry).
+struct RlcDlStats {
+    static constexpr uint16_t kCode = 0xB087;
+    static constexpr uint8_t kSubpacketIdValue = 0x42;
+    static constexpr uint8_t kSubpacketVersionValue = 2;
+    static constexpr size_t kHeaderSize = 29;
+    static constexpr rt::Field<uint8_t> kCount{20};
+    static constexpr size_t kEntrySize = 182;
+    static constexpr rt::Field<uint8_t> kCfgIdx{0};
+    static constexpr rt::Field<uint8_t> kMode{1};  // 1 AM, 2 UM
+    static constexpr rt::Field<uint32_t> kNumRst{2};
+    static constexpr rt::Field<uint32_t> kNumDataPdu{6};
+    static constexpr rt::Field<uint32_t> kDataPduBytes{10};
+    static constexpr rt::Field<uint32_t> kNumStatusRxed{14};
+    static constexpr rt::Field<uint32_t> kStatusRxedBytes{18};
+    static constexpr rt::Field<uint32_t> kNumInvalidPdu{22};
+    static constexpr rt::Field<uint32_t> kInvalidPduBytes{26};
+    static constexpr rt::Field<uint32_t> kNumRetxPdu{30};
+    static constexpr rt::Field<uint32_t> kRetxPduBytes{34};
+    static constexpr rt::Field<uint32_t> kNumDupPdu{38};
+    static constexpr rt::Field<uint32_t> kDupPduBytes{42};
+    static constexpr rt::Field<uint32_t> kNumDroppedPdu{46};
+    static constexpr rt::Field<uint32_t> kDroppedPduBytes{50};
+    static constexpr rt::Field<uint32_t> kNumDroppedPduFc{54};
+    static constexpr rt::Field<uint32_t> kDroppedPduFcBytes{58};
+    static constexpr rt::Field<uint32_t> kNumSdu{62};
+    static constexpr rt::Field<uint32_t> kSduBytes{66};
+    static constexpr rt::Field<uint32_t> kNumNonseqSdu{70};
+    static constexpr rt::Field<uint32_t> kNumCtrlPdu{74};
+    static constexpr rt::Field<uint32_t> kNumCompNack{78};
+    static constexpr rt::Field<uint32_t> kNumSegmNack{82};
+    static constexpr rt::Field<uint32_t> kNumTReordExp{86};
+    // Counters since the last reset: 21 words from 94 (4 unused bytes at 90).
+    static constexpr size_t kResetCountersStart = 94;
+    static constexpr size_t kResetCounters = 21;
+};
+
+// 0xB097: RLC uplink statistics, subpacket 0x47 version 1: a 25-byte header
+// with the entry count at 20, then 126-byte entries (offsets below are
+// inside one entry).
+struct RlcUlStats {
     static constexpr uint16_t kCode = 0xB097;
-    static constexpr size_t kSize = 126;
+    static constexpr uint8_t kSubpacketIdValue = 0x47;
+    static constexpr uint8_t kSubpacketVersionValue = 1;
+    static constexpr size_t kHeaderSize = 25;
+    static constexpr rt::Field<uint8_t> kCount{20};
+    static constexpr size_t kEntrySize = 126;
     static constexpr rt::Field<uint8_t> kCfgIdx{0};
     static constexpr rt::Field<uint8_t> kMode{1};  // 1 AM, 2 UM
     static constexpr rt::Field<uint32_t> kNumRst{2};
@@ -316,46 +408,6 @@ struct RlcUlStatsEntry {
     static constexpr rt::Field<uint32_t> kNumPoll{54};
     static constexpr rt::Field<uint32_t> kNumTPollRetxExpiry{58};
 };
-
-// 0xB087: one 182-byte downlink RLC statistics entry.
-struct RlcDlStatsEntry {
-    static constexpr uint16_t kCode = 0xB087;
-    static constexpr size_t kSize = 182;
-    static constexpr rt::Field<uint8_t> kCfgIdx{0};
-    static constexpr rt::Field<uint8_t> kMode{1};  // 1 AM, 2 UM
-    static constexpr rt::Field<uint32_t> kNumRst{2};
-    static constexpr rt::Field<uint32_t> kNumDataPdu{6};
-    static constexpr rt::Field<uint32_t> kNumStatusRxed{14};
-    static constexpr rt::Field<uint32_t> kNumInvalidPdu{22};
-    static constexpr rt::Field<uint32_t> kNumRetxPdu{30};
-    static constexpr rt::Field<uint32_t> kNumDupPdu{38};
-    static constexpr rt::Field<uint32_t> kNumDroppedPdu{46};
-    static constexpr rt::Field<uint32_t> kNumDroppedPduFc{54};
-    static constexpr rt::Field<uint32_t> kNumSdu{62};
-    static constexpr rt::Field<uint32_t> kNumNonseqSdu{70};
-    static constexpr rt::Field<uint32_t> kNumCtrlPdu{74};
-    static constexpr rt::Field<uint32_t> kNumCompNack{78};
-    static constexpr rt::Field<uint32_t> kNumSegmNack{82};
-    static constexpr rt::Field<uint32_t> kNumTReordExp{86};
-};
-
-// The RLC packets as the modem sends them, before the store reshapes them.
-// A configuration packet puts `rb_count` after a run of 3-byte records
-// whose number is the packet's byte 21, and the bearer list right after
-// `rb_count`; a statistics packet puts its entry count at byte 20 and its
-// entries right after a header of 29 (downlink) or 25 (uplink) bytes.
-struct RlcConfigPacket {
-    static constexpr size_t kHeaderSize = 22;
-    static constexpr rt::Field<uint8_t> kSkipRecordCount{21};
-    static constexpr size_t kSkipRecordSize = 3;
-    static constexpr size_t RbCountOffset(size_t skip_records) {
-        return 24 + kSkipRecordSize * skip_records;
-    }
-};
-struct RlcStatsPacket {
-    static constexpr rt::Field<uint8_t> kEntryCount{20};
-    static constexpr size_t kDlHeaderSize = 29;
-    static constexpr size_t kUlHeaderSize = 25;
-};
+static_assert(RlcDlStats::kCount.offset == RlcUlStats::kCount.offset);
 
 }  // namespace log_layout
