@@ -17,7 +17,7 @@ namespace modemsim {
 
 namespace {
 
-constexpr uint16_t kErrInvalidClientId = 0x0022;
+constexpr uint16_t kErrInvalidClientId = 0x0007;
 constexpr uint16_t kErrInvalidServiceType = 0x001F;
 constexpr uint16_t kErrClientIdsExhausted = 0x0005;
 
