@@ -1,15 +1,16 @@
-# rt_test(NAME SOURCES... [LIBS libs...])
+# rt_test(NAME SOURCES... [LIBS libs...] [PROPERTIES name value...])
 # A GoogleTest program beside the code it tests. Tests know where the
-# programs and the captures are through two definitions.
+# programs and the captures are through two definitions. PROPERTIES are
+# added to every test case's (e.g. RESOURCE_LOCK for one shared program).
 function(rt_test name)
-  cmake_parse_arguments(T "" "" "LIBS" ${ARGN})
+  cmake_parse_arguments(T "" "" "LIBS;PROPERTIES" ${ARGN})
   add_executable(${name} ${T_UNPARSED_ARGUMENTS})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${RT_TEST_OUTPUT_DIRECTORY})
   target_link_libraries(${name} PRIVATE ${T_LIBS} rt_testsupport GTest::gtest GTest::gmock GTest::gtest_main)
   target_compile_definitions(${name} PRIVATE
     RT_BIN_DIR="${CMAKE_BINARY_DIR}/bin"
     RT_CAPTURES_DIR="${RT_CAPTURES_DIR}")
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 30 PROPERTIES TIMEOUT 120)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 30 PROPERTIES TIMEOUT 120 ${T_PROPERTIES})
 endfunction()
 
 # rt_bench(NAME SOURCES... [LIBS libs...]): a Google Benchmark program in build/bin.

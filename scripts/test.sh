@@ -14,8 +14,9 @@ if [ "${1:-}" = "--sanitize" ]; then
     export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 fi
 
-# The web screen's browser test drives a headless Chromium.
-"$root/scripts/install_packages.sh" test chromium chromium-driver python3-selenium
+# The web screen's browser test drives a headless Chromium; the QMI tests
+# check modemsim and the daemon against libqmi's qmicli and qmi-proxy.
+"$root/scripts/install_packages.sh" test chromium chromium-driver python3-selenium libqmi-utils
 "$root/scripts/setup.sh" "$build_dir" "${cmake_args[@]}"
 cd "$build_dir"
 ctest --output-on-failure -j "$(nproc 2>/dev/null || echo 2)" --timeout 300

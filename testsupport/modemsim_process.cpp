@@ -4,7 +4,9 @@
 
 namespace rt::test {
 
-ModemsimProcess::ModemsimProcess(const std::string& scenario, std::vector<std::string> args) {
+ModemsimProcess::ModemsimProcess(const std::string& scenario, std::vector<std::string> args,
+                                 ModemLink link)
+    : ptys_(link == ModemLink::kPtys) {
     std::string scenario_file = dir_.file("scenario.json");
     std::ofstream(scenario_file) << scenario;
     std::vector<std::string> argv{BinPath("modemsim"), "--qmi",      qmi_endpoint(), "--diag",

@@ -14,22 +14,35 @@
 
 namespace rt::test {
 
+// Sockets, or pseudo-terminals that clients open as devices (qmi_link()
+// and diag_link() name them).
+enum class ModemLink { kSockets, kPtys };
+
 class ModemsimProcess {
   public:
     // `scenario` is JSON text merged over modemsim's built-in scenario;
     // `args` are added to its command line.
-    explicit ModemsimProcess(const std::string& scenario = "{}",
-                             std::vector<std::string> args = {});
+    explicit ModemsimProcess(const std::string& scenario = "{}", std::vector<std::string> args = {},
+                             ModemLink link = ModemLink::kSockets);
     bool ready() const { return ready_; }
     ChildProcess& process() { return *process_; }
-    std::string qmi_endpoint() const { return "unix:" + dir_.file("qmi.sock"); }
-    std::string diag_endpoint() const { return "unix:" + dir_.file("diag.sock"); }
+    std::string qmi_endpoint() const {
+        return ptys_ ? "pty:" + qmi_link() : "unix:" + dir_.file("qmi.sock");
+    }
+    std::string diag_endpoint() const {
+        return ptys_ ? "pty:" + diag_link() : "unix:" + dir_.file("diag.sock");
+    }
+    std::string qmi_link() const { return dir_.file("qmi.tty"); }
+    std::string diag_link() const { return dir_.file("diag.tty"); }
+    // QMI_DEVICE and DIAG_DEVICE as a client names them.
     std::vector<std::string> DaemonEnv() const {
+        if (ptys_) return {"QMI_DEVICE=" + qmi_link(), "DIAG_DEVICE=" + diag_link()};
         return {"QMI_DEVICE=" + qmi_endpoint(), "DIAG_DEVICE=" + diag_endpoint()};
     }
 
   private:
     TempDir dir_;
+    bool ptys_;
     std::unique_ptr<ChildProcess> process_;
     bool ready_ = false;
 };

@@ -49,14 +49,24 @@ int OpenSerial(const std::string& path, int* error) {
         *error = errno;
         return -1;
     }
+    // A terminal's line discipline would echo, translate and swallow HDLC
+    // bytes: the port goes raw (8N1, no flow control, no modem lines), or
+    // is not used. A plain file or pipe has no line settings.
     termios tio{};
-    if (::tcgetattr(fd, &tio) == 0) {  // a plain file or pipe has no line settings
+    if (::tcgetattr(fd, &tio) == 0) {
         ::cfmakeraw(&tio);
         ::cfsetispeed(&tio, B115200);
         ::cfsetospeed(&tio, B115200);
+        tio.c_cflag |= CLOCAL | CREAD;
         tio.c_cc[VMIN] = 1;
         tio.c_cc[VTIME] = 0;
-        ::tcsetattr(fd, TCSANOW, &tio);
+        if (::tcsetattr(fd, TCSANOW, &tio) != 0) {
+            *error = errno;
+            ::close(fd);
+            return -1;
+        }
+        // Bytes the port held before this open answer nothing of ours.
+        ::tcflush(fd, TCIOFLUSH);
     }
     return fd;
 }

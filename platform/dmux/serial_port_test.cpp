@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -35,6 +36,13 @@ TEST(DiagSerialPort, MaskCommandIsAnsweredAndOnlyEnabledCodesAreDelivered) {
 
     uint32_t connection = 0, client_id = KORA_DMC_CLIENT_ID, registration = 0;
     ASSERT_EQ(kora_dmc_con_init(1, &connection, &client_id), 0);
+    // A new pseudo-terminal starts cooked; the library made the line raw.
+    termios line{};
+    ASSERT_EQ(::tcgetattr(master, &line), 0);
+    EXPECT_EQ(line.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0u);
+    EXPECT_EQ(line.c_iflag & (ICRNL | IXON | ISTRIP), 0u);
+    EXPECT_EQ(line.c_oflag & OPOST, 0u);
+    EXPECT_EQ(line.c_cflag & CSIZE, static_cast<tcflag_t>(CS8));
     DeliveredPackets delivered;
     ASSERT_EQ(kora_dmc_log_init(client_id, DeliveredPackets::Collect, &registration, &delivered),
               0);
@@ -54,16 +62,17 @@ TEST(DiagSerialPort, MaskCommandIsAnsweredAndOnlyEnabledCodesAreDelivered) {
     EXPECT_EQ(received->mask, std::vector<uint8_t>(request.begin() + 8, request.end()));
 
     // 0x4126 is not enabled and comes first; 0x4125 behind it must be the
-    // only packet delivered.
+    // only packet delivered, its payload a carriage return that a cooked
+    // line would have turned into a newline.
     ASSERT_TRUE(WriteAll(master, LogFrame(0x4126, 1)));
-    ASSERT_TRUE(WriteAll(master, LogFrame(0x4125, 3)));
+    ASSERT_TRUE(WriteAll(master, LogFrame(0x4125, '\r')));
     delivered.WaitFor(1);
     uint32_t release_id = KORA_DMC_CLIENT_ID;
     EXPECT_EQ(kora_dmc_con_release(&release_id), 0);
     ASSERT_EQ(delivered.packets.size(), 1u);
     EXPECT_EQ(delivered.packets[0].first, 0x4125u);
     ASSERT_EQ(delivered.packets[0].second.size(), 13u);  // 12-byte header, one payload byte
-    EXPECT_EQ(delivered.packets[0].second[12], 3);
+    EXPECT_EQ(delivered.packets[0].second[12], '\r');
     ::close(master);
     ::unsetenv("DIAG_DEVICE");
 }

@@ -127,7 +127,7 @@ void Library::Stop() {
 }
 
 bool Library::Connect() {
-    int fd = qmux::OpenTransport(endpoint_);
+    int fd = qmux::OpenTransport(endpoint_, wake_[0]);
     if (fd < 0) return false;
     std::lock_guard<std::mutex> hold(mutex_);
     fd_ = fd;
@@ -194,7 +194,7 @@ void Library::Run() {
         }
         // A device read ends on a frame's end: what is left is a bad frame,
         // and waiting for the rest of its length would swallow good ones.
-        if (endpoint_.kind == qmux::Endpoint::Kind::kCharDevice) assembler.Clear();
+        if (!endpoint_.is_stream()) assembler.Clear();
     }
 }
 

@@ -11,10 +11,12 @@
 //   qmi_release(handle);
 //
 // Transport: the endpoint named by $QMI_DEVICE, either "unix:/path" (a
-// stream socket to a modem simulator) or the path of a QMI character device
-// (cdc-wdm style: one read or write is one whole QMUX frame). Without
-// QMI_DEVICE the library uses kQmiDefaultDevice, which modemsim also
-// listens on by default.
+// stream socket to a modem simulator), the path of a QMI character device
+// (cdc-wdm style: one read or write is one whole QMUX frame), or
+// "qmi-proxy:/dev/cdc-wdm0": the device shared through libqmi's qmi-proxy,
+// as ModemManager holds it (the proxy opens the device and keeps each
+// client's client ids and transactions apart). Without QMI_DEVICE the
+// library uses kQmiDefaultDevice, which modemsim also listens on by default.
 //
 // System events: the library's own thread watches the transport. Losing it
 // calls the handler with QMI_SYS_EVENT_MODEM_OUT_OF_SERVICE_IND (every open

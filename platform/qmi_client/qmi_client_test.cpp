@@ -312,8 +312,10 @@ TEST_F(QmiClientTest, CharacterDeviceCarriesTheSameExchange) {
 }
 
 TEST(QmiClientEndpoint, UnknownEndpointFormIsRefusedAtInit) {
-    setenv("QMI_DEVICE", "tcp:localhost:1", 1);
-    EXPECT_LT(qmi_init(nullptr, nullptr), 0);
+    for (const char* device : {"tcp:localhost:1", "qmi-proxy:", "qmi-proxy:dev/cdc-wdm0"}) {
+        setenv("QMI_DEVICE", device, 1);
+        EXPECT_LT(qmi_init(nullptr, nullptr), 0) << device;
+    }
     unsetenv("QMI_DEVICE");
 }
 

@@ -40,6 +40,9 @@ inline constexpr uint8_t kServiceIndication = 0x04;
 inline constexpr uint16_t kCtlGetVersionInfo = 0x0021;
 inline constexpr uint16_t kCtlGetClientId = 0x0022;
 inline constexpr uint16_t kCtlReleaseClientId = 0x0023;
+inline constexpr uint16_t kCtlSync = 0x0027;
+// libqmi's proxy: open the device named by TLV 0x01 (its path, no NUL).
+inline constexpr uint16_t kCtlInternalProxyOpen = 0xFF00;
 
 // TLVs shared by every message: the result, and CTL's first argument.
 inline constexpr uint8_t kResultTlv = 0x02;

@@ -34,6 +34,8 @@ constexpr int kProgressEverySec = 5;
 // looping capture makes up for a late one; capture_after_masks waits for a
 // count instead).
 constexpr int kCaptureSettleMs = 250;
+// How long a write waits for room on a full pseudo-terminal.
+constexpr int kFullLineWaitMs = 100;
 
 std::vector<uint8_t> Unescape(const uint8_t* data, size_t length) {
     std::vector<uint8_t> out;
@@ -122,11 +124,20 @@ struct DiagSide::Session {
     Clock::time_point mask_changed_at{};
     unsigned masks_received = 0;
 
+    // False once the client is gone. On a pseudo-terminal that nobody
+    // reads, what does not fit within a moment is dropped, as a serial line
+    // would lose it.
     bool Send(const uint8_t* data, size_t length) {
         std::lock_guard<std::mutex> hold(mutex);
         while (length > 0) {
             ssize_t n = ::send(fd, data, length, MSG_NOSIGNAL);
+            if (n < 0 && errno == ENOTSOCK) n = ::write(fd, data, length);
             if (n < 0 && errno == EINTR) continue;
+            if (n < 0 && errno == EAGAIN) {
+                pollfd pfd{fd, POLLOUT, 0};
+                if (::poll(&pfd, 1, kFullLineWaitMs) > 0) continue;
+                return true;
+            }
             if (n <= 0) return false;
             data += n;
             length -= static_cast<size_t>(n);
@@ -147,7 +158,9 @@ DiagSide::DiagSide(std::string endpoint, std::string capture, const nlohmann::js
       scenario_(DefaultDiagScenario()),
       world_(std::move(world)),
       lte_(std::move(lte)) {
-    path_ = endpoint.rfind("unix:", 0) == 0 ? endpoint.substr(5) : endpoint;
+    path_ = PtyLinkPath(endpoint);
+    on_pty_ = !path_.empty();
+    if (!on_pty_) path_ = endpoint.rfind("unix:", 0) == 0 ? endpoint.substr(5) : endpoint;
     if (section.is_object()) scenario_.merge_patch(section);
 }
 
@@ -188,6 +201,12 @@ bool DiagSide::LoadCapture(std::string* error) {
 
 bool DiagSide::Start(std::string* error) {
     if (!capture_.empty() && !LoadCapture(error)) return false;
+    if (on_pty_) {
+        if (!pty_.Open(path_, error)) return false;
+        std::fprintf(stderr, "modemsim: diag on pty:%s\n", path_.c_str());
+        accept_thread_ = std::thread([this] { Serve(pty_.master()); });
+        return true;
+    }
     sockaddr_un addr{};
     if (path_.empty() || path_.size() >= sizeof addr.sun_path) {
         *error = "bad diag endpoint '" + path_ + "'";
@@ -212,6 +231,7 @@ bool DiagSide::Start(std::string* error) {
 void DiagSide::Stop() {
     stopping_.store(true);
     if (accept_thread_.joinable()) accept_thread_.join();
+    pty_.Close();
     if (listen_fd_ >= 0) {
         ::close(listen_fd_);
         ::unlink(path_.c_str());
@@ -251,7 +271,7 @@ void DiagSide::Serve(int fd) {
         if (ready < 0 && errno != EINTR) break;
         if (ready <= 0) continue;
         ssize_t n = ::read(fd, buffer.data(), buffer.size());
-        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (n <= 0) break;
         deframer.Feed(buffer.data(), static_cast<size_t>(n), [&](std::span<const uint8_t> body) {
             auto request = dmux::ParseLogConfigSetMask(body);

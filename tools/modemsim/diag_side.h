@@ -1,4 +1,6 @@
-// modemsim's DIAG side: a DIAG port on a unix stream socket. It answers
+// modemsim's DIAG side: a DIAG port on a unix stream socket, or on a
+// pseudo-terminal that plays a serial port ("pty:LINK", see pty_link.h;
+// one session for as long as modemsim runs, as on a real port). It answers
 // log-config (0x73 set-mask) commands, keeps the client's log mask, and
 // streams HDLC log packets of the enabled codes, either from a capture file
 // (each frame forwarded as it is in the file, bad ones included, paced by
@@ -35,6 +37,7 @@
 
 #include "platform/dmux/diag_packet.h"
 #include "tools/modemsim/lte_world.h"
+#include "tools/modemsim/pty_link.h"
 #include "tools/modemsim/wcdma_world.h"
 
 namespace modemsim {
@@ -43,7 +46,7 @@ nlohmann::json DefaultDiagScenario();
 
 class DiagSide {
   public:
-    // endpoint: "unix:/path" or "/path". capture: a .qmdl/.mi2log file, or
+    // endpoint: "unix:/path", "/path" or "pty:LINK". capture: a .qmdl/.mi2log file, or
     // empty for the scenario.
     // world, lte: each logged every period_ms() of its own while no capture
     // is replayed.
@@ -73,6 +76,8 @@ class DiagSide {
     bool LoadCapture(std::string* error);
 
     std::string path_;
+    bool on_pty_ = false;
+    PtyLink pty_;
     std::string capture_;
     nlohmann::json scenario_;
     std::shared_ptr<const WcdmaWorld> world_;

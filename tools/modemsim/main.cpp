@@ -1,6 +1,7 @@
 // modemsim: one process that plays the modem. Its QMI side serves QMUX on
-// a unix socket (the vendor service 0xE3 and CTL); its DIAG side serves
-// the diagnostic protocol. What it answers comes from a scenario.
+// a unix socket or a pseudo-terminal (the vendor service 0xE3 and CTL); its
+// DIAG side serves the diagnostic protocol. What it answers comes from a
+// scenario.
 //
 //   modemsim [--qmi ENDPOINT] [--diag ENDPOINT] [--scenario FILE] [--capture FILE]
 //
@@ -37,12 +38,18 @@ void Usage(FILE* out) {
     std::fprintf(out,
                  "usage: modemsim [--qmi ENDPOINT] [--diag ENDPOINT] [--scenario FILE] "
                  "[--capture FILE]\n"
-                 "  --qmi ENDPOINT    QMUX endpoint, unix:/path (default $QMI_DEVICE or %s)\n"
-                 "  --diag ENDPOINT   DIAG endpoint, unix:/path (default $DIAG_DEVICE or %s)\n"
+                 "  --qmi ENDPOINT    QMUX endpoint, unix:/path or pty:LINK\n"
+                 "                    (default $QMI_DEVICE or %s)\n"
+                 "  --diag ENDPOINT   DIAG endpoint, unix:/path or pty:LINK\n"
+                 "                    (default $DIAG_DEVICE or %s)\n"
                  "  --scenario FILE   JSON scenario merged over the built-in one\n"
                  "  --capture FILE    DIAG capture (.qmdl) to replay on the DIAG side\n"
                  "  --help            this text\n"
-                 "SIGUSR1 resets the modem (the QMI transport drops and comes back).\n",
+                 "pty:LINK serves a pseudo-terminal in raw mode and points the symlink LINK\n"
+                 "at it, for programs that open a device (qmicli, qmi-proxy, a DIAG serial\n"
+                 "port reader).\n"
+                 "SIGUSR1 resets the modem (the QMI transport drops and comes back; on a\n"
+                 "pseudo-terminal, LINK goes away and then names a new one).\n",
                  kQmiDefaultDevice, kDefaultDiagEndpoint);
 }
 

@@ -17,7 +17,7 @@ namespace modemsim {
 
 namespace {
 
-constexpr uint16_t kErrInvalidClientId = 0x0022;
+constexpr uint16_t kErrInvalidClientId = 0x0007;
 constexpr uint16_t kErrInvalidServiceType = 0x001F;
 constexpr uint16_t kErrClientIdsExhausted = 0x0005;
 
@@ -63,12 +63,16 @@ QmiSide::~QmiSide() {
 
 bool QmiSide::Start(std::string* error) {
     qmux::Endpoint endpoint;
-    if (!qmux::ParseEndpoint(endpoint_text_, &endpoint) ||
-        endpoint.kind != qmux::Endpoint::Kind::kUnixSocket) {
-        *error = "QMI endpoint must be unix:/path, not '" + endpoint_text_ + "'";
+    path_ = PtyLinkPath(endpoint_text_);
+    on_pty_ = !path_.empty();
+    if (!on_pty_ && qmux::ParseEndpoint(endpoint_text_, &endpoint) &&
+        endpoint.kind == qmux::Endpoint::Kind::kUnixSocket) {
+        path_ = endpoint.path;
+    }
+    if (path_.empty()) {
+        *error = "QMI endpoint must be unix:/path or pty:LINK, not '" + endpoint_text_ + "'";
         return false;
     }
-    path_ = endpoint.path;
     if (::pipe2(wake_, O_CLOEXEC | O_NONBLOCK) != 0) {
         *error = std::string("pipe: ") + std::strerror(errno);
         return false;
@@ -79,6 +83,16 @@ bool QmiSide::Start(std::string* error) {
 }
 
 bool QmiSide::Listen(std::string* error) {
+    if (on_pty_) {
+        if (!pty_.Open(path_, error)) return false;
+        auto connection = std::make_unique<Connection>();
+        connection->fd = pty_.master();
+        connection->pty = true;
+        connection->serial = next_serial_++;
+        connections_.push_back(std::move(connection));
+        std::fprintf(stderr, "modemsim: qmi listening on %s\n", endpoint_text_.c_str());
+        return true;
+    }
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         *error = std::string("socket: ") + std::strerror(errno);
@@ -114,15 +128,16 @@ void QmiSide::Stop() {
     (void)ignored;
     thread_.join();
     DropTransport();
-    ::unlink(path_.c_str());
     ::close(wake_[0]);
     ::close(wake_[1]);
 }
 
 void QmiSide::DropTransport() {
-    for (auto& connection : connections_) ::close(connection->fd);
+    for (auto& connection : connections_)
+        if (!connection->pty) ::close(connection->fd);
     connections_.clear();
     scheduled_.clear();
+    pty_.Close();
     if (listen_fd_ >= 0) {
         ::close(listen_fd_);
         ::unlink(path_.c_str());
@@ -180,7 +195,10 @@ void QmiSide::Run() {
             }
             for (Connection* connection : closed) {
                 std::fprintf(stderr, "modemsim: qmi connection closed\n");
-                ::close(connection->fd);
+                if (connection->pty)
+                    pty_.Close();
+                else
+                    ::close(connection->fd);
                 std::erase_if(connections_, [&](auto& c) { return c.get() == connection; });
             }
         }
@@ -304,6 +322,11 @@ void QmiSide::HandleCtl(Connection* connection, const qmux::Message& request) {
             qmux::AppendTlv(&answer.tlvs, qmux::kCtlArgumentTlv, argument->value);
             break;
         }
+        case qmux::kCtlSync:
+            // A sync starts the control point afresh: its client ids are gone.
+            connection->clients.clear();
+            answer.tlvs = ResultTlvs(0, 0);
+            break;
         default:
             answer.tlvs = ResultTlvs(1, kErrInvalidCommand);
             break;
@@ -326,8 +349,10 @@ void QmiSide::SendDue() {
         for (auto& connection : connections_) {
             if (connection->serial != due.serial) continue;
             // A peer that went away is noticed by the next read.
-            qmux::WriteFrame(connection->fd, {qmux::Endpoint::Kind::kUnixSocket, path_},
-                             due.frame.data(), due.frame.size());
+            // A pseudo-terminal nobody reads drops what does not fit.
+            qmux::Endpoint::Kind kind = connection->pty ? qmux::Endpoint::Kind::kCharDevice
+                                                        : qmux::Endpoint::Kind::kUnixSocket;
+            qmux::WriteFrame(connection->fd, {kind, path_}, due.frame.data(), due.frame.size());
         }
     }
 }

@@ -1,7 +1,9 @@
-// modemsim's QMI side: a unix socket that speaks QMUX, the CTL service
-// (service list, client ids) and the vendor service. Answers may be
-// delayed; a reset drops every connection and the listening socket and
-// brings them back after the scenario's reset_down_ms.
+// modemsim's QMI side: a unix socket ("unix:/path") or a pseudo-terminal
+// ("pty:LINK", see pty_link.h) that speaks QMUX, the CTL service (service
+// list, client ids, sync) and the vendor service. Answers may be delayed; a
+// reset drops every connection and the listening socket (or the
+// pseudo-terminal and its link) and brings them back after the scenario's
+// reset_down_ms.
 #pragma once
 
 #include <atomic>
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include "platform/qmi_client/qmux_codec.h"
+#include "tools/modemsim/pty_link.h"
 #include "tools/modemsim/vendor_service.h"
 
 namespace modemsim {
@@ -35,6 +38,7 @@ class QmiSide {
     using Clock = std::chrono::steady_clock;
     struct Connection {
         int fd = -1;
+        bool pty = false;  // the pseudo-terminal's master: pty_ owns it
         uint64_t serial = 0;
         qmux::FrameAssembler assembler;
         std::vector<uint8_t> clients;  // vendor client ids allocated on it
@@ -57,7 +61,9 @@ class QmiSide {
     int PollTimeoutMs() const;
 
     std::string endpoint_text_;
-    std::string path_;
+    std::string path_;  // the socket, or the pseudo-terminal's link
+    bool on_pty_ = false;
+    PtyLink pty_;
     VendorService vendor_;
     nlohmann::json services_;
     int reset_down_ms_;
