@@ -158,6 +158,14 @@ crashes=$build_dir/crashes
 mkdir -p "$corpus" "$crashes"
 only=("$@")
 status=0
+# The targets are built with -fno-sanitize-recover=all (CMakeLists.txt): the
+# first UB stops the run and fails it like a crash. Never fuzz a build that
+# lacks the flag, where UB would only be a line in the log.
+if ! grep -q -- '-fno-sanitize-recover=all' "$build_dir/build.ninja"; then
+    echo "fuzz: $build_dir lacks -fno-sanitize-recover=all" >&2
+    exit 1
+fi
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 for exe in "$build_dir"/fuzz/*; do
     [ -x "$exe" ] || continue
     name=$(basename "$exe")

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string>
 
 #include "platform/pps/pps_client.h"
 #include "platform/pps/ppsparse.h"
@@ -141,6 +142,26 @@ void PPSServer::UnregisterClient(const char* object_name) {
     uint64_t client_id = 0;
     char* end = nullptr;
     if (ParseClientId(object_name, &client_id, &end)) clients_.erase(client_id);
+}
+
+void PPSServer::QueueOrProcess(char* text) {
+    uint64_t client_id = 0;
+    if (text[0] == '@') {
+        std::string object_name(text + 1, std::strcspn(text + 1, "\n"));
+        char* end = nullptr;
+        ParseClientId(object_name.c_str(), &client_id, &end);
+    }
+    if (client_id == 0) return PPSProcess(text);
+    if (!waiting_.Push(client_id, text))
+        warnx("client %llu has %zu requests waiting; one more is dropped",
+              static_cast<unsigned long long>(client_id), ClientTurns::kMaxPerClient);
+}
+
+bool PPSServer::PPSServeNext() {
+    std::optional<std::string> request = waiting_.Next();
+    if (!request) return false;
+    PPSProcess(request->data());
+    return true;
 }
 
 void PPSServer::PPSProcess(char* text) {

@@ -8,6 +8,8 @@
 #include <memory>
 #include <vector>
 
+#include "service/client_turns.h"
+
 class PPSServer;
 
 // A command handler: (server, registered argument, client id, msg, id, dat).
@@ -73,6 +75,15 @@ class PPSServer {
     void PPSRunOnce(struct pollfd* table, size_t count);
     // Reads and processes one message: 0, or 11 when the read would block.
     int PPSRead(int fd);
+    // Reads every message the broker holds for the server now (a bounded
+    // number): a client's request is queued for its turn, anything else (a
+    // client come or gone) is processed at once. 11 when the first read
+    // would block, else 0.
+    int PPSTakeWaiting(int fd);
+    // Dispatches the queued request of the next client in turn; false when
+    // none waits.
+    bool PPSServeNext();
+    bool has_waiting_requests() const { return !waiting_.empty(); }
 
     void PPSReply(const char* object, uint64_t client_id, const char* res, const char* id,
                   const char* dat, int32_t err, bool json);
@@ -92,6 +103,8 @@ class PPSServer {
     bool RegisterClient(char* object_name);
     // Object-deleted line: forgets the client.
     void UnregisterClient(const char* object_name);
+    // A client's request is queued; any other message is processed now.
+    void QueueOrProcess(char* text);
 
     PPSCommandHandler default_handler_ = nullptr;
     void* default_arg_ = nullptr;
@@ -100,4 +113,5 @@ class PPSServer {
     std::map<uint32_t, std::unique_ptr<PPSCommand>> commands_;
     std::vector<std::unique_ptr<PPSFdWatcher>> watchers_;
     std::map<uint64_t, std::unique_ptr<ClientCredentials>> clients_;
+    ClientTurns waiting_;
 };

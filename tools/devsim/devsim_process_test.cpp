@@ -236,11 +236,21 @@ TEST_F(DevsimProcessTest, EndsWithStatusOneWhenTheBrokerGoes) {
     EXPECT_THAT(devsim_->Stderr(), HasSubstr("the broker closed it"));
 }
 
+// A bad file is a clear error and status 1, never a crash: nesting as deep
+// as a file can go once overflowed the stack in the scenario's merge.
 TEST_F(DevsimProcessTest, BadScenarioEndsWithStatusOne) {
-    WriteScenario("[1, 2]");
-    ChildProcess devsim({BinPath("devsim"), "--scenario", scenario_}, {broker_.env()});
-    EXPECT_EQ(devsim.Wait(), 1);
-    EXPECT_THAT(devsim.Stderr(), HasSubstr("is not a JSON object"));
+    const std::pair<std::string, std::string> bad_files[] = {
+        {"[1, 2]", "is not a JSON object"},
+        {R"({"pdns": )", "is not a JSON object"},
+        {R"({"events": )" + std::string(50000, '[') + std::string(50000, ']') + "}",
+         "is nested deeper than 64 levels"},
+    };
+    for (const auto& [text, error] : bad_files) {
+        WriteScenario(text);
+        ChildProcess devsim({BinPath("devsim"), "--scenario", scenario_}, {broker_.env()});
+        EXPECT_EQ(devsim.Wait(), 1) << text.substr(0, 40);
+        EXPECT_THAT(devsim.Stderr(), HasSubstr(error));
+    }
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "tools/devsim/scenario.h"
 
-#include <fstream>
+#include "tools/scenario_file.h"
 
 namespace devsim {
 
@@ -59,16 +59,8 @@ bool LoadScenario(const std::vector<std::string>& paths, nlohmann::json* scenari
                   std::string* error) {
     nlohmann::json merged = DefaultScenario();
     for (const std::string& path : paths) {
-        std::ifstream in(path);
-        if (!in) {
-            *error = "cannot read scenario " + path;
-            return false;
-        }
-        nlohmann::json patch = nlohmann::json::parse(in, nullptr, false);
-        if (patch.is_discarded() || !patch.is_object()) {
-            *error = "scenario " + path + " is not a JSON object";
-            return false;
-        }
+        nlohmann::json patch;
+        if (!tools::ReadScenarioFile(path, &patch, error)) return false;
         merged.merge_patch(patch);
     }
     *scenario = std::move(merged);

@@ -1,5 +1,6 @@
 #include "tools/fieldtest/recording.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace fieldtest {
@@ -12,13 +13,27 @@ void Recording::Add(long long unix_ms, const std::string& report,
         rows_.push_back(
             {unix_ms, report, name, value.is_string() ? value.get<std::string>() : value.dump()});
     }
-    while (rows_.size() > kMaxRows) rows_.pop_front();
+    for (; rows_.size() > kMaxRows; ++first_number_) rows_.pop_front();
 }
 
 std::string Recording::Csv() {
+    std::string out = kCsvHeader;
+    Span span = Snapshot();
+    for (std::string slice; !(slice = CsvSlice(&span, 1000)).empty();) out += slice;
+    return out;
+}
+
+Recording::Span Recording::Snapshot() {
     std::lock_guard lock(mutex_);
-    std::string out = "time,report,attribute,value\n";
-    for (const Row& row : rows_) {
+    return {first_number_, first_number_ + rows_.size()};
+}
+
+std::string Recording::CsvSlice(Span* span, size_t max_rows) {
+    std::lock_guard lock(mutex_);
+    span->next = std::max(span->next, first_number_);
+    std::string out;
+    for (size_t taken = 0; taken < max_rows && span->next < span->end; ++taken, ++span->next) {
+        const Row& row = rows_[span->next - first_number_];
         char time[32];
         std::snprintf(time, sizeof time, "%lld.%03lld", row.unix_ms / 1000, row.unix_ms % 1000);
         out += std::string(time) + "," + CsvField(row.report) + "," + CsvField(row.attribute) +

@@ -1,10 +1,11 @@
 // The web screen's pieces that need no server: how a report is laid out,
-// the recording's CSV and the listen address.
+// the recording's CSV, the listen address and which requests are refused.
 #include "tools/fieldtest/report_layout.h"
 
 #include <gtest/gtest.h>
 
 #include "tools/fieldtest/recording.h"
+#include "tools/fieldtest/request_guard.h"
 #include "tools/fieldtest/web_screen.h"
 
 namespace fieldtest {
@@ -103,6 +104,53 @@ TEST(Recording, CsvHoldsSingleValuesQuotedWhereNeeded) {
               "1700000000.123,lteopinfo,lte_rsrp,-95\n"
               "1700000000.123,lteopinfo,dns,\"1.1.1.1,8.8.8.8\"\n"
               "1700000000.123,lteopinfo,name,\"say \"\"hi\"\"\"\n");
+}
+
+// A download is of the rows there when it began, in slices.
+TEST(Recording, SlicesWalkTheSnapshot) {
+    Recording recording;
+    for (int i = 0; i < 5; ++i) recording.Add(1000 * i, "r", Json{{"v", i}});
+    Recording::Span span = recording.Snapshot();
+    EXPECT_EQ(recording.CsvSlice(&span, 3), "0.000,r,v,0\n1.000,r,v,1\n2.000,r,v,2\n");
+    recording.Add(9000, "r", Json{{"v", 9}});
+    EXPECT_EQ(recording.CsvSlice(&span, 3), "3.000,r,v,3\n4.000,r,v,4\n");
+    EXPECT_EQ(recording.CsvSlice(&span, 3), "");
+}
+
+TEST(RequestGuard, RefusesForeignHostsOriginsAndTypes) {
+    struct Case {
+        RequestFacts request;
+        std::string listen_host;
+        int status;
+    };
+    const std::string json = "application/json";
+    const Case cases[] = {
+        {{"GET", "127.0.0.1:8080", false, "", ""}, "127.0.0.1", 0},
+        {{"GET", "LOCALHOST:8080", false, "", ""}, "127.0.0.1", 0},
+        {{"GET", "evil.example:8080", false, "", ""}, "127.0.0.1", 421},
+        {{"GET", "127.0.0.1:8081", false, "", ""}, "127.0.0.1", 421},
+        {{"GET", "127.0.0.1", false, "", ""}, "127.0.0.1", 421},
+        {{"GET", "", false, "", ""}, "127.0.0.1", 421},
+        {{"GET", "10.1.2.3:8080", false, "", ""}, "127.0.0.1", 421},
+        {{"GET", "10.1.2.3:8080", false, "", ""}, "0.0.0.0", 0},
+        {{"GET", "[::1]:8080", false, "", ""}, "0.0.0.0", 0},
+        {{"GET", "rebind.example:8080", false, "", ""}, "0.0.0.0", 421},
+        {{"POST", "127.0.0.1:8080", false, "", json}, "127.0.0.1", 0},
+        {{"POST", "127.0.0.1:8080", true, "http://127.0.0.1:8080", json + "; charset=utf-8"},
+         "127.0.0.1",
+         0},
+        {{"POST", "127.0.0.1:8080", true, "http://localhost:8080", json}, "127.0.0.1", 403},
+        {{"POST", "127.0.0.1:8080", true, "null", json}, "127.0.0.1", 403},
+        {{"DELETE", "127.0.0.1:8080", true, "http://evil.example", ""}, "127.0.0.1", 403},
+        {{"POST", "127.0.0.1:8080", false, "", "text/plain"}, "127.0.0.1", 415},
+        {{"PUT", "127.0.0.1:8080", false, "", ""}, "127.0.0.1", 415},
+        {{"POST", "127.0.0.1:8080", false, "", "application/jsonp"}, "127.0.0.1", 415},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(CheckRequest(c.request, c.listen_host, 8080).status, c.status)
+            << c.request.method << " Host " << c.request.host << " Origin " << c.request.origin
+            << " type " << c.request.content_type << " on " << c.listen_host;
+    }
 }
 
 TEST(ListenAddress, ParsesAddressAndPort) {

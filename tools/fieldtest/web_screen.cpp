@@ -20,8 +20,10 @@
 
 #include "platform/pps/pps_client.h"
 #include "tools/fieldtest/event_hub.h"
+#include "tools/fieldtest/guarded_server.h"
 #include "tools/fieldtest/recording.h"
 #include "tools/fieldtest/report_layout.h"
+#include "tools/fieldtest/request_guard.h"
 #include "tools/fieldtest/screen_client.h"
 #include "tools/fieldtest/setting_rules.h"
 #include "tools/fieldtest/web_assets.h"
@@ -33,8 +35,11 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr double kMinInterval = 0.5, kMaxInterval = 60;
-constexpr size_t kServerThreads = 32;
 constexpr size_t kMaxRequestBody = 16 * 1024;
+// Event streams: a screen needs one per open page.
+constexpr size_t kMaxStreams = 16, kMaxStreamsPerAddress = 4;
+// Rows of the recording written per slice of a download.
+constexpr size_t kRecordingSliceRows = 2000;
 // A page that hears nothing for this long gets a comment line, so a closed
 // page is noticed and its thread freed.
 constexpr auto kKeepAlive = std::chrono::seconds(10);
@@ -83,15 +88,14 @@ std::string BindError(const std::string& host, int port) {
 
 struct WebScreen::Impl {
     explicit Impl(WebScreenOptions o) : options(std::move(o)), interval_s(options.interval_s) {
-        // Each open page's event stream holds one of the server's threads.
-        server.new_task_queue = [] { return new httplib::ThreadPool(kServerThreads); };
         // A setting or an interval is a few bytes; a larger body is refused
         // (413) rather than held in memory.
         server.set_payload_max_length(kMaxRequestBody);
     }
 
     WebScreenOptions options;
-    httplib::Server server;
+    GuardedServer server;
+    StreamSlots streams{kMaxStreams, kMaxStreamsPerAddress};
     EventHub hub;
     Recording recording;
     std::string chart_js;
@@ -193,6 +197,19 @@ struct WebScreen::Impl {
     }
 
     void Routes() {
+        // Before any route: the Host must name this server, and a request
+        // that changes something must come from the page itself, as JSON.
+        server.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
+            RequestFacts facts{req.method, req.get_header_value("Host"), req.has_header("Origin"),
+                               req.get_header_value("Origin"),
+                               req.get_header_value("Content-Type")};
+            Refusal refusal = CheckRequest(facts, options.host, options.port);
+            if (refusal.status == 0) return httplib::Server::HandlerResponse::Unhandled;
+            // The body, if any, is left unread: the connection ends here.
+            GuardedServer::CloseAfterResponse();
+            ReplyError(res, refusal.status, refusal.reason);
+            return httplib::Server::HandlerResponse::Handled;
+        });
         server.Get("/", [](const httplib::Request&, httplib::Response& res) {
             res.set_redirect("/index.html");
         });
@@ -265,9 +282,30 @@ struct WebScreen::Impl {
         server.Get("/api/recording.csv", [this](const httplib::Request&, httplib::Response& res) {
             res.set_header("Content-Disposition",
                            "attachment; filename=\"fieldtest-recording.csv\"");
-            res.set_content(recording.Csv(), "text/csv");
+            // The rows there now, written a slice at a time as the client
+            // takes them: memory stays one slice per download.
+            auto span = std::make_shared<Recording::Span>(recording.Snapshot());
+            auto header_sent = std::make_shared<bool>(false);
+            res.set_chunked_content_provider(
+                "text/csv", [this, span, header_sent](size_t, httplib::DataSink& sink) {
+                    std::string text;
+                    if (!*header_sent) text = Recording::kCsvHeader;
+                    *header_sent = true;
+                    text += recording.CsvSlice(span.get(), kRecordingSliceRows);
+                    if (text.empty()) {
+                        sink.done();
+                        return true;
+                    }
+                    return sink.write(text.data(), text.size());
+                });
         });
-        server.Get("/api/events", [this](const httplib::Request&, httplib::Response& res) {
+        server.Get("/api/events", [this](const httplib::Request& req, httplib::Response& res) {
+            // Each stream holds a connection for as long as its page is
+            // open: a bounded number, fewer from any one address.
+            if (int refused = streams.Take(req.remote_addr); refused != 0) {
+                res.set_header("Retry-After", "10");
+                return ReplyError(res, refused, "too many event streams are open");
+            }
             auto subscription = hub.Subscribe();
             res.set_header("Cache-Control", "no-store");
             res.set_chunked_content_provider(
@@ -278,7 +316,10 @@ struct WebScreen::Impl {
                     // A closed hub ends the stream; a page gone fails the write.
                     return !(subscription->closed()) && sink.write(text.data(), text.size());
                 },
-                [this, subscription](bool) { hub.Unsubscribe(subscription); });
+                [this, subscription, address = req.remote_addr](bool) {
+                    hub.Unsubscribe(subscription);
+                    streams.Give(address);
+                });
         });
     }
 };
@@ -299,7 +340,7 @@ WebScreen::~WebScreen() {
 
 bool WebScreen::Listen(std::string* error) {
     std::string reason = BindError(impl_->options.host, impl_->options.port);
-    if (reason.empty() && !impl_->server.bind_to_port(impl_->options.host, impl_->options.port))
+    if (reason.empty() && !impl_->server.Bind(impl_->options.host, impl_->options.port))
         reason = "the address cannot be taken";
     if (!reason.empty()) {
         *error = "cannot listen on " + impl_->options.host + ":" +

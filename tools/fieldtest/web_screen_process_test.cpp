@@ -1,10 +1,13 @@
 // fieldtest serve against the real processes: ppsd, devsim, modemsim and
 // radio_tavora. The HTTP endpoints, the settings with their checks, the
-// event stream, and what the page is told when the daemon or the broker
-// goes and comes back.
+// event stream, what the page is told when the daemon or the broker goes
+// and comes back, and what the server refuses to foreign pages and to
+// clients that would hold it.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,6 +16,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
@@ -35,6 +39,52 @@ int FreePort() {
     ::close(fd);
     return ntohs(addr.sin_port);
 }
+
+// A TCP connection to the screen from a loopback address of the test's
+// choice, for what an HTTP client library will not do: stay half-sent, or
+// come from several client addresses.
+class RawConnection {
+  public:
+    RawConnection(int port, const std::string& from) : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        ::inet_pton(AF_INET, from.c_str(), &addr.sin_addr);
+        ::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+        addr.sin_port = htons(static_cast<uint16_t>(port));
+        ::inet_pton(AF_INET, "127.0.0.1", &addr.sin_addr);
+        connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+    }
+    ~RawConnection() { ::close(fd_); }
+    bool Send(const std::string& text) {
+        return connected_ && ::send(fd_, text.data(), text.size(), MSG_NOSIGNAL) ==
+                                 static_cast<ssize_t>(text.size());
+    }
+    // The status of the response ("HTTP/1.1 200 OK" gives 200); 0 when none
+    // comes within `timeout_ms`.
+    int Status(int timeout_ms = 5000) {
+        std::string text;
+        while (text.find("\r\n") == std::string::npos) {
+            pollfd entry{fd_, POLLIN, 0};
+            char buffer[512];
+            ssize_t n =
+                ::poll(&entry, 1, timeout_ms) > 0 ? ::recv(fd_, buffer, sizeof buffer, 0) : 0;
+            if (n <= 0) return 0;
+            text.append(buffer, static_cast<size_t>(n));
+        }
+        return text.size() > 12 ? std::atoi(text.c_str() + 9) : 0;
+    }
+    // Whether the server has closed it (what it sent before is read away).
+    bool ClosedByServer(int timeout_ms) {
+        char buffer[512];
+        for (pollfd entry{fd_, POLLIN, 0}; ::poll(&entry, 1, timeout_ms) > 0;)
+            if (::recv(fd_, buffer, sizeof buffer, 0) <= 0) return true;
+        return false;
+    }
+
+  private:
+    int fd_;
+    bool connected_ = false;
+};
 
 // `fieldtest serve` on a free port of the loopback, asking every half second.
 class Serve {
@@ -240,6 +290,85 @@ TEST_F(WebScreenProcess, HealthFollowsTheDaemonAndTheBroker) {
     daemon_->broker().Restart();
     ASSERT_TRUE(daemon_->Start()) << daemon_->daemon().Stderr();
     EXPECT_TRUE(daemon_is(true));
+}
+
+// What a page of another site could send through the user's browser, or
+// through a name rebound to this address, changes nothing and reads nothing.
+TEST_F(WebScreenProcess, ForeignHostsOriginsAndTypesAreRefused) {
+    StartAll(/*start_daemon=*/false);
+    ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::0"}));
+    httplib::Client client = serve_->Client();
+    const std::string own = "127.0.0.1:" + std::to_string(serve_->port());
+    const std::string set_mask = R"({"name": "diaglogmask", "value": "1"})";
+    struct Case {
+        const char* method;
+        const char* path;
+        httplib::Headers headers;
+        const char* content_type;
+        int status;
+    };
+    const Case cases[] = {
+        {"GET",
+         "/api/config",
+         {{"Host", "rebound.example:" + std::to_string(serve_->port())}},
+         "",
+         421},
+        {"GET", "/api/recording.csv", {{"Host", "rebound.example"}}, "", 421},
+        {"POST", "/api/config", {{"Host", "rebound.example"}}, "application/json", 421},
+        {"POST", "/api/config", {}, "text/plain", 415},
+        {"POST", "/api/config", {}, "application/x-www-form-urlencoded", 415},
+        {"POST", "/api/config", {{"Origin", "http://evil.example"}}, "application/json", 403},
+        {"POST", "/api/interval", {{"Origin", "null"}}, "application/json", 403},
+        {"GET", "/api/config", {{"Origin", "http://evil.example"}}, "", 200},
+    };
+    for (const Case& c : cases) {
+        auto reply = std::string(c.method) == "GET"
+                         ? client.Get(c.path, c.headers)
+                         : client.Post(c.path, c.headers, set_mask, c.content_type);
+        ASSERT_TRUE(reply) << c.method << " " << c.path;
+        EXPECT_EQ(reply->status, c.status) << c.method << " " << c.path << " " << reply->body;
+    }
+    EXPECT_NE(daemon_->ReadObject(rt::test::kConfigObject).find("diaglogmask::0"),
+              std::string::npos);
+    // The page's own request, with its own origin, is served.
+    auto own_post =
+        client.Post("/api/config", {{"Origin", "http://" + own}}, set_mask, "application/json");
+    ASSERT_TRUE(own_post);
+    EXPECT_EQ(own_post->status, 200) << own_post->body;
+}
+
+// Event streams are bounded per client address and overall; clients that
+// send their headers slowly hold no thread the API needs, and are dropped.
+TEST_F(WebScreenProcess, StreamsAndSlowClientsCannotStarveTheApi) {
+    StartAll(/*start_daemon=*/false);
+    const int port = serve_->port();
+    const std::string request =
+        "GET /api/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n\r\n";
+    std::vector<std::unique_ptr<RawConnection>> streams;
+    auto open_stream = [&](const std::string& from) {
+        streams.push_back(std::make_unique<RawConnection>(port, from));
+        return streams.back()->Send(request) ? streams.back()->Status() : 0;
+    };
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(open_stream("127.0.0.1"), 200);
+    EXPECT_EQ(open_stream("127.0.0.1"), 429);
+    for (int address = 2; address <= 4; ++address)
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(open_stream("127.0.0." + std::to_string(address)), 200);
+    EXPECT_EQ(open_stream("127.0.0.5"), 503);
+
+    // Forty clients that never finish their headers, as many as once held
+    // every worker; the API answers while they are all still connected.
+    std::vector<std::unique_ptr<RawConnection>> slow;
+    for (int i = 0; i < 40; ++i) {
+        slow.push_back(std::make_unique<RawConnection>(port, "127.0.0.6"));
+        ASSERT_TRUE(slow.back()->Send("GET /api/config HTTP/1.1\r\nHost: 127.0.0.1"));
+    }
+    auto config = serve_->Client().Get("/api/config");
+    ASSERT_TRUE(config);
+    EXPECT_EQ(config->status, 200);
+    for (auto& connection : slow) EXPECT_FALSE(connection->ClosedByServer(0));
+    // Their time is up a few seconds after their first byte.
+    for (auto& connection : slow) EXPECT_TRUE(connection->ClosedByServer(15000));
 }
 
 TEST(WebScreenServe, TakenPortIsAClearError) {

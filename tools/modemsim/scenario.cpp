@@ -1,11 +1,10 @@
 #include "tools/modemsim/scenario.h"
 
 #include <cctype>
-#include <fstream>
-#include <sstream>
 
 #include "tools/modemsim/lte_world.h"
 #include "tools/modemsim/wcdma_world.h"
+#include "tools/scenario_file.h"
 
 namespace modemsim {
 
@@ -44,21 +43,115 @@ nlohmann::json DefaultScenario() {
     })json");
 }
 
+namespace {
+
+using Json = nlohmann::json;
+
+enum class Kind { kObject, kList, kNumber, kText, kFlag };
+
+struct Member {
+    const char* name;
+    Kind kind;
+    // For a list: what each of its entries holds (each is an object).
+    std::vector<Member> entries = {};
+};
+
+bool IsKind(const Json& value, Kind kind) {
+    switch (kind) {
+        case Kind::kObject:
+            return value.is_object();
+        case Kind::kList:
+            return value.is_array();
+        case Kind::kNumber:
+            return value.is_number();
+        case Kind::kText:
+            return value.is_string();
+        case Kind::kFlag:
+            return value.is_boolean();
+    }
+    return false;
+}
+
+const char* KindName(Kind kind) {
+    switch (kind) {
+        case Kind::kObject:
+            return "an object";
+        case Kind::kList:
+            return "a list";
+        case Kind::kNumber:
+            return "a number";
+        case Kind::kText:
+            return "a text";
+        case Kind::kFlag:
+            return "true or false";
+    }
+    return "";
+}
+
+// Whether `object`'s members named in `members` are of their kind (absent
+// ones are fine); the first that is not, as "where.name must be ...".
+std::string CheckMembers(const Json& object, const std::string& where,
+                         const std::vector<Member>& members) {
+    for (const Member& member : members) {
+        auto found = object.find(member.name);
+        if (found == object.end()) continue;
+        std::string at = where + "." + member.name;
+        if (!IsKind(*found, member.kind)) return at + " must be " + KindName(member.kind);
+        if (member.kind != Kind::kList || member.entries.empty()) continue;
+        for (size_t i = 0; i < found->size(); ++i) {
+            std::string entry = at + "[" + std::to_string(i) + "]";
+            if (!(*found)[i].is_object()) return entry + " must be an object";
+            std::string problem = CheckMembers((*found)[i], entry, member.entries);
+            if (!problem.empty()) return problem;
+        }
+    }
+    return "";
+}
+
+// The members the QMI and DIAG sides read with a type of their own; the
+// worlds read theirs leniently (a wrong type falls back to the default).
+std::string CheckScenario(const Json& scenario) {
+    for (const char* section : {"qmi", "diag", "wcdma", "lte"}) {
+        if (!scenario.contains(section) || !scenario[section].is_object())
+            return std::string(section) + " must be an object";
+    }
+    std::string problem = CheckMembers(
+        scenario["qmi"], "qmi",
+        {{"reset_down_ms", Kind::kNumber},
+         {"services",
+          Kind::kList,
+          {{"service", Kind::kNumber}, {"major", Kind::kNumber}, {"minor", Kind::kNumber}}},
+         {"misc_info", Kind::kObject},
+         {"states", Kind::kObject},
+         {"umts", Kind::kObject},
+         {"lte_geran", Kind::kObject},
+         {"refuse", Kind::kObject},
+         {"delay_ms", Kind::kObject},
+         {"raw_response", Kind::kObject}});
+    if (!problem.empty()) return problem;
+    return CheckMembers(
+        scenario["diag"], "diag",
+        {{"status", Kind::kNumber},
+         {"capture_after_masks", Kind::kNumber},
+         {"capture_pace", Kind::kText},
+         {"capture_loop", Kind::kFlag},
+         {"rrc_states", Kind::kList, {{"state", Kind::kNumber}, {"hold_ms", Kind::kNumber}}},
+         {"rrc_period_ms", Kind::kNumber},
+         {"records", Kind::kList, {{"payload", Kind::kText}, {"period_ms", Kind::kNumber}}}});
+}
+
+}  // namespace
+
 bool LoadScenario(const std::string& path, nlohmann::json* scenario, std::string* error) {
     *scenario = DefaultScenario();
     nlohmann::json patch = nlohmann::json::object();
     if (!path.empty()) {
-        std::ifstream in(path);
-        if (!in) {
-            *error = "cannot read scenario " + path;
-            return false;
-        }
-        patch = nlohmann::json::parse(in, nullptr, false);
-        if (patch.is_discarded() || !patch.is_object()) {
-            *error = "scenario " + path + " is not a JSON object";
-            return false;
-        }
+        if (!tools::ReadScenarioFile(path, &patch, error)) return false;
         scenario->merge_patch(patch);
+    }
+    if (std::string problem = CheckScenario(*scenario); !problem.empty()) {
+        *error = "scenario " + (path.empty() ? std::string("(built in)") : path) + ": " + problem;
+        return false;
     }
     // With a world on, its measurement type comes from the world and the
     // qmi section holds only what the file says to lay over it; the
