@@ -15,6 +15,7 @@
 #include "service/tavora_context.h"
 #include "service/tavora_log.h"
 #include "service/tavora_strings.h"
+#include "service/termination_point.h"
 
 namespace {
 
@@ -60,7 +61,7 @@ ssize_t ReadAnswerAndClose(int fd, const char* caller) {
     pollfd ready{fd, POLLIN, 0};
     int n;
     do {
-        n = ::poll(&ready, 1, kApnAnswerTimeoutMs);
+        n = PollLettingTerminationIn(&ready, 1, kApnAnswerTimeoutMs);
     } while (n < 0 && errno == EINTR);
     ssize_t length = 0;
     if (n > 0) {

@@ -1,5 +1,6 @@
 #include "config/config_delta.h"
 
+#include <string.h>  // memrchr
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,6 +17,26 @@ namespace {
 constexpr const char* kName = "TavoraConfigObjDelta";
 char delta_buffer[4096];
 
+// A full buffer: the change may have been longer, and its last line may be
+// cut (`tether_enable::10` read as `tether_enable::1`). What follows the
+// last whole line is dropped, never applied; the attributes past the buffer
+// were never read. Both are logged.
+void DropCutLine(ssize_t length) {
+    char* last_newline = static_cast<char*>(::memrchr(delta_buffer, '\n', length));
+    char* cut = last_newline != nullptr ? last_newline + 1 : delta_buffer;
+    if (*cut != '\0') {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : WARN: Tavora: change longer than %d bytes: cut line '%.40s' and what "
+              "follows dropped",
+              kName, static_cast<int>(length), cut);
+        *cut = '\0';
+    } else {
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : WARN: Tavora: change of %d bytes or more: attributes past them dropped",
+              kName, static_cast<int>(length));
+    }
+}
+
 }  // namespace
 
 void TavoraConfigObjDelta() {
@@ -26,6 +47,8 @@ void TavoraConfigObjDelta() {
     // pps_read: the first read of the delta handle gives diag/config as it
     // stands then, without the ens_value that start-up deleted.
     ssize_t n = pps_read(config_fd, delta_buffer, sizeof delta_buffer - 1);
+
+    if (n == static_cast<ssize_t>(sizeof delta_buffer - 1)) DropCutLine(n);
 
     pps_decoder_t decoder;
     pps_decoder_initialize(&decoder, nullptr);

@@ -4,6 +4,7 @@
 // show what reached the platform, and diag/config what was written back.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -171,6 +172,38 @@ TEST(TetheringProcessTest, EnableAndDisableRunTheCommandLinesInOrder) {
     EXPECT_TRUE(Eventually([&] { return ReadFile(dir.file("tools.log")) == enabled + disabled; }))
         << ReadFile(dir.file("tools.log"));
     EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr("IPv6 tethering enabled successfully"));
+}
+
+// A change longer than the daemon's read buffer: the line the buffer cuts
+// (`tether_enable::10` read as `tether_enable::1`) is dropped and logged,
+// never applied; a hung tool then does not hold up the daemon's end.
+TEST(TetheringProcessTest, CutLineIsNeverAppliedAndAHungToolDoesNotDelayTheEnd) {
+    rt::test::TempDir dir;
+    const char* path = std::getenv("PATH");
+    DaemonOptions options;
+    options.env = {"PATH=" + std::string(RT_SHELL_STANDINS_DIR) + ":" + (path ? path : ""),
+                   "SHELL_STANDINS_LOG=" + dir.file("tools.log"),
+                   "SHELL_STANDINS_HANG=msm_devctrl"};
+    DaemonFixture fixture(options);
+    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    // The daemon reads "@config\n", the padding line, then the last line,
+    // 4095 bytes in all: the last line ends one byte short.
+    const std::string tether = "tether_enable::10";
+    const size_t pad = 4095 - std::string("@config\n").size() - (tether.size() - 1) - 1;
+    ASSERT_TRUE(fixture.WriteConfig({"pad::" + std::string(pad - 5, 'x'), tether}));
+    EXPECT_TRUE(fixture.daemon().WaitForStderr(
+        "cut line 'tether_enable::1' and what follows dropped", kWaitMs))
+        << fixture.daemon().Stderr();
+    // A request answered: the daemon is done with that change (one thread).
+    ASSERT_FALSE(fixture.Request("radiostats", "1").empty());
+    EXPECT_EQ(ReadFile(dir.file("tools.log")), "") << "the cut line was applied";
+    ASSERT_TRUE(fixture.WriteConfig({"tether_enable::1"}));
+    ASSERT_TRUE(Eventually([&] { return ReadFile(dir.file("tools.log")) == "msm_devctrl -f0\n"; }))
+        << "the hung tool did not start: " << ReadFile(dir.file("tools.log"));
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(fixture.Stop(SIGTERM), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr("still running; left running"));
 }
 
 // --- APN name ----------------------------------------------------------------

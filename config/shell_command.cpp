@@ -8,11 +8,17 @@
 
 #include <cerrno>
 
+#include "service/termination_point.h"
+
 extern char** environ;
+
+volatile pid_t g_running_tool = -1;
 
 namespace {
 
 constexpr const char* kShell = "/bin/sh";
+// How often a wait for a tool looks whether it has ended.
+constexpr int kShellCheckMs = 10;
 
 // Spawns "sh -c command" with a clean signal state; its standard output
 // goes to `stdout_fd` when that is not negative. True with *pid set.
@@ -43,12 +49,19 @@ bool SpawnShell(const char* command, int stdout_fd, pid_t* pid) {
     return rc == 0;
 }
 
+// Waits for the shell, letting the termination signals in meanwhile: a
+// tool that hangs does not hold up the daemon's end (Cleanup logs it and
+// leaves it running).
 int WaitForShell(pid_t pid) {
+    g_running_tool = pid;
     int status = 0;
     pid_t waited;
-    do {
-        waited = ::waitpid(pid, &status, 0);
-    } while (waited < 0 && errno == EINTR);
+    for (;;) {
+        waited = ::waitpid(pid, &status, WNOHANG);
+        if (waited != 0 && !(waited < 0 && errno == EINTR)) break;
+        PollLettingTerminationIn(nullptr, 0, kShellCheckMs);
+    }
+    g_running_tool = -1;
     return waited == pid ? status : -1;
 }
 

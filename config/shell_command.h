@@ -7,7 +7,11 @@
 
 #include <sys/types.h>
 
-// Runs `command` and waits for it. -1 when the shell could not be started
+// The shell being waited for (-1: none), for Cleanup to log.
+extern volatile pid_t g_running_tool;
+
+// Runs `command` and waits for it (the termination signals come in while
+// it runs). -1 when the shell could not be started
 // (as system reports it), otherwise the shell's wait status.
 int RunShellCommand(const char* command);
 

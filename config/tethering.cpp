@@ -1,5 +1,6 @@
 #include "config/tethering.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -10,6 +11,7 @@
 
 #include "config/shell_command.h"
 #include "service/tavora_log.h"
+#include "service/termination_point.h"
 
 namespace {
 
@@ -41,6 +43,11 @@ constexpr size_t kPrefixOutputMax = 256;
 size_t ReadQueryOutput(int fd, char (&output)[kPrefixOutputMax]) {
     size_t used = 0;
     while (used < sizeof output) {
+        pollfd ready{fd, POLLIN, 0};
+        if (PollLettingTerminationIn(&ready, 1, -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
         ssize_t n = ::read(fd, output + used, sizeof output - used);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) break;

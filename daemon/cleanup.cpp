@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 
+#include "config/shell_command.h"
 #include "diaglog/dm_log_mask.h"
 #include "diaglog/log_snapshot_store.h"
 #include "platform/dmux/kora_dmc.h"
@@ -19,6 +20,12 @@ void Cleanup(int /*signal_number*/) {
     dm_client_connected = 0;
     // 3. The vendor QMI client and the QMI library.
     radioTavoraCleanQmi();
+    // A shell tool still running (one that hangs) is not waited for: it is
+    // left to end by itself, and said so.
+    if (g_running_tool > 0)
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : WARN: Tavora: shell tool (pid %d) still running; left running", "Cleanup",
+              static_cast<int>(g_running_tool));
     slogf(kTavoraLogOpcode, kTavoraLogSeverity, "%30s : Tavora: radio_tavora PPS is terminated.",
           "Cleanup");
     // 5. The rlc_stats_entries arrays of 0xB087, then 0xB097.

@@ -3,6 +3,7 @@
 // server object, and how it ends.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -232,22 +233,79 @@ TEST(DaemonProcessTest, MissingConfigEndsWithStatus22) {
                 HasSubstr("setupContext: open /pps/services/radioctrl/modem0/diag/config?delta"));
 }
 
-TEST(DaemonProcessTest, StatusObjectThatCannotBeCreatedEndsWithStatus22) {
-    // status_utra made a directory: the second status object cannot be
-    // opened as an object, so start-up stops there with 22.
+// Another local user (nobody) tries what a hostile one would: a forged
+// status object made first, open to all; an object squatting under a status
+// name, which would make it a directory; wiping or taking over diag/config.
+// None of it changes what the daemon does, and it starts again after broker
+// restarts.
+TEST(DaemonProcessTest, ALocalUserCannotForgeSquatOrWipeAcrossBrokerRestarts) {
+    if (::getuid() != 0) GTEST_SKIP() << "needs root to act as another user";
     DaemonOptions options;
     options.start = false;
+    options.start_devsim = false;
+    options.create_config = false;
     DaemonFixture fixture(options);
-    ASSERT_TRUE(fixture.WriteObject(std::string(rt::test::kStatusUtraObject) + "/blocker", ""));
-    EXPECT_FALSE(fixture.Start());
-    EXPECT_EQ(fixture.daemon().Wait(), 22);
-    std::string err = fixture.daemon().Stderr();
-    EXPECT_THAT(err,
-                HasSubstr("setupContext: open "
-                          "/pps/services/radioctrl/modem0/diag/status_utra?nopersist,critical"));
-    // The first status object was opened; nothing after the second was.
-    EXPECT_TRUE(pps_exists(rt::test::kStatusEutraObject));
-    EXPECT_FALSE(pps_exists(rt::test::kStatusGeranObject));
+    const std::string config = rt::test::kConfigObject;
+    const std::string utra = rt::test::kStatusUtraObject;
+    const std::string eutra = rt::test::kStatusEutraObject;
+    // The screen makes diag/config as ppsctl does.
+    rt::test::ChildProcess ppsctl({rt::test::BinPath("ppsctl"), "write", config, "diaglogmask::0"},
+                                  {fixture.broker().env()});
+    ASSERT_EQ(ppsctl.Wait(), 0) << ppsctl.Stderr();
+    std::string dir = fixture.broker().socket().substr(0, fixture.broker().socket().rfind('/'));
+    ::chmod(dir.c_str(), 0711);  // nobody may reach the broker's socket
+
+    // What nobody does; each bit of the result is an attempt that went through.
+    auto as_nobody = [&](bool squat) {
+        pid_t pid = ::fork();
+        if (pid == 0) {
+            if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
+                ::_exit(255);
+            int done = 0;
+            if (squat) {
+                int forged = pps_open(utra.c_str(), O_RDWR | O_CREAT, 0666);
+                const char line[] = "rrc_state::FORGED-BY-UID-65534\n";
+                if (forged < 0 || ::write(forged, line, sizeof line - 1) < 0) done |= 1;
+                int under = pps_open((eutra + "/squat").c_str(), O_WRONLY | O_CREAT, 0666);
+                if (under < 0) done |= 1;
+                if (done == 0) ::_exit(0);  // both made: the daemon's starts are the test
+                ::_exit(254);
+            }
+            if (pps_open(utra.c_str(), O_WRONLY) >= 0) done |= 2;
+            if (pps_open(utra.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666) >= 0) done |= 4;
+            if (pps_unlink(utra.c_str()) == 0) done |= 8;
+            if (pps_open((utra + "/squat").c_str(), O_WRONLY | O_CREAT, 0666) >= 0) done |= 16;
+            for (const char* option : {"?critical", "?nopersist", ""})
+                if (pps_open((config + option).c_str(), O_RDONLY) >= 0) done |= 32;
+            if (pps_open(config.c_str(), O_WRONLY | O_TRUNC) >= 0) done |= 64;
+            if (pps_unlink(config.c_str()) == 0) done |= 128;
+            ::_exit(done);
+        }
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    ASSERT_EQ(as_nobody(true), 0);
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        ASSERT_TRUE(fixture.Start()) << fixture.daemon().Stderr();
+        if (round == 0) {
+            EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr("refused " + utra + ": owner 65534"));
+            EXPECT_THAT(fixture.daemon().Stderr(),
+                        HasSubstr(eutra + "/squat lies where the daemon's object goes"));
+        }
+        struct stat info {};
+        ASSERT_EQ(pps_stat(utra.c_str(), &info), 0);
+        EXPECT_EQ(info.st_uid, 0u);
+        EXPECT_EQ(info.st_mode, static_cast<mode_t>(S_IFREG | 0640));
+        EXPECT_EQ(fixture.ReadObject(utra), "@status_utra\n");
+        EXPECT_EQ(as_nobody(false), 0);
+        EXPECT_EQ(fixture.ReadObject(config), "@config\ndiaglogmask::0\n");
+        EXPECT_EQ(fixture.Stop(SIGTERM), 0);
+        fixture.broker().Restart();
+        ::chmod(dir.c_str(), 0711);
+        EXPECT_EQ(as_nobody(false), 0) << "with the daemon down after a broker restart";
+    }
 }
 
 TEST(DaemonProcessTest, HardwareIdMissingIsLogged) {

@@ -14,6 +14,7 @@
 
 #include "platform/pps/pps_client.h"
 #include "platform/pps/ppsparse.h"
+#include "service/own_object.h"
 #include "service/tavora_errors.h"
 #include "service/tavora_log.h"
 
@@ -39,9 +40,11 @@ PPSServer::~PPSServer() {
 
 int PPSServer::pps_create_server_object(const char* path) {
     const int flags = O_RDWR | O_CREAT | O_TRUNC;
-    fd_ = pps_open(path, flags, 0666);
+    // Every client may write to it; the object itself is the daemon's: one
+    // made by another user is refused and made again (service/own_object.h).
+    fd_ = OpenOwnObject(path, flags, 0666, "pps_create_server_object");
     if (fd_ < 0 && pps_unlink(path) == 0) {
-        fd_ = pps_open(path, flags, 0666);
+        fd_ = OpenOwnObject(path, flags, 0666, "pps_create_server_object");
         if (fd_ < 0) return kTavoraErrNoEntry;
     }
     stream_ = (fd_ < 0) ? nullptr : ::fdopen(fd_, "r+");

@@ -3,13 +3,16 @@
 #include "service/tavora_context.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 
 #include "platform/pps/pps_client.h"
 #include "platform/qnx/waitfor.h"
+#include "service/own_object.h"
 #include "service/pps_object_text.h"
 #include "service/report_writer.h"
 #include "service/tavora_errors.h"
@@ -63,7 +66,11 @@ constexpr ContextObject kOptionalObjects[] = {
 // Opens one object into its field and marks it close-on-exec; 0 or 22,
 // with the failure logged.
 int OpenContextObject(TavoraContext* context, const ContextObject& object) {
-    int fd = pps_open(object.path, object.flags, kStatusMode);
+    // The status objects are the daemon's own: created so that only it (or
+    // root) may write them, and refused when someone else made them.
+    int fd = object.flags == kStatusFlags
+                 ? OpenOwnObject(object.path, object.flags, kStatusMode, kSetupName)
+                 : pps_open(object.path, object.flags, kStatusMode);
     if (fd < 0) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : ERROR: Tavora: setupContext: open %s, error [%d]", kSetupName, object.path,
@@ -81,6 +88,18 @@ int OpenContextObject(TavoraContext* context, const ContextObject& object) {
     return 0;
 }
 
+// The settings are the screen's to write (its group's); an object any local
+// user may write lets any of them change what the phone does.
+void WarnIfConfigOpenToAll() {
+    std::string name(kConfigObjectPath);
+    name.erase(name.find('?') == std::string::npos ? name.size() : name.find('?'));
+    struct stat info {};
+    if (pps_stat(name.c_str(), &info) == 0 && (info.st_mode & S_IWOTH) != 0)
+        slogf(kTavoraLogOpcode, kTavoraLogSeverity,
+              "%30s : WARN: Tavora: %s may be written by any local user (mode %o)", kSetupName,
+              name.c_str(), static_cast<unsigned>(info.st_mode & 07777));
+}
+
 }  // namespace
 
 int SetupTavoraContext(TavoraContext* context) {
@@ -88,6 +107,7 @@ int SetupTavoraContext(TavoraContext* context) {
     for (const ContextObject& object : kRequiredObjects) {
         if (OpenContextObject(context, object) != 0) return kTavoraErrInvalid;
     }
+    WarnIfConfigOpenToAll();
     // The modem's persistent status may come up after us: give it a while.
     waitfor(kPersistentStatusPath, kPersistentWaitMs, kPersistentPollMs);
     for (const ContextObject& object : kOptionalObjects) OpenContextObject(context, object);

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -263,6 +264,54 @@ bool pps_exists(const char* path) {
     bool exists = OneShot(pps_wire::kStatVerb, path, nullptr) == 0;
     errno = saved;
     return exists;
+}
+
+int pps_stat(const char* path, struct stat* info) {
+    std::string answer;
+    if (OneShot(pps_wire::kStatVerb, path, &answer) != 0) return -1;
+    if (info == nullptr) return 0;
+    *info = {};
+    unsigned uid = 0, gid = 0, mode = 0;
+    if (std::sscanf(answer.c_str(), "%u %u %o", &uid, &gid, &mode) == 3) {
+        info->st_uid = uid;
+        info->st_gid = gid;
+        info->st_mode = S_IFREG | (mode & 07777);
+    } else {
+        info->st_mode = S_IFDIR | 0755;
+    }
+    return 0;
+}
+
+int pps_sync(int fd, int timeout_ms) {
+    const size_t request = std::strlen(pps_wire::kSyncRequest);
+    if (::send(fd, pps_wire::kSyncRequest, request, MSG_NOSIGNAL) != static_cast<ssize_t>(request))
+        return errno == EPIPE ? ECONNRESET : errno;
+    const size_t answer = std::strlen(pps_wire::kSyncAnswer);
+    const size_t notice = std::strlen(pps_wire::kErrorNotice);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    int refused = 0;
+    std::string message(pps_wire::kMaxRead, '\0');
+    for (;;) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                        deadline - std::chrono::steady_clock::now())
+                        .count();
+        if (left <= 0) return ETIMEDOUT;
+        pollfd pfd{fd, POLLIN, 0};
+        int ready = ::poll(&pfd, 1, static_cast<int>(left));
+        if (ready < 0 && errno == EINTR) continue;
+        if (ready < 0) return errno;
+        if (ready == 0) continue;
+        ssize_t n = ::recv(fd, message.data(), message.size(), MSG_DONTWAIT);
+        if (n < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+        // The broker closing (or dying) confirms nothing.
+        if (n <= 0) return n == 0 || errno == ECONNRESET ? ECONNRESET : errno;
+        std::string_view text(message.data(), static_cast<size_t>(n));
+        int code = std::atoi(std::string(text.substr(std::min(text.size(), answer))).c_str());
+        if (text.substr(0, notice) == pps_wire::kErrorNotice && refused == 0)
+            refused = std::atoi(std::string(text.substr(notice)).c_str());
+        else if (text.substr(0, answer) == pps_wire::kSyncAnswer)
+            return refused != 0 ? refused : code;
+    }
 }
 
 int pps_list(const char* dir, std::vector<std::string>* entries) {

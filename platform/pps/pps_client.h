@@ -14,6 +14,7 @@
 // The broker's socket: $PPS_SOCKET, else kPpsDefaultSocket.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
@@ -35,6 +36,18 @@ ssize_t pps_read(int fd, void* buffer, size_t size);
 int pps_unlink(const char* path);
 // True if the object (or directory) exists.
 bool pps_exists(const char* path);
+// An object's owner, group and mode (st_uid, st_gid, st_mode with S_IFREG;
+// a directory has S_IFDIR and owner 0), as stat gives them for a file.
+// 0, or -1 with errno (ENOENT).
+int pps_stat(const char* path, struct stat* info);
+// Waits until everything written on `fd` so far is applied by the broker
+// and, for a persistent object, stored: 0 then; else the errno why not
+// (ENOSPC when the store is full: the write is kept and stored later if the
+// broker can, but it is not confirmed), ECONNRESET when the broker went away
+// before it confirmed, ETIMEDOUT after `timeout_ms`, or the errno of a
+// write the broker refused on the way (EFBIG, EMSGSIZE). For a handle that
+// is sent nothing else (O_WRONLY): other messages are read and dropped.
+int pps_sync(int fd, int timeout_ms);
 
 #include <vector>
 

@@ -4,7 +4,8 @@
 //
 //   "open <flags> <mode> <extras>\n<path?options>"  flags decimal (O_ACCMODE,
 //        O_CREAT, O_EXCL, O_TRUNC), mode octal, extras decimal (kOpenExtra*)
-//   "stat\n<path>"     does the object or directory exist
+//   "stat\n<path>"     does the object or directory exist; for an object the
+//                      answer goes on with "<uid> <gid> <octal mode>"
 //   "unlink\n<path>"   remove an object (and its stored copy)
 //   "list\n<path>"     the entries of a directory
 //
@@ -57,5 +58,12 @@ inline constexpr size_t kMaxRead = kMaxObject + kMaxName + 8;
 // errno in decimal and a newline ("!error 27\n"). A writer that wants to
 // know shuts its sending side down and reads until the broker closes.
 inline constexpr const char* kErrorNotice = "!error ";
+
+// A writer that wants its writes confirmed sends kSyncRequest on the handle;
+// the broker answers kSyncAnswer and an errno in decimal ("!synced 0\n") once
+// everything the handle wrote before is applied and, when the object is
+// persistent, stored. Anything else (a closed connection) confirms nothing.
+inline constexpr const char* kSyncRequest = "!sync\n";
+inline constexpr const char* kSyncAnswer = "!synced ";
 
 }  // namespace pps_wire

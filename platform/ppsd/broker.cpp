@@ -27,6 +27,8 @@ constexpr int kNeedWrite = 2;
 // One message per handle per wake-up: poll is level-triggered, so the rest
 // comes next pass, and a request costs no extra recv that finds nothing.
 constexpr int kReadsPerWake = 1;
+// How often a save that failed (a full disk) is tried again.
+constexpr int kSaveRetryMs = 1000;
 
 iovec Iov(const void* data, size_t length) {
     return iovec{const_cast<void*>(data), length};
@@ -204,7 +206,16 @@ void Broker::Run(int stop_fd) {
     pfds_.push_back(pollfd{listen_fd_, POLLIN, 0});
     pfds_.push_back(pollfd{stop_fd, POLLIN, 0});
     for (;;) {
-        int ready = ::poll(pfds_.data(), pfds_.size(), ExpireHandshakes());
+        int timeout = ExpireHandshakes();
+        if (!save_queue_.empty()) {
+            // Saves that failed are tried again when due.
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                            retry_at_ - std::chrono::steady_clock::now())
+                            .count();
+            int retry = static_cast<int>(std::clamp<long long>(left + 1, 0, kSaveRetryMs));
+            timeout = timeout < 0 ? retry : std::min(timeout, retry);
+        }
+        int ready = ::poll(pfds_.data(), pfds_.size(), timeout);
         if (ready < 0) {
             if (errno == EINTR) continue;
             Log(std::string("poll: ") + std::strerror(errno));
@@ -222,13 +233,16 @@ void Broker::Run(int stop_fd) {
             if (!conn->dead && (revents & (POLLIN | POLLHUP | POLLERR))) OnReadable(conn);
         }
         if (pfds_[0].revents & POLLIN) Accept();
+        SaveChanged(false);
+        AnswerSyncs();
         if (sweep_needed_) Sweep();
-        SaveChanged();
     }
 }
 
 void Broker::Shutdown() {
-    SaveChanged();
+    SaveChanged(true);
+    for (const auto& object : save_queue_)
+        Log("could not store " + object->path() + " before stopping: its last changes are lost");
     // The broker goes away: no notices, no critical clean-up (a restart is
     // not the end of the writers that own the objects).
     for (auto& conn : conns_)
@@ -413,8 +427,17 @@ void Broker::OnHandshake(Conn* conn, char* text, size_t length) {
         return;
     }
     if (verb == pps_wire::kStatVerb) {
-        bool exists = tree_.Find(path) != nullptr || tree_.IsDirectory(path) || IsPpsRoot(path);
-        AnswerAndMaybeClose(conn, exists ? 0 : ENOENT, "", true);
+        std::shared_ptr<Object> object = tree_.Find(path);
+        bool exists = object != nullptr || tree_.IsDirectory(path) || IsPpsRoot(path);
+        std::string owner;
+        if (object != nullptr) {
+            char line[64];
+            std::snprintf(line, sizeof line, "%u %u %o", static_cast<unsigned>(object->owner_uid()),
+                          static_cast<unsigned>(object->owner_gid()),
+                          static_cast<unsigned>(object->mode()));
+            owner = line;
+        }
+        AnswerAndMaybeClose(conn, exists ? 0 : ENOENT, owner, true);
     } else if (verb == pps_wire::kListVerb) {
         if (tree_.Find(path) != nullptr) {
             AnswerAndMaybeClose(conn, ENOTDIR, "", true);
@@ -517,11 +540,12 @@ int Broker::OpenObject(Conn* conn, char* head) {
     Attachments* att = Attach(object);
 
     if (options.nopersist && object->persistent) {
+        // Its text leaves the store; its entry stays (see object_store.h).
         object->persistent = false;
-        if (store_) store_->Remove(path);
+        object->entry_stored = false;
     }
     if (!created && (flags & O_TRUNC) != 0 && object->Clear()) NotifyLine(att, nullptr, "#");
-    if (created || object->dirty) QueueSave(object.get());
+    if (created || object->dirty || !object->entry_stored) QueueSave(object.get());
 
     conn->att = att;
     conn->can_read = accmode != O_WRONLY;
@@ -588,6 +612,11 @@ void Broker::SendConnectLine(Attachments* att, Conn* client) {
 void Broker::OnMessage(Conn* conn, char* text, size_t length) {
     if (std::string_view(text, length) == pps_wire::kCopyNow) {
         SendCopyNow(conn);
+        return;
+    }
+    if (std::string_view(text, length) == pps_wire::kSyncRequest) {
+        // Answered once this pass's changes have gone to the store.
+        sync_waiters_.push_back(conn);
         return;
     }
     if (!conn->can_write) return;  // a read-only handle's writes go nowhere
@@ -849,6 +878,8 @@ void Broker::Close(Conn* conn) {
         if (--att->handles == 0) attachments_.erase(object);
         conn->att = nullptr;
     }
+    sync_waiters_.erase(std::remove(sync_waiters_.begin(), sync_waiters_.end(), conn),
+                        sync_waiters_.end());
     ::close(conn->fd);
     conn->fd = -1;
 }
@@ -886,21 +917,56 @@ void Broker::Sweep() {
 }
 
 void Broker::QueueSave(Object* object) {
-    if (!object->persistent || object->save_queued || !store_) return;
+    if (!store_ || (!object->persistent && object->entry_stored)) return;
+    // A change to an object whose save failed earlier tries again at once.
+    fresh_saves_ = true;
+    if (object->save_queued) return;
     std::shared_ptr<Object> owned = tree_.Find(object->path());
     if (owned.get() != object) return;
     object->save_queued = true;
     save_queue_.push_back(std::move(owned));
 }
 
-void Broker::SaveChanged() {
+void Broker::SaveChanged(bool retry_now) {
+    if (save_queue_.empty()) return;
+    auto now = std::chrono::steady_clock::now();
+    if (!fresh_saves_ && !retry_now && now < retry_at_) return;
+    fresh_saves_ = false;
+    // What cannot be stored (a full disk) stays queued, is kept in memory
+    // and tried again every kSaveRetryMs, and a writer asking for its write
+    // to be confirmed is told the error meanwhile.
+    std::vector<std::shared_ptr<Object>> failed;
     for (auto& object : save_queue_) {
         object->save_queued = false;
-        if (!object->persistent || object->detached || !store_) continue;
+        if (object->detached || (!object->persistent && object->entry_stored)) continue;
+        int previous = object->store_error;
         int code = store_->Save(*object);
-        if (code != 0) Log("cannot store " + object->path() + ": " + std::strerror(code));
+        if (code == 0) {
+            if (previous != 0) Log("stored " + object->path() + " at last");
+            continue;
+        }
+        if (code != previous)
+            Log("cannot store " + object->path() + ": " + std::strerror(code) +
+                "; kept in memory, trying again");
+        object->store_error = code;
+        object->save_queued = true;
+        failed.push_back(std::move(object));
     }
-    save_queue_.clear();
+    save_queue_ = std::move(failed);
+    retry_at_ = now + std::chrono::milliseconds(kSaveRetryMs);
+}
+
+void Broker::AnswerSyncs() {
+    for (Conn* conn : sync_waiters_) {
+        int code = 0;
+        Object* object = conn->att != nullptr ? conn->att->object.get() : nullptr;
+        if (store_ && object != nullptr && object->persistent && object->dirty && !object->detached)
+            code = object->store_error != 0 ? object->store_error : EIO;
+        std::string answer = pps_wire::kSyncAnswer + std::to_string(code) + "\n";
+        iovec iov = Iov(answer);
+        Send(conn, &iov, 1);
+    }
+    sync_waiters_.clear();
 }
 
 }  // namespace ppsd

@@ -42,10 +42,18 @@
 //  - a client that does not read its replies is disconnected and logged.
 // A handle whose peer is closing (a send to it failed) is still read until
 // it reads as closed: every write accepted from it is applied.
+//
+// Confirmed writes: a handle that sends pps_wire::kSyncRequest after its
+// writes gets pps_wire::kSyncAnswer with 0 once they are applied and, for a
+// persistent object, stored; with the errno of the store (ENOSPC) when they
+// could not be stored. Such a write stays applied and queued, tried again
+// every second; only a broker stopped before it succeeds loses it (logged).
+// "stat" answers an object's owner, group and mode ("<uid> <gid> <octal>").
 #pragma once
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -124,8 +132,12 @@ class Broker {
     void SetWantOut(Conn* conn, bool want);
     void Close(Conn* conn);
     void Sweep();
-    void SaveChanged();
+    // Stores the queued objects: those changed since, and those whose save
+    // failed once their retry is due (or at once with `retry_now`).
+    void SaveChanged(bool retry_now);
     void QueueSave(Object* object);
+    // Answers the handles that asked for their writes to be confirmed.
+    void AnswerSyncs();
     Attachments* Attach(const std::shared_ptr<Object>& object);
     bool Allowed(const Conn& conn, const Object& object, int need) const;
     void Log(const std::string& text) const;
@@ -141,6 +153,9 @@ class Broker {
     bool accept_paused_ = false;     // out of descriptors: not accepting until one frees
     std::unordered_map<Object*, std::unique_ptr<Attachments>> attachments_;
     std::vector<std::shared_ptr<Object>> save_queue_;
+    bool fresh_saves_ = false;  // something was queued since the last save pass
+    std::chrono::steady_clock::time_point retry_at_;
+    std::vector<Conn*> sync_waiters_;
     std::vector<char> buffer_;  // one message in, NUL-terminated
     std::string scratch_;       // a delta or an answer being built
 };

@@ -21,6 +21,9 @@ namespace {
 
 constexpr const char* kStoreMagic = "ppsd-object 1";
 constexpr const char* kTempSuffix = ".tmp";
+// The line after the path in the file of an object whose text is not
+// stored (no attribute line can look like it: it has no ':').
+constexpr const char* kNopersistLine = "nopersist";
 
 std::string LastComponent(const std::string& path) {
     size_t slash = path.rfind('/');
@@ -278,9 +281,14 @@ int ObjectStore::Save(Object& object) {
                   static_cast<unsigned>(object.owner_gid()), static_cast<unsigned>(object.mode()));
     text += meta;
     text += "path " + object.path() + "\n";
-    // The object's text without its object line.
-    const std::string& rendered = object.Render();
-    text.append(rendered, object.object_line().size());
+    if (object.persistent) {
+        // The object's text without its object line.
+        const std::string& rendered = object.Render();
+        text.append(rendered, object.object_line().size());
+    } else {
+        text += kNopersistLine;
+        text += "\n";
+    }
 
     std::string final_name = FileFor(object.path());
     std::string temp_name = final_name + kTempSuffix;
@@ -288,13 +296,20 @@ int ObjectStore::Save(Object& object) {
     if (fd < 0) return errno;
     bool ok = WriteAll(fd, text);
     int saved = errno;
-    ::close(fd);
+    // A full file system may take the bytes and fail only when they are
+    // flushed: close reports that too.
+    if (::close(fd) != 0 && ok) {
+        ok = false;
+        saved = errno;
+    }
     if (!ok || ::rename(temp_name.c_str(), final_name.c_str()) != 0) {
         if (ok) saved = errno;
         ::unlink(temp_name.c_str());
         return saved != 0 ? saved : EIO;
     }
     object.dirty = false;
+    object.entry_stored = true;
+    object.store_error = 0;
     return 0;
 }
 
@@ -364,9 +379,14 @@ size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems
         file_of_[path] = name;
         path_of_[name] = path;
         auto object = std::make_shared<Object>(path, uid, gid, mode);
-        for (size_t i = 3; i < lines.size(); ++i)
-            if (!lines[i].empty()) object->SetLine(lines[i]);
+        if (lines.size() > 3 && lines[3] == kNopersistLine) {
+            object->persistent = false;  // its entry only, as it was stored
+        } else {
+            for (size_t i = 3; i < lines.size(); ++i)
+                if (!lines[i].empty()) object->SetLine(lines[i]);
+        }
         object->dirty = false;
+        object->entry_stored = true;
         tree->Insert(std::move(object));
         ++loaded;
     }

@@ -3,9 +3,12 @@
 // attributes kept as the text lines they were written as, so an attribute
 // keeps its encoding and an unchanged object is never re-encoded.
 //
-// Persistence: every object that is not "nopersist" has one file in the
-// store directory, named after its path (escaped, or hashed when too long),
-// holding its owner, mode, path and text. A file is written to a temporary name and renamed over
+// Persistence: every object has one file in the store directory, named
+// after its path (escaped, or hashed when too long), holding its owner, mode,
+// path and text. A "nopersist" object's file holds no text, only the entry:
+// after a restart it is there, empty, with its owner and mode, so nobody
+// else can take its name (or create objects under it) before its owner
+// opens it again. A file is written to a temporary name and renamed over
 // the old one, so a crash of the broker leaves either the old or the new object, never half of one.
 #pragma once
 
@@ -55,10 +58,12 @@ class Object {
     gid_t owner_gid() const { return owner_gid_; }
     mode_t mode() const { return mode_; }
 
-    bool persistent = true;    // false once opened "?nopersist"
-    bool dirty = false;        // changed since last stored
-    bool detached = false;     // unlinked while handles still had it open
-    bool save_queued = false;  // in the broker's list of objects to store
+    bool persistent = true;     // false once opened "?nopersist": only the entry is stored
+    bool dirty = false;         // changed since last stored
+    bool entry_stored = false;  // the store holds its entry (owner, mode, persistence)
+    int store_error = 0;        // errno of the last save that failed; 0 after one succeeds
+    bool detached = false;      // unlinked while handles still had it open
+    bool save_queued = false;   // in the broker's list of objects to store
 
   private:
     struct Attribute {
@@ -111,7 +116,8 @@ class ObjectTree {
 class ObjectStore {
   public:
     explicit ObjectStore(std::string dir) : dir_(std::move(dir)) {}
-    // Writes the object safely (temporary file, then rename). 0 or errno.
+    // Writes the object safely (temporary file, then rename): its entry, and
+    // its text when it is persistent. 0 or errno.
     int Save(Object& object);
     // Removes the stored copy, if any.
     void Remove(const std::string& path);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -542,7 +544,10 @@ TEST_F(PpsdTest, ClientThatDisconnectsMidRequestDoesNotDisturbOthers) {
 
 // --- persistence ---------------------------------------------------------------
 
-TEST_F(PpsdTest, ObjectsSurviveARestartButNopersistOnesDoNot) {
+// Persistent objects come back whole; "nopersist" ones come back empty but
+// with their owner and mode, so that after a restart nobody else can take
+// their names (or put objects under them) before their owner returns.
+TEST_F(PpsdTest, ObjectsSurviveARestartNopersistOnesAsEntriesOnly) {
     int keep = Open("/pps/p/config", O_RDWR | O_CREAT, 0640);
     int gone = Open("/pps/p/status?nopersist", O_RDWR | O_CREAT, 0640);
     int empty = Open("/pps/p/empty", O_RDWR | O_CREAT, 0644);
@@ -556,17 +561,31 @@ TEST_F(PpsdTest, ObjectsSurviveARestartButNopersistOnesDoNot) {
     broker_.Restart();
     EXPECT_EQ(ReadWhole("/pps/p/config"), "@config\ndiaglogmask::1\nens:n:3\n");
     EXPECT_EQ(ReadWhole("/pps/p/empty"), "@empty\n");
-    EXPECT_FALSE(pps_exists("/pps/p/status"));
-    errno = 0;
-    EXPECT_EQ(Open("/pps/p/status", O_RDONLY), -1);
-    EXPECT_EQ(errno, ENOENT);
-    // The stored object keeps its mode: check it against a non-root reader.
+    EXPECT_EQ(ReadWhole("/pps/p/status"), "@status\n");
+    struct stat info {};
+    ASSERT_EQ(pps_stat("/pps/p/status", &info), 0);
+    EXPECT_EQ(info.st_uid, ::getuid());
+    EXPECT_EQ(info.st_mode, static_cast<mode_t>(S_IFREG | 0640));
+    // Written again after the restart, it is still not stored.
+    int again = Open("/pps/p/status", O_WRONLY);
+    ASSERT_TRUE(Write(again, "rrc::dch\n"));
+    EXPECT_EQ(pps_sync(again, kWaitMs), 0);
+    ::close(again);
+    broker_.Restart();
+    EXPECT_EQ(ReadWhole("/pps/p/status"), "@status\n");
+    // The stored objects keep their modes: check them against a non-root user.
     if (::getuid() == 0) {
         OpenSocketDirToAll(broker_);
         pid_t child = Fork([] {
             if (!BecomeNobody()) return 10;
             if (!pps_exists("/pps/p/config")) return 2;  // the broker is reachable
-            return pps_open("/pps/p/config", O_RDONLY) < 0 && errno == EACCES ? 0 : 1;
+            int failures = 0;
+            if (pps_open("/pps/p/config", O_RDONLY) >= 0 || errno != EACCES) failures |= 1;
+            if (pps_open("/pps/p/status", O_WRONLY) >= 0 || errno != EACCES) failures |= 4;
+            if (pps_open("/pps/p/status/under", O_WRONLY | O_CREAT, 0666) >= 0 || errno != ENOTDIR)
+                failures |= 8;
+            if (pps_unlink("/pps/p/status") == 0) failures |= 16;
+            return failures;
         });
         EXPECT_EQ(Reap(child), 0);
     }
@@ -898,11 +917,15 @@ struct ToolRun {
     std::string out, err;
 };
 
-ToolRun Ppsctl(const PpsBroker& broker, std::vector<std::string> args) {
+ToolRun Ppsctl(const std::string& env, std::vector<std::string> args) {
     args.insert(args.begin(), BinPath("ppsctl"));
-    ChildProcess tool(args, {broker.env()});
+    ChildProcess tool(args, {env});
     int status = tool.Wait(15000);
     return {status, tool.Stdout(), tool.Stderr()};
+}
+
+ToolRun Ppsctl(const PpsBroker& broker, std::vector<std::string> args) {
+    return Ppsctl(broker.env(), std::move(args));
 }
 
 TEST_F(PpsdTest, PpsctlWriteReadAndLs) {
@@ -1014,6 +1037,92 @@ TEST_F(PpsdTest, PpsctlCallGetsTheReply) {
     ToolRun noserver = Ppsctl(broker_, {"call", "--timeout", "0.2", "/pps/c/control", "msg::x"});
     EXPECT_EQ(noserver.status, 1);
     EXPECT_NE(noserver.err.find("no server"), std::string::npos);
+}
+
+// --- confirmed writes and the store -------------------------------------------
+
+// A write ppsctl reports done is in the store: killing the broker right
+// after it (no clean shutdown, no chance to store later) loses nothing.
+TEST_F(PpsdTest, ConfirmedWriteSurvivesKillNine) {
+    for (int round = 0; round < 5; ++round) {
+        std::string value = "n:n:" + std::to_string(round);
+        ToolRun w = Ppsctl(broker_, {"write", "/pps/k/config", value});
+        ASSERT_EQ(w.status, 0) << w.err;
+        ASSERT_TRUE(broker_.process().Signal(SIGKILL));
+        broker_.Restart();
+        EXPECT_EQ(ReadWhole("/pps/k/config"), "@config\n" + value + "\n") << "round " << round;
+    }
+}
+
+// A broker that takes the write and then closes (a crash, a shutdown) has
+// confirmed nothing: ppsctl says so and fails instead of exiting 0.
+TEST(PpsctlConfirm, EndOfConnectionIsNotAConfirmation) {
+    rt::test::TempDir dir;
+    std::string path = dir.file("fake.sock");
+    int listener = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ASSERT_EQ(::listen(listener, 4), 0);
+    // The fake broker: answers the open, reads the write (and whatever
+    // follows until a pause), then closes.
+    pid_t fake = Fork([listener] {
+        int conn = ::accept(listener, nullptr, nullptr);
+        char buffer[4096];
+        if (conn < 0 || ::recv(conn, buffer, sizeof buffer, 0) <= 0) return 1;
+        if (::send(conn, "0", 1, 0) != 1) return 2;
+        if (::recv(conn, buffer, sizeof buffer, 0) <= 0) return 3;
+        ::close(conn);
+        return 0;
+    });
+    ToolRun w = Ppsctl("PPS_SOCKET=" + path, {"write", "/pps/f/obj", "a::1"});
+    EXPECT_EQ(w.status, 1);
+    EXPECT_NE(w.err.find("went away before it confirmed"), std::string::npos) << w.err;
+    EXPECT_EQ(Reap(fake), 0);
+    ::close(listener);
+}
+
+// A full disk: the write is not confirmed (ENOSPC, exit 1), the broker keeps
+// it and stores it once there is room, and a restart then finds it.
+TEST(PpsdStore, FullDiskRefusesConfirmationThenStoresOnceThereIsRoom) {
+    rt::test::TempDir dir;
+    std::string store = dir.file("store");
+    ::mkdir(store.c_str(), 0700);
+    if (::getuid() != 0 || ::mount("tmpfs", store.c_str(), "tmpfs", 0, "size=64k") != 0)
+        GTEST_SKIP() << "needs a small tmpfs (root, mount allowed)";
+    struct Unmount {
+        std::string path;
+        ~Unmount() { ::umount2(path.c_str(), MNT_DETACH); }
+    } unmount{store};
+    auto start = [&] {
+        auto process = std::make_unique<ChildProcess>(
+            std::vector<std::string>{BinPath("ppsd"), "--socket", dir.file("s"), "--store", store});
+        EXPECT_TRUE(process->WaitForStderr("listening on"));
+        return process;
+    };
+    auto ppsd = start();
+    std::string env = "PPS_SOCKET=" + dir.file("s");
+    ASSERT_EQ(Ppsctl(env, {"write", "/pps/d/config", "before::1"}).status, 0);
+    // Fill the file system to the last byte.
+    std::string filler = store + "/filler.tmp";
+    {
+        std::ofstream out(filler, std::ios::binary);
+        std::string block(4096, 'x');
+        while (out.write(block.data(), block.size())) {
+        }
+    }
+    ToolRun full = Ppsctl(env, {"write", "/pps/d/config", "after::2"});
+    EXPECT_EQ(full.status, 1);
+    EXPECT_NE(full.err.find("No space left on device"), std::string::npos) << full.err;
+    EXPECT_TRUE(ppsd->WaitForStderr("cannot store /pps/d/config: No space left on device"));
+    // Room again: the broker's retry stores it without another write.
+    ::unlink(filler.c_str());
+    EXPECT_TRUE(ppsd->WaitForStderr("stored /pps/d/config at last", kWaitMs));
+    ASSERT_TRUE(ppsd->Signal(SIGKILL));
+    ppsd->Wait();
+    ppsd = start();
+    EXPECT_EQ(Ppsctl(env, {"read", "/pps/d/config"}).out, "@config\nbefore::1\nafter::2\n");
 }
 
 }  // namespace

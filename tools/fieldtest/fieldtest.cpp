@@ -115,17 +115,9 @@ int SetSettings(const std::vector<std::string>& settings, int timeout_ms, int& n
     // write a value back at once, so the object itself may never show it.
     int watch = pps_open((std::string(fieldtest::kConfigPath) + "?delta").c_str(), O_RDONLY);
     if (watch >= 0) fieldtest::ReadMessage(watch, 1000);  // the copy at the open
-    int fd = pps_open(fieldtest::kConfigPath, O_WRONLY | O_CREAT, 0666);
-    if (fd < 0) {
-        std::fprintf(stderr, "fieldtest: %s: %s\n", fieldtest::kConfigPath, std::strerror(errno));
-        if (watch >= 0) ::close(watch);
-        return 1;
-    }
-    bool ok = ::write(fd, message.data(), message.size()) == static_cast<ssize_t>(message.size());
-    ::close(fd);
-    if (!ok) {
-        std::fprintf(stderr, "fieldtest: write %s: %s\n", fieldtest::kConfigPath,
-                     std::strerror(errno));
+    std::string written = fieldtest::WriteConfigText(message);
+    if (!written.empty()) {
+        std::fprintf(stderr, "fieldtest: %s\n", written.c_str());
         if (watch >= 0) ::close(watch);
         return 1;
     }

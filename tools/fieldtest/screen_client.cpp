@@ -140,12 +140,22 @@ std::string JsonText(const nlohmann::ordered_json& json, int indent) {
 std::string WriteConfig(const std::vector<std::pair<std::string, std::string>>& settings) {
     std::string message;
     for (const auto& [name, value] : settings) message += name + "::" + value + "\n";
-    int fd = pps_open(kConfigPath, O_WRONLY | O_CREAT, 0666);
+    return WriteConfigText(message);
+}
+
+std::string WriteConfigText(const std::string& message) {
+    int fd = pps_open(kConfigPath, O_WRONLY | O_CREAT, kConfigMode);
     if (fd < 0) return std::string(kConfigPath) + ": " + std::strerror(errno);
-    bool ok = ::write(fd, message.data(), message.size()) == static_cast<ssize_t>(message.size());
-    std::string error = ok ? "" : std::string("write ") + kConfigPath + ": " + std::strerror(errno);
+    if (::write(fd, message.data(), message.size()) != static_cast<ssize_t>(message.size())) {
+        std::string error = std::string("write ") + kConfigPath + ": " + std::strerror(errno);
+        ::close(fd);
+        return error;
+    }
+    // Written only once the broker confirms it applied and stored it.
+    int code = pps_sync(fd, kConfirmWaitMs);
     ::close(fd);
-    return error;
+    if (code == 0) return "";
+    return std::string("write ") + kConfigPath + ": not confirmed: " + std::strerror(code);
 }
 
 }  // namespace fieldtest

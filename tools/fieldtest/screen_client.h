@@ -13,6 +13,12 @@ namespace fieldtest {
 
 inline constexpr const char* kControlPath = "/pps/services/radioctrl/modem0/diag/control";
 inline constexpr const char* kConfigPath = "/pps/services/radioctrl/modem0/diag/config";
+// diag/config as the screen creates it: its owner and the screen's group
+// (the creator's primary group, e.g. `radio`) may write, nobody else may
+// even read it, so no other local user can change or wipe the settings.
+inline constexpr unsigned kConfigMode = 0660;
+// How long a settings write waits for the broker to confirm it.
+inline constexpr int kConfirmWaitMs = 5000;
 inline constexpr const char* kStatusDir = "/pps/services/radioctrl/modem0/diag/";
 
 struct ReportInfo {
@@ -60,8 +66,11 @@ nlohmann::ordered_json ToJson(const std::vector<Attribute>& attrs);
 // (an object can hold anything) are replaced rather than thrown on.
 std::string JsonText(const nlohmann::ordered_json& json, int indent = -1);
 
-// Writes "name::value" lines to diag/config as one message. Returns an
-// error text, empty on success.
+// Writes "name::value" lines to diag/config as one message (creating it
+// with kConfigMode). Returns an error text, empty once the broker has
+// confirmed the write (applied and stored).
 std::string WriteConfig(const std::vector<std::pair<std::string, std::string>>& settings);
+// The same for PPS text already made.
+std::string WriteConfigText(const std::string& message);
 
 }  // namespace fieldtest

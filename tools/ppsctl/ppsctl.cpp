@@ -35,6 +35,12 @@ constexpr int kExitTimeout = 3;
 
 using Clock = std::chrono::steady_clock;
 
+// How long a write waits for the broker to confirm it.
+constexpr int kConfirmWaitMs = 5000;
+// Objects ppsctl creates: the owner and its group may write, nobody else
+// (e.g. diag/config, which the screen's group writes).
+constexpr mode_t kDefaultMode = 0660;
+
 const char* const kMainHelp =
     "usage: ppsctl VERB [OPTIONS] ...\n"
     "\n"
@@ -59,9 +65,11 @@ const char* HelpFor(const std::string& verb) {
                "attribute.\n";
     if (verb == "write")
         return "usage: ppsctl write [--mode OCTAL] PATH LINE...\n\n"
-               "Writes the lines as one message; the object is created (mode 0666 unless\n"
-               "--mode) if it is missing. A LINE may start with '-' (a deletion): options\n"
-               "go before PATH.\n";
+               "Writes the lines as one message; the object is created (mode 0660, owner\n"
+               "and group may write, unless --mode) if it is missing. Exits 0 only once the\n"
+               "broker confirms the write applied and stored; a write it cannot store\n"
+               "(a full disk) exits 1. A LINE may start with '-' (a deletion): options go\n"
+               "before PATH.\n";
     if (verb == "watch")
         return "usage: ppsctl watch [--count N] [--timeout SEC] [--initial] PATH\n\n"
                "Prints each change of the object as the broker delivers it: \"@name\" and\n"
@@ -196,7 +204,7 @@ int CmdRead(const std::vector<std::string>& args) {
 }
 
 int CmdWrite(std::vector<std::string> args) {
-    mode_t mode = 0666;
+    mode_t mode = kDefaultMode;
     while (!args.empty() && args[0].rfind("--", 0) == 0) {
         if (args[0] == "--mode" && args.size() >= 2) {
             char* end = nullptr;
@@ -224,25 +232,29 @@ int CmdWrite(std::vector<std::string> args) {
         ::close(fd);
         return Fail(path, n < 0 ? saved : EIO);
     }
-    // The broker applies the write after it has returned: end the sending
-    // side and wait for the broker to close, reading the notice of a write it
-    // refused (too large, object too big) on the way.
-    int code = ::shutdown(fd, SHUT_WR) == 0 ? 0 : errno;
-    auto deadline = Clock::now() + std::chrono::seconds(5);
-    std::string notice;
-    int got = 0;
-    while (code == 0 && (got = ReadMessage(fd, &notice, &deadline)) == 1) {
-        if (notice.rfind(pps_wire::kErrorNotice, 0) == 0)
-            code = std::atoi(notice.c_str() + std::strlen(pps_wire::kErrorNotice));
-    }
-    saved = errno;
+    // The broker applies the write after it has returned: only its explicit
+    // confirmation (applied, and stored when the object persists) is success;
+    // a broker that closes or dies first has confirmed nothing.
+    int code = pps_sync(fd, kConfirmWaitMs);
     ::close(fd);
-    if (code != 0) return Fail(path, code);
-    if (got == 0) {
+    if (code == 0) return kExitOk;
+    if (code == ETIMEDOUT) {
         std::fprintf(stderr, "ppsctl: %s: the broker did not confirm the write\n", path.c_str());
         return kExitTimeout;
     }
-    return got == -2 ? kExitOk : Fail(path, saved);
+    if (code == ECONNRESET) {
+        std::fprintf(stderr, "ppsctl: %s: the broker went away before it confirmed the write\n",
+                     path.c_str());
+        return kExitError;
+    }
+    if (code == ENOSPC || code == EDQUOT || code == EIO) {
+        std::fprintf(stderr,
+                     "ppsctl: %s: the broker could not store the write: %s (it keeps trying; "
+                     "not confirmed)\n",
+                     path.c_str(), std::strerror(code));
+        return kExitError;
+    }
+    return Fail(path, code);
 }
 
 int CmdWatch(const std::vector<std::string>& args) {
