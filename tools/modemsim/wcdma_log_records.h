@@ -1,8 +1,7 @@
-// The WCDMA and UMTS NAS log records modemsim writes. These codes carry no
-// version byte and the DIAG library delivers them as they come, so this is
-// the one layout each has; no public capture holds them (captures/README.md
-// lists them as absent), so modemsim writes them as the packets are
-// documented for this system, in its own description.
+// The WCDMA and UMTS NAS log records modemsim writes, field by field.
+// These codes carry no version byte and the DIAG library delivers them as
+// they come, so each has one layout. No public capture holds them
+// (captures/README.md lists them as absent).
 //
 // Offsets count from the start of the log record: the 12-byte log header,
 // then the payload (record byte 12 is payload byte 0). Multi-byte fields
