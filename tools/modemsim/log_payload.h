@@ -1,10 +1,15 @@
 // One DIAG log packet's payload as a world builds it, and the writer that
-// fills it. A payload has a fixed size and starts zero-filled; a write past
-// its end is dropped, so a long list can never overrun it.
+// fills it. The writer is given the size of the whole log record and takes
+// offsets from the record's start, as the record descriptions
+// (lte_log_records.h, wcdma_log_records.h) give them; the payload it holds
+// is the record less its 12-byte log header, which the DIAG side puts in
+// front. A payload starts zero-filled; a write outside it is dropped, so a
+// long list can never overrun it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -17,41 +22,39 @@ struct LogPayload {
     std::vector<uint8_t> payload;
 };
 
-// The 12-byte log header a record puts before its payload: a layout field
-// at snapshot offset k is payload byte k - 12.
+// Length, code and timestamp, before every payload.
 inline constexpr size_t kLogHeaderSize = 12;
 
 class PayloadWriter {
   public:
-    explicit PayloadWriter(size_t size) : bytes_(size, 0) {}
+    explicit PayloadWriter(size_t record_size)
+        : bytes_(record_size > kLogHeaderSize ? record_size - kLogHeaderSize : 0, 0) {}
 
-    // Little-endian at a payload offset.
-    void U8(size_t offset, uint64_t value) { Put(offset, 1, value); }
-    void U16(size_t offset, uint64_t value) { Put(offset, 2, value); }
-    void U32(size_t offset, uint64_t value) { Put(offset, 4, value); }
-
-    // A named layout field, whose offset counts from the start of the log
-    // record; a field inside the header is not the payload's to write.
+    // A field at its record offset, little-endian.
     template <class T>
     void Set(rt::Field<T> field, int64_t value) {
-        if (field.offset < kLogHeaderSize) return;
-        Put(field.offset - kLogHeaderSize, sizeof(T), static_cast<uint64_t>(value));
+        SetIn(0, field, value);
     }
-
-    // A field of a record inside the payload (an RLC statistics entry, a
-    // bearer list entry), whose offset counts from the record's start.
+    // A field of an entry inside the record (a list entry, a statistics
+    // entry) that starts at record offset `entry`.
     template <class T>
-    void SetIn(size_t record_start, rt::Field<T> field, int64_t value) {
-        Put(record_start + field.offset, sizeof(T), static_cast<uint64_t>(value));
+    void SetIn(size_t entry, rt::Field<T> field, int64_t value) {
+        size_t at = entry + field.offset;
+        for (size_t i = 0; i < sizeof(T); ++i) Put(at + i, uint8_t(uint64_t(value) >> (8 * i)));
+    }
+    // Bytes as they are, from a record offset (BCD octets, big-endian ids).
+    void Bytes(size_t at, std::span<const uint8_t> bytes) {
+        for (size_t i = 0; i < bytes.size(); ++i) Put(at + i, bytes[i]);
     }
 
-    size_t size() const { return bytes_.size(); }
+    size_t record_size() const { return kLogHeaderSize + bytes_.size(); }
     std::vector<uint8_t> Take() { return std::move(bytes_); }
 
   private:
-    void Put(size_t offset, size_t width, uint64_t value) {
-        if (offset > bytes_.size() || width > bytes_.size() - offset) return;
-        for (size_t i = 0; i < width; ++i) bytes_[offset + i] = uint8_t(value >> (8 * i));
+    void Put(size_t record_offset, uint8_t byte) {
+        if (record_offset < kLogHeaderSize || record_offset - kLogHeaderSize >= bytes_.size())
+            return;
+        bytes_[record_offset - kLogHeaderSize] = byte;
     }
     std::vector<uint8_t> bytes_;
 };

@@ -1,33 +1,25 @@
-// The DIAG log payloads of the LTE world (lte_world.h) at one moment, laid
-// out at the named fields of diaglog/log_layouts.h (whose offsets count
-// from the start of the log record, so a field at offset k is payload byte
-// k - 12). Multi-byte fields are little-endian except the UE identity's
-// PLMN octets and M-TMSI, which are big-endian.
+// The DIAG log payloads of the LTE world (lte_world.h) at one moment, in
+// the versions today's modems send (lte_log_records.h describes each):
 //
-//   0xB0C2 serving cell (25)        version 2; PCI, DL/UL EARFCN, DL/UL
-//                                   bandwidth in RBs, cell id, TAC, band,
-//                                   MCC, MNC digits (record byte 33), MNC
-//   0xB179 measurements (340)       EARFCN, PCI, raw RSRP and RSRQ
-//   0xB17F serving RSSI (27)        version 3; the RSSI word holds
-//                                   v = (dBm + 110) * 16 in bits 10 to 23
-//   0xB19B WCDMA neighbours (520)   UARFCN, count, RSCP of entries 1..31
-//   0xB185 CDMA neighbours (205)    three entries: pilot PN, RSSI, Ec/Io
-//   0xB0EE UE identity (19)         PLMN octets, valid, type, MMEGI, MMEC,
+//   0xB0C2 serving cell, v3         PCI, DL/UL EARFCN, DL/UL bandwidth in
+//                                   RBs, cell id, TAC, band, MCC, MNC digits,
+//                                   MNC
+//   0xB179 measurements, v4         primary cell (index 0): EARFCN, PCI, raw
+//                                   RSRP and RSRQ; no neighbour lists
+//   0xB17F serving RSSI, v5         EARFCN, PCI, the RSSI word
+//   0xB19B WCDMA neighbours         UARFCN, count, RSCP of entries 1..31
+//   0xB185 CDMA neighbours          three entries: pilot PN, RSSI, Ec/Io
+//   0xB0EE UE identity, v2          PLMN octets, valid, type, MMEGI, MMEC,
 //                                   M-TMSI (4 bytes, big-endian)
-//   0xB081 / 0xB091 RLC DL / UL configuration (variable): a 22-byte
-//                                   record header whose byte 21 counts the
-//                                   3-byte released records that follow
-//                                   record byte 24, then rb_count, then the
-//                                   bearer list: per bearer an entry of type
-//                                   1 (AM; 9 bytes DL, 14 UL) or 2 (UM; 8 DL,
-//                                   6 UL) with type, RB id, configuration
-//                                   index and kind (1 SRB, 2 DRB) at entry
-//                                   bytes 0, 1, 3 and 4
-//   0xB087 / 0xB097 RLC DL / UL statistics (variable): the entry count at
-//                                   record byte 20, then from record byte 29
-//                                   (DL) or 25 (UL) one 182- or 126-byte
-//                                   entry per configured bearer, in the
-//                                   list's order
+//   0xB081 / 0xB091 RLC DL / UL configuration, subpacket v1: the released
+//                                   records, then the bearer list, one entry
+//                                   per bearer (type 1 for AM, 2 for UM)
+//   0xB087 RLC DL statistics, subpacket v3: one 262-byte entry (64-bit byte
+//                                   counters) per bearer, in the list's order
+//   0xB097 RLC UL statistics, subpacket v1: one 126-byte entry per bearer
+//
+// The DIAG library brings the versioned ones to the layouts the daemon
+// reads, exactly as it does with a real modem's packets.
 #pragma once
 
 #include <cstdint>

@@ -1,13 +1,14 @@
 // libFuzzer target: any text given as a scenario's "lte" section. The world
 // built from it, at a moment taken from the input, must build its log
-// packets and its type-4 answer without fault, and the packets must store
-// into the daemon's snapshot store as a modem's would.
+// packets and its type-4 answer without fault, and the DIAG library must
+// take every packet, never drop one as malformed.
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
-#include "diaglog/log_snapshot_store.h"
 #include "platform/dmux/diag_packet.h"
+#include "platform/dmux/packet_versions/packet_translator.h"
 #include "tools/modemsim/lte_log_packets.h"
 #include "tools/modemsim/lte_world.h"
 #include "tools/modemsim/vendor_service.h"
@@ -19,9 +20,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The moment: from the input's length, so the same input is the same run.
     double seconds = double(size % 4096) * 7.3;
     modemsim::LteState state = world->At(seconds);
+    dmux::PacketTranslator translator;
     for (const modemsim::LogPayload& packet : modemsim::LteLogPayloads(state)) {
         std::vector<uint8_t> record = dmux::BuildLogRecord(packet.code, 1, packet.payload);
-        g_log_snapshot_store.Store(packet.code, record.data(), record.size());
+        if (translator.Translate(packet.code, record).verdict == dmux::VersionVerdict::kDropped)
+            std::abort();
     }
     modemsim::VendorService service(nlohmann::json::object(), nullptr, world);
     service.RatMeasValueAt(4, seconds);

@@ -2,71 +2,55 @@
 
 #include <algorithm>
 
-#include "platform/dmux/log_layouts.h"
+#include "tools/modemsim/wcdma_log_records.h"
 
 namespace modemsim {
 
 namespace {
 
-using Payload = PayloadWriter;
-
-// Payload sizes: what the daemon keeps of each code, less the 12-byte header.
-constexpr size_t kActiveSetSize = 75;
-constexpr size_t kMonitoredSetSize = 682;
-constexpr size_t kCellIdentitySize = 16;
-constexpr size_t kLocationSize = 9;
-constexpr size_t kReselectionSize = 546;
-constexpr size_t kCqiSize = 504;
-constexpr size_t kHsdpaRateSize = 157;
-constexpr size_t kTransportBlerSize = 75;
-constexpr size_t kHspaUeStateSize = 378;
-constexpr size_t kTxPowerSize = 17;
-constexpr size_t kCarrierRssiSize = 502;
-
-constexpr size_t kMaxActiveCells = 6;
-constexpr size_t kMaxCarriers = 3;
-constexpr size_t kMaxCarrierCells = 32;
-constexpr size_t kCqiSamples = 250;
-constexpr size_t kMaxTransportChannels = 8;
+namespace R = wcdma_record;
 
 std::vector<uint8_t> ActiveSet(const WcdmaState& state) {
-    Payload p(kActiveSetSize);
-    size_t count = std::min(state.active_set.size(), kMaxActiveCells);
-    p.U8(0, unsigned(count));
-    p.U16(1, state.uarfcn);
+    using F = R::ActiveSet;
+    PayloadWriter p(F::kSize);
+    size_t count = std::min(state.active_set.size(), F::kMaxCells);
+    p.Set(F::kCount, int64_t(count));
+    p.Set(F::kUarfcn, state.uarfcn);
     for (size_t k = 0; k < count; ++k) {
-        p.U16(3 + 12 * k + 1, state.active_set[k].psc);
-        p.U32(3 + 12 * k + 8, state.active_set[k].cell_id);
+        p.Set(F::Psc(k), state.active_set[k].psc);
+        p.Set(F::CellId(k), state.active_set[k].cell_id);
     }
     return p.Take();
 }
 
 std::vector<uint8_t> MonitoredSet(const WcdmaState& state) {
+    using F = R::MonitoredSet;
     std::vector<UmtsCarrier> carriers;
     if (!state.monitored_intra.empty()) carriers.push_back({state.uarfcn, state.monitored_intra});
     carriers.insert(carriers.end(), state.inter_freq.begin(), state.inter_freq.end());
-    if (carriers.size() > kMaxCarriers) carriers.resize(kMaxCarriers);
+    if (carriers.size() > F::kMaxBlocks) carriers.resize(F::kMaxBlocks);
 
-    Payload p(kMonitoredSetSize);
-    p.U8(0, unsigned(carriers.size()));
+    PayloadWriter p(F::kSize);
+    p.Set(F::kBlockCount, int64_t(carriers.size()));
     for (size_t f = 0; f < carriers.size(); ++f) {
-        size_t block = 1 + 227 * f;
-        size_t count = std::min(carriers[f].cells.size(), kMaxCarrierCells);
-        p.U16(block, carriers[f].uarfcn);
-        p.U8(block + 2, unsigned(count));
+        size_t block = F::Block(f);
+        size_t count = std::min(carriers[f].cells.size(), F::kMaxCells);
+        p.SetIn(block, F::kBlockUarfcn, carriers[f].uarfcn);
+        p.SetIn(block, F::kBlockCellCount, int64_t(count));
         for (size_t d = 0; d < count; ++d) {
-            p.U16(block + 3 + 7 * d, carriers[f].cells[d].psc);
-            p.U32(block + 3 + 7 * d + 3, carriers[f].cells[d].cell_id);
+            p.SetIn(block, F::CellPsc(d), carriers[f].cells[d].psc);
+            p.SetIn(block, F::CellId(d), carriers[f].cells[d].cell_id);
         }
     }
     return p.Take();
 }
 
 std::vector<uint8_t> CellIdentity(const WcdmaState& state) {
-    Payload p(kCellIdentitySize);
-    if (!state.active_set.empty()) p.U32(8, state.active_set[0].cell_id);
-    p.U16(12, state.ura);
-    p.U8(14, state.barred ? 0 : 1);
+    using F = R::CellIdentity;
+    PayloadWriter p(F::kSize);
+    if (!state.active_set.empty()) p.Set(F::kCellId, state.active_set[0].cell_id);
+    p.Set(F::kUra, state.ura);
+    p.Set(F::kNotBarred, state.barred ? 0 : 1);
     return p.Take();
 }
 
@@ -80,114 +64,112 @@ std::vector<uint8_t> Location(const WcdmaState& state) {
     } else {
         mnc1 = state.mnc / 100 % 10, mnc2 = state.mnc / 10 % 10, mnc3 = state.mnc % 10;
     }
-    Payload p(kLocationSize);
-    p.U8(2, unsigned(mcc2 << 4 | mcc1));
-    p.U8(3, unsigned(mnc3 << 4 | mcc3));
-    p.U8(4, unsigned(mnc2 << 4 | mnc1));
-    p.U16(5, state.lac);
-    p.U8(7, state.rac);
+    using F = R::Location;
+    PayloadWriter p(F::kSize);
+    p.Bytes(F::kPlmn, std::vector<uint8_t>{uint8_t(mcc2 << 4 | mcc1), uint8_t(mnc3 << 4 | mcc3),
+                                           uint8_t(mnc2 << 4 | mnc1)});
+    p.Set(F::kLac, state.lac);
+    p.Set(F::kRac, state.rac);
     return p.Take();
 }
 
 std::vector<uint8_t> Reselection(const WcdmaState& state) {
-    Payload p(kReselectionSize);
-    for (size_t i = 0; i < std::min(state.active_set.size(), kMaxActiveCells); ++i) {
-        p.U16(7 + 10 * i, uint16_t(state.Srxlev(state.active_set[i])));
-        p.U16(10 + 10 * i, uint16_t(state.Squal(state.active_set[i])));
+    using F = R::Reselection;
+    PayloadWriter p(F::kSize);
+    for (size_t i = 0; i < std::min(state.active_set.size(), R::ActiveSet::kMaxCells); ++i) {
+        p.Set(F::Srxlev(i), state.Srxlev(state.active_set[i]));
+        p.Set(F::Squal(i), state.Squal(state.active_set[i]));
     }
     return p.Take();
 }
 
 std::vector<uint8_t> Cqi(const WcdmaState& state) {
-    Payload p(kCqiSize);
-    p.U8(0, unsigned(state.cqi_format));
-    p.U8(1, kCqiSamples - 1);
+    using F = R::Cqi;
+    PayloadWriter p(F::kSize);
+    p.Set(F::kFormat, state.cqi_format);
+    p.Set(F::kPosition, F::kSamples - 1);
     uint16_t sample = CqiSample(state);
-    for (size_t k = 0; k < kCqiSamples; ++k) p.U16(4 + 2 * k, sample);
+    for (size_t k = 0; k < F::kSamples; ++k) p.Set(F::Sample(k), sample);
     return p.Take();
 }
 
 std::vector<uint8_t> HsdpaRate(const WcdmaState& state) {
-    Payload p(kHsdpaRateSize);
-    p.U8(0, 0);
-    p.U16(1 + 13, state.hsdpa_rate);
+    using F = R::HsdpaRate;
+    PayloadWriter p(F::kSize);
+    p.Set(F::kSelector, 0);
+    p.Set(F::Rate(0), state.hsdpa_rate);
     return p.Take();
 }
 
 std::vector<uint8_t> TransportBler(const WcdmaState& state) {
-    Payload p(kTransportBlerSize);
-    size_t count = std::min(state.transport_channels.size(), kMaxTransportChannels);
-    p.U8(0, unsigned(count));
+    using F = R::TransportBler;
+    PayloadWriter p(F::kSize);
+    size_t count = std::min(state.transport_channels.size(), F::kMaxChannels);
+    p.Set(F::kCount, int64_t(count));
     for (size_t k = 0; k < count; ++k) {
-        p.U8(3 + 9 * k, state.transport_channels[k].id);
-        p.U32(3 + 9 * k + 5, state.transport_channels[k].bler);
+        p.Set(F::ChannelId(k), state.transport_channels[k].id);
+        p.Set(F::Bler(k), state.transport_channels[k].bler);
     }
     return p.Take();
 }
 
 std::vector<uint8_t> HspaUeState(const WcdmaState& state) {
-    Payload p(kHspaUeStateSize);
-    p.U8(0, state.ue_state);
-    p.U8(1, state.irat_cm);
-    p.U16(2, state.irat_ch);
-    p.U8(4, uint8_t(state.irat_carrier_rssi));
+    using F = R::HspaUeState;
+    PayloadWriter p(F::kSize);
+    p.Set(F::kUeState, state.ue_state);
+    p.Set(F::kIratCm, state.irat_cm);
+    p.Set(F::kIratChannel, state.irat_ch);
+    p.Set(F::kIratCarrierRssi, state.irat_carrier_rssi);
     return p.Take();
 }
 
 std::vector<uint8_t> TxPower(const WcdmaState& state) {
-    Payload p(kTxPowerSize);
-    p.U8(0, uint8_t(state.tx_power));
-    p.U8(4, state.pc_algorithm);
-    p.U8(5, state.pc_step);
+    using F = R::TxPower;
+    PayloadWriter p(F::kSize);
+    p.Set(F::kPower, state.tx_power);
+    p.Set(F::kAlgorithm, state.pc_algorithm);
+    p.Set(F::kStep, state.pc_step);
     return p.Take();
 }
 
 std::vector<uint8_t> CarrierRssi(const WcdmaState& state) {
-    Payload p(kCarrierRssiSize);
-    p.U16(2, uint16_t(RawCarrierRssi(state.carrier_rssi)));
+    PayloadWriter p(R::CarrierRssi::kSize);
+    p.Set(R::CarrierRssi::kRaw, RawCarrierRssi(state.carrier_rssi));
     return p.Take();
 }
 
-// The codes the umtsopinfo and bearer reports read, written at their
-// layouts' fields.
-namespace L = log_layout;
-
-template <class Layout>
-PayloadWriter FixedPayload() {
-    return PayloadWriter(Layout::kSize - kLogHeaderSize);
-}
-
-template <class Layout>
 std::vector<uint8_t> UpdateStatus(uint8_t status) {
-    PayloadWriter p = FixedPayload<Layout>();
-    p.Set(Layout::kStatus, status);
+    PayloadWriter p(R::UpdateStatus::kSize);
+    p.Set(R::UpdateStatus::kStatus, status);
     return p.Take();
 }
 
 std::vector<uint8_t> Drx(const WcdmaState& state) {
-    PayloadWriter p = FixedPayload<L::Drx>();
-    p.Set(L::Drx::kValue, state.drx);
+    PayloadWriter p(R::Drx::kSize);
+    p.Set(R::Drx::kValue, state.drx);
     return p.Take();
 }
 
 std::vector<uint8_t> PdpQos(const WcdmaState& state) {
-    PayloadWriter p = FixedPayload<L::PdpQos>();
-    static_assert(std::tuple_size_v<QosCodes> == L::PdpQos::kCodeCount);
-    for (size_t i = 0; i < state.qos.size(); ++i) p.Set(L::PdpQos::CodeAt(i), state.qos[i]);
+    using F = R::PdpQos;
+    PayloadWriter p(F::kSize);
+    static_assert(std::tuple_size_v<QosCodes> == F::kCodes);
+    for (size_t i = 0; i < state.qos.size(); ++i) p.Set(F::Code(i), state.qos[i]);
     return p.Take();
 }
 
 std::vector<uint8_t> IratCompressedMode(const WcdmaState& state) {
-    PayloadWriter p = FixedPayload<L::IratCompressedMode>();
-    p.Set(L::IratCompressedMode::kFlag, state.irat_cm);
+    PayloadWriter p(R::IratCompressedMode::kSize);
+    p.Set(R::IratCompressedMode::kFlag, state.irat_cm);
     return p.Take();
 }
 
-std::vector<uint8_t> RabIds(const WcdmaState& state) {
-    PayloadWriter p = FixedPayload<L::RabId>();
-    p.Set(L::RabId::kSelector, int64_t(state.rab));
-    for (size_t n = 0; n < std::min(state.rab_ids.size(), L::RabId::kMaxEntries); ++n)
-        p.Set(L::RabId::EntryRabId(n), state.rab_ids[n]);
+std::vector<uint8_t> Rabs(const WcdmaState& state) {
+    using F = R::Rabs;
+    PayloadWriter p(F::kSize);
+    p.Set(F::kSelector, int64_t(state.rab));
+    for (size_t n = 0; n < std::min(state.rab_ids.size(), F::kMaxEntries); ++n)
+        p.Set(F::RabId(n), state.rab_ids[n]);
     return p.Take();
 }
 
@@ -219,24 +201,25 @@ int16_t RawCarrierRssi(int dbm) {
 }
 
 std::vector<LogPayload> WcdmaLogPayloads(const WcdmaState& state) {
+    using U = R::UpdateStatus;
     return {
-        {0x4110, ActiveSet(state)},
-        {0x4111, MonitoredSet(state)},
-        {0x4127, CellIdentity(state)},
-        {0x7135, Location(state)},
-        {0x4005, Reselection(state)},
-        {0x421C, Cqi(state)},
-        {0x4138, HsdpaRate(state)},
-        {0x4116, TransportBler(state)},
-        {0x4156, HspaUeState(state)},
-        {0x410C, TxPower(state)},
-        {0x4165, CarrierRssi(state)},
-        {L::MmUpdateStatus::kCode, UpdateStatus<L::MmUpdateStatus>(state.mm_status)},
-        {L::GmmUpdateStatus::kCode, UpdateStatus<L::GmmUpdateStatus>(state.gmm_status)},
-        {L::Drx::kCode, Drx(state)},
-        {L::PdpQos::kCode, PdpQos(state)},
-        {L::IratCompressedMode::kCode, IratCompressedMode(state)},
-        {L::RabId::kCode, RabIds(state)},
+        {R::ActiveSet::kCode, ActiveSet(state)},
+        {R::MonitoredSet::kCode, MonitoredSet(state)},
+        {R::CellIdentity::kCode, CellIdentity(state)},
+        {R::Location::kCode, Location(state)},
+        {R::Reselection::kCode, Reselection(state)},
+        {R::Cqi::kCode, Cqi(state)},
+        {R::HsdpaRate::kCode, HsdpaRate(state)},
+        {R::TransportBler::kCode, TransportBler(state)},
+        {R::HspaUeState::kCode, HspaUeState(state)},
+        {R::TxPower::kCode, TxPower(state)},
+        {R::CarrierRssi::kCode, CarrierRssi(state)},
+        {U::kMmCode, UpdateStatus(state.mm_status)},
+        {U::kGmmCode, UpdateStatus(state.gmm_status)},
+        {R::Drx::kCode, Drx(state)},
+        {R::PdpQos::kCode, PdpQos(state)},
+        {R::IratCompressedMode::kCode, IratCompressedMode(state)},
+        {R::Rabs::kCode, Rabs(state)},
     };
 }
 
