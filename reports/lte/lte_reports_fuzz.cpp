@@ -12,7 +12,7 @@
 #include "reports/lte/lte_op_info.h"
 #include "reports/lte/rlc_stats.h"
 #include "service/report_writer.h"
-#include "testsupport/fuzz_report_input.h"
+#include "reports/report_fuzz_input.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ constexpr uint16_t kCodes[] = {0xB0C2, 0xB0EE, 0xB179, 0xB17F, 0xB185,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    RatMeasInfoResponse response = rt::test::StoreFuzzInput(data, size, kCodes);
+    RatMeasInfoResponse response = rt::fuzz::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
     PublishLteCellsAndNeighbours(report);

@@ -15,7 +15,7 @@
 #include "reports/lte/umts_op_info.h"
 #include "reports/wcdma/umts_neighbours.h"
 #include "service/report_writer.h"
-#include "testsupport/fuzz_report_input.h"
+#include "reports/report_fuzz_input.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ constexpr uint16_t kCodes[] = {0x7131, 0x7130, 0x4004, 0x7136, 0x4000, 0x413A};
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    RatMeasInfoResponse response = rt::test::StoreFuzzInput(data, size, kCodes);
+    RatMeasInfoResponse response = rt::fuzz::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
     PublishUmtsMobility(report);

@@ -13,7 +13,7 @@
 #include "reports/wcdma/tch_tx_pwr.h"
 #include "reports/wcdma/umts_neighbours.h"
 #include "service/report_writer.h"
-#include "testsupport/fuzz_report_input.h"
+#include "reports/report_fuzz_input.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ constexpr uint16_t kCodes[] = {0x4005, 0x410C, 0x4110, 0x4111, 0x4116, 0x4125,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    RatMeasInfoResponse response = rt::test::StoreFuzzInput(data, size, kCodes);
+    RatMeasInfoResponse response = rt::fuzz::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
     int active_set_count = 1;

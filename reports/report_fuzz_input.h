@@ -14,7 +14,7 @@
 #include "diaglog/log_snapshot_store.h"
 #include "qmi/vendor_requests.h"
 
-namespace rt::test {
+namespace rt::fuzz {
 
 inline RatMeasInfoResponse StoreFuzzInput(const uint8_t* data, size_t size,
                                           std::span<const uint16_t> codes) {
@@ -31,4 +31,4 @@ inline RatMeasInfoResponse StoreFuzzInput(const uint8_t* data, size_t size,
     return response;
 }
 
-}  // namespace rt::test
+}  // namespace rt::fuzz
