@@ -26,7 +26,9 @@ using Clock = std::chrono::steady_clock;
 
 std::atomic<uint64_t> g_delivered{0};
 
-void Count(void*, uint32_t, const uint8_t*, uint32_t) { g_delivered.fetch_add(1); }
+void Count(void*, uint32_t, const uint8_t*, uint32_t) {
+    g_delivered.fetch_add(1);
+}
 
 // What the capture holds for a client that enables every code: the
 // library's own reading of the whole file, with no connection and no race.

@@ -191,8 +191,8 @@ TEST(TetheringProcessTest, CutLineIsNeverAppliedAndAHungToolDoesNotDelayTheEnd) 
     const std::string tether = "tether_enable::10";
     const size_t pad = 4095 - std::string("@config\n").size() - (tether.size() - 1) - 1;
     ASSERT_TRUE(fixture.WriteConfig({"pad::" + std::string(pad - 5, 'x'), tether}));
-    EXPECT_TRUE(fixture.daemon().WaitForStderr(
-        "cut line 'tether_enable::1' and what follows dropped"))
+    EXPECT_TRUE(
+        fixture.daemon().WaitForStderr("cut line 'tether_enable::1' and what follows dropped"))
         << fixture.daemon().Stderr();
     // A request answered: the daemon is done with that change (one thread).
     ASSERT_FALSE(fixture.Request("radiostats", "1").empty());

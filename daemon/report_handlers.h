@@ -6,8 +6,7 @@
 
 struct TavoraContext;
 
-// Registers every report handler built so far, in this order: radionwinfo,
-// radiostats, umtsopinfo, hspaopinfo, lteopinfo, bearer, tchtxpwr,
-// 3gpp2info; each with the context as argument. A name without a handler
-// is not registered and reaches Tavora_Default.
+// Registers the handler of each report of reports/report_table.h, in its
+// order (radionwinfo, radiostats, umtsopinfo, hspaopinfo, lteopinfo,
+// bearer, tchtxpwr, 3gpp2info), each with the context as argument.
 void RegisterReportHandlers(PPSServer& server, TavoraContext* context);

@@ -18,9 +18,9 @@
 #include <mutex>
 #include <span>
 
-#include "platform/dmux/log_layouts.h"
 #include "diaglog/rlc_view.h"
 #include "diaglog/snapshot_view.h"
+#include "platform/dmux/log_layouts.h"
 
 // Fixed-size snapshots: the first `size` bytes of each packet of `code`.
 struct FixedSnapshotSize {

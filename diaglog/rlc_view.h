@@ -15,8 +15,8 @@
 #include <memory>
 #include <span>
 
-#include "platform/dmux/log_layouts.h"
 #include "platform/common/byte_layout.h"
+#include "platform/dmux/log_layouts.h"
 
 // The two bearer tables of one direction: position i holds the
 // configuration index and the kind (1 SRB, 2 DRB) of list entry i; 0xFF

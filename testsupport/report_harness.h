@@ -7,7 +7,7 @@
 //
 //   rt::test::ReportHarness harness;
 //   rt::test::LogPacket(0x4110, 87).U8(12, 2).U16(13, 10700).Deliver();
-//   std::string report = harness.Run(GetRadioNwInfo, "radionwinfo");
+//   std::string report = harness.Run("radionwinfo");
 #pragma once
 
 #include <fcntl.h>
@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "diaglog/log_snapshot_store.h"
+#include "reports/report_table.h"
 #include "service/pps_server.h"
 #include "service/tavora_context.h"
 #include "service/tavora_strings.h"
@@ -105,8 +106,6 @@ class RatMeasResponse : public FieldBuilder {
 
 class ReportHarness {
   public:
-    using Handler = void (*)(PPSServer*, void*, uint64_t, const char*, const char*, const char*);
-
     ReportHarness() {
         g_log_snapshot_store.Reset();
         if (::pipe2(status_, O_CLOEXEC | O_NONBLOCK) == 0) {
@@ -123,9 +122,10 @@ class ReportHarness {
     }
     bool ok() const { return server_ok_ && status_[0] >= 0; }
 
-    // Runs the handler as client 5 with id 17 and returns what it wrote.
-    std::string Run(Handler handler, const char* msg) {
-        handler(&server_, &context_, 5, msg, "17", nullptr);
+    // Runs the report's handler as client 5 with id 17 and returns what it
+    // wrote.
+    std::string Run(const char* msg) {
+        ReportHandlerFor(msg)(&server_, &context_, 5, msg, "17", nullptr);
         std::string out;
         char buffer[4096];
         ssize_t n;

@@ -31,6 +31,16 @@ struct Field {
     size_t offset;
 };
 
+// Bits `first` to `first + count - 1` of an unsigned field.
+template <class T>
+struct Bits {
+    static_assert(std::is_unsigned_v<T>, "bit fields are read from unsigned words");
+    Field<T> field;
+    unsigned first;
+    unsigned count;
+    constexpr T Of(T word) const { return (word >> first) & static_cast<T>((T{1} << count) - 1); }
+};
+
 class FieldReader {
   public:
     explicit FieldReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}

@@ -101,7 +101,8 @@ struct CellIdentity {
     static constexpr size_t kSize = 28;
     static constexpr rt::Field<uint32_t> kCellId{20};
     static constexpr rt::Field<uint16_t> kUra{24};
-    static constexpr rt::Field<uint8_t> kAccessFlags{26};  // bit 0 set: not barred
+    static constexpr rt::Field<uint8_t> kAccessFlags{26};
+    static constexpr uint8_t kNotBarred = 0x01;  // the bit of kAccessFlags
 };
 
 // 0x4138: HSDPA rate, a selector and four 39-byte records.
@@ -280,6 +281,7 @@ struct LteServingRssi {
     static constexpr rt::Field<uint32_t> kAverageRsrp{24};
     static constexpr rt::Field<uint32_t> kRsrq{28};
     static constexpr rt::Field<uint32_t> kRssiWord{32};
+    static constexpr rt::Bits<uint32_t> kRssi{kRssiWord, 10, 14};
 };
 
 // 0xB185: three 6-byte CDMA neighbour entries.

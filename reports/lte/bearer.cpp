@@ -44,11 +44,3 @@ void PublishBearer(ReportWriter& report) {
     PublishQos(report);
     report.IntOr("rab_id", SelectedRabId(g_log_snapshot_store.View(RabId::kCode)));
 }
-
-void GetBearerInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->data_fd : -1);
-    PublishBearer(report);
-    report.WriteAndReply(server, {client_id, msg, id, dat});
-}

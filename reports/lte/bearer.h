@@ -17,7 +17,3 @@ std::optional<int32_t> SelectedRabId(const SnapshotView& rabs);
 
 // The report's attributes, in order.
 void PublishBearer(ReportWriter& report);
-
-// Command handler of "bearer"; arg is the TavoraContext.
-void GetBearerInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat);

@@ -13,7 +13,7 @@ using rt::test::LogPacket;
 
 class BearerTest : public testing::Test {
   protected:
-    std::string Report() { return harness_.Run(GetBearerInfo, "bearer"); }
+    std::string Report() { return harness_.Run("bearer"); }
     rt::test::ReportHarness harness_;
 };
 

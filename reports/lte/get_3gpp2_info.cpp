@@ -36,10 +36,7 @@ void AddNumber(ReportWriter* report, const char* name, uint8_t value) {
 
 }  // namespace
 
-void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
-                  const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->cdma_fd : -1);
+void Publish3GPP2Info(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
     int status = radio_tavora_vendor_misc_info(&misc_info_record);
     if (status != 0) {
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
@@ -55,5 +52,4 @@ void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* 
         AddNumber(&report, "sci", misc_info_record.sci);
         AddText(&report, "model", FieldText(misc_info_record.model));
     }
-    report.WriteAndReply(server, {client_id, msg, id, dat});
 }

@@ -8,7 +8,8 @@
 #include "qmi/vendor_requests.h"
 
 class PPSServer;
+struct TavoraContext;
+class ReportWriter;
 
-// Command handler of "3gpp2info"; arg is the TavoraContext.
-void Get3GPP2Info(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
-                  const char* dat);
+// The 3gpp2info report, written into `report` (context: the daemon's, or null).
+void Publish3GPP2Info(ReportWriter& report, TavoraContext* context);

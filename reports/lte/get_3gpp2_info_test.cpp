@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/qnx/slogf.h"
+#include "reports/report_table.h"
 #include "service/pps_server.h"
 #include "service/tavora_context.h"
 #include "service/tavora_strings.h"
@@ -37,7 +38,7 @@ class Get3GPP2InfoTest : public testing::Test {
     }
     // Runs the handler and returns what it wrote to diag/status_3gpp2.
     std::string Run() {
-        Get3GPP2Info(&server_, &context_, 5, "3gpp2info", "17", nullptr);
+        ReportHandlerFor("3gpp2info")(&server_, &context_, 5, "3gpp2info", "17", nullptr);
         char buffer[1024];
         ssize_t n = ::read(status_[0], buffer, sizeof buffer);
         return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";

@@ -1,24 +1,26 @@
 #include "reports/lte/lte_op_info.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "diaglog/log_snapshot_store.h"
 #include "reports/lte/apn_info.h"
 #include "reports/lte/lte_geran_meas_payload.h"
 #include "reports/lte/pdn_info.h"
 #include "reports/lte/rlc_stats.h"
+#include "reports/report_rows.h"
 #include "service/report_writer.h"
 #include "service/tavora_context.h"
 
 namespace {
 
+using log_layout::kVersion;
 using log_layout::LteCdmaNeighbours;
 using log_layout::LteServingCell;
 using log_layout::LteServingMeasurements;
 using log_layout::LteServingRssi;
 using log_layout::LteUeIdentity;
 using log_layout::LteWcdmaNeighbours;
-using log_layout::kVersion;
 
 // What the screen shows for a cell the modem has not described.
 constexpr const char* kDefaultBand = "13";
@@ -31,8 +33,10 @@ constexpr uint8_t kIdentityValid = 1;
 constexpr uint8_t kIdentityImsi = 1;
 constexpr uint8_t kIdentityGuti = 6;
 
-constexpr uint8_t kRssiPacketVersion = 3;
+// The RSSI runs from -110 to -10 dBm in steps of 16 raw units.
 constexpr uint32_t kRssiMaxRaw = 1600;
+constexpr uint32_t kRssiRawPerDb = 16;
+constexpr int32_t kRssiFloorDbm = -110;
 
 // GERAN cells published, at most.
 constexpr int kMaxGeranCells = 7;
@@ -45,11 +49,6 @@ constexpr const char* kApnNodes[] = {"Id", "Ip", "Enabled", "Timer", "Name"};
 // The packet-data connections, numbered 1 to 4 in this order.
 constexpr const char* kPdnNames[] = {"carrier_ims", "carrier_admin", "internet", "carrier_apps"};
 
-// Written "No data available!" when there is no valid identity.
-constexpr const char* kUeIdentityNames[] = {
-    "lte_ue_id",  "lte_mmegi", "lte_mmec", "lte_m_tmsi", "lte_s_tmsi",
-    "lte_gummei", "lte_guti",  "lte_ecgi", "lte_enb_id", "lte_global_enb_id"};
-
 // Signed, unsigned and wrapped 32-bit values all go out as PPS ints.
 int32_t AsInt(uint32_t value) {
     return static_cast<int32_t>(value);
@@ -57,51 +56,64 @@ int32_t AsInt(uint32_t value) {
 
 // Raw RSRP and RSRQ are in 1/16 dB above an offset; the division truncates
 // toward zero before the offset is taken away (-8 gives -180, not -180.5).
+constexpr int kRsrpOffsetDb = 180;
+constexpr int kRsrqOffsetDb = 30;
 double Sixteenths(int16_t raw, int offset) {
     return static_cast<double>(raw / 16 - offset);
 }
 
+// The sum of the three numbers, not their digits side by side.
+RowValue TrackingAreaIdentity(const SnapshotView& cell) {
+    const uint32_t mcc = cell.Get(LteServingCell::kMcc);
+    return RowValue::Int(
+        AsInt(mcc + cell.Get(LteServingCell::kTac) + cell.Get(LteServingCell::kMnc)));
+}
+template <auto kRbField>
+RowValue BandwidthMhz(const SnapshotView& cell) {
+    return RowValue::Double(RbToBandwidthMhz(cell.Get(kRbField)));
+}
+RowValue UeCategory(const SnapshotView&) {
+    return RowValue::Int(kUeCategory);
+}
+
+// Without a cell, band, category and bandwidth show the defaults; with one,
+// lte_bandwidth is not written.
+constexpr Row<SnapshotView> kServingCellRows[] = {
+    {"lte_mcc", Number<LteServingCell::kMcc>},
+    {"lte_mnc", Number<LteServingCell::kMnc>},
+    {"lte_cellid", Number<LteServingCell::kCellId>},
+    {"lte_tac", Number<LteServingCell::kTac>},
+    {"lte_pci", Number<LteServingCell::kPci>},
+    {"lte_tai", TrackingAreaIdentity},
+    {"lte_dl_freq", Number<LteServingCell::kDlEarfcn>},
+    {"lte_ul_freq", Number<LteServingCell::kUlEarfcn>},
+    {"lte_dl_bandwidth", BandwidthMhz<LteServingCell::kDlBandwidthRb>},
+    {"lte_ul_bandwidth", BandwidthMhz<LteServingCell::kUlBandwidthRb>},
+    {"lte_band", Number<LteServingCell::kBand>, RowValue::Text(kDefaultBand)},
+    {"lte_category", UeCategory, RowValue::Text(kDefaultCategory)},
+    {"lte_bandwidth", Keep<SnapshotView>, RowValue::Text(kDefaultBandwidth)},
+};
+
 void PublishServingCell(ReportWriter& report) {
     const SnapshotView cell = g_log_snapshot_store.View(LteServingCell::kCode);
-    if (!cell.has_packet()) {
-        for (const char* name :
-             {"lte_mcc", "lte_mnc", "lte_cellid", "lte_tac", "lte_pci", "lte_tai", "lte_dl_freq",
-              "lte_ul_freq", "lte_dl_bandwidth", "lte_ul_bandwidth"})
-            report.NoData(name);
-        report.String("lte_band", kDefaultBand);
-        report.String("lte_category", kDefaultCategory);
-        report.String("lte_bandwidth", kDefaultBandwidth);
-        return;
-    }
-    const uint16_t mcc = cell.Get(LteServingCell::kMcc);
-    const uint16_t mnc = cell.Get(LteServingCell::kMnc);
-    const uint16_t tac = cell.Get(LteServingCell::kTac);
-    report.Int("lte_mcc", mcc);
-    report.Int("lte_mnc", mnc);
-    report.Int("lte_cellid", AsInt(cell.Get(LteServingCell::kCellId)));
-    report.Int("lte_tac", tac);
-    report.Int("lte_pci", cell.Get(LteServingCell::kPci));
-    // The sum of the three numbers, not their digits side by side.
-    report.Int("lte_tai", AsInt(uint32_t{mcc} + tac + mnc));
-    report.Int("lte_dl_freq", cell.Get(LteServingCell::kDlEarfcn));
-    report.Int("lte_ul_freq", cell.Get(LteServingCell::kUlEarfcn));
-    report.Double("lte_dl_bandwidth", RbToBandwidthMhz(cell.Get(LteServingCell::kDlBandwidthRb)));
-    report.Double("lte_ul_bandwidth", RbToBandwidthMhz(cell.Get(LteServingCell::kUlBandwidthRb)));
-    report.Int("lte_band", AsInt(cell.Get(LteServingCell::kBand)));
-    report.Int("lte_category", kUeCategory);
+    WriteRows<SnapshotView>(report, cell, kServingCellRows, cell.has_packet());
 }
+
+template <auto kRawField, int kOffset>
+RowValue Decibels(const SnapshotView& meas) {
+    return RowValue::Double(Sixteenths(meas.Get(kRawField), kOffset));
+}
+
+constexpr Row<SnapshotView> kServingMeasurementRows[] = {
+    {"lte_earfcn", Number<LteServingMeasurements::kEarfcn>},
+    {"lte_phycellid", Number<LteServingMeasurements::kPci>},
+    {"lte_rsrp", Decibels<LteServingMeasurements::kRawRsrp, kRsrpOffsetDb>},
+    {"lte_rsrq", Decibels<LteServingMeasurements::kRawRsrq, kRsrqOffsetDb>},
+};
 
 void PublishServingMeasurements(ReportWriter& report) {
     const SnapshotView meas = g_log_snapshot_store.View(LteServingMeasurements::kCode);
-    if (!meas.has_packet()) {
-        for (const char* name : {"lte_earfcn", "lte_phycellid", "lte_rsrp", "lte_rsrq"})
-            report.NoData(name);
-        return;
-    }
-    report.Int("lte_earfcn", meas.Get(LteServingMeasurements::kEarfcn));
-    report.Int("lte_phycellid", meas.Get(LteServingMeasurements::kPci));
-    report.Double("lte_rsrp", Sixteenths(meas.Get(LteServingMeasurements::kRawRsrp), 180));
-    report.Double("lte_rsrq", Sixteenths(meas.Get(LteServingMeasurements::kRawRsrq), 30));
+    WriteRows<SnapshotView>(report, meas, kServingMeasurementRows, meas.has_packet());
 }
 
 // A count above 31 is cut to the 31 entries the 532-byte snapshot holds,
@@ -207,72 +219,85 @@ void PublishLteGeranNeighbours(ReportWriter& report, const RatMeasInfoResponse& 
     report.Int("num_geran_meas", n);
 }
 
+namespace {
+
+RowValue ServingCellRssi(const SnapshotView& rssi) {
+    if (rssi.Get(kVersion) != LteServingRssi::kVersionValue) return RowValue::NoData();
+    const uint32_t raw = LteServingRssi::kRssi.Of(rssi.Get(LteServingRssi::kRssi.field));
+    if (raw > kRssiMaxRaw) return RowValue::NoData();
+    return RowValue::Int(static_cast<int32_t>(raw / kRssiRawPerDb) + kRssiFloorDbm);
+}
+constexpr Row<SnapshotView> kServingCellRssiRows[] = {{"lte_serv_cell_rssi", ServingCellRssi}};
+
+// The UE identity with the serving cell's values as they stand (an empty
+// cell snapshot gives 0). Sums in uint32_t wrap as the 32-bit identities do.
+struct UeIdentity {
+    uint8_t type;
+    uint32_t mcc, mnc, cell_id, mmegi, mmec;
+    uint32_t m_tmsi;  // its three high bytes; its low byte is not read
+    uint32_t plmn;
+
+    UeIdentity(const SnapshotView& id, const SnapshotView& cell)
+        : type(id.Get(LteUeIdentity::kIdentityType)),
+          mcc(cell.Get(LteServingCell::kMcc)),
+          mnc(cell.Get(LteServingCell::kMnc)),
+          cell_id(cell.Get(LteServingCell::kCellId)),
+          mmegi(id.Get(LteUeIdentity::kMmegi)),
+          mmec(id.Get(LteUeIdentity::kMmec)),
+          m_tmsi(BigEndian24(id.Get(LteUeIdentity::MTmsiByte(0)),
+                             id.Get(LteUeIdentity::MTmsiByte(1)),
+                             id.Get(LteUeIdentity::MTmsiByte(2)))
+                 << 8),
+          plmn(BigEndian24(id.Get(LteUeIdentity::PlmnByte(0)), id.Get(LteUeIdentity::PlmnByte(1)),
+                           id.Get(LteUeIdentity::PlmnByte(2)))) {}
+    uint32_t gummei() const { return mnc + mcc + mmegi + mmec; }
+    uint32_t ecgi() const { return cell_id + (plmn << 8); }
+};
+
+template <uint8_t kType>
+RowValue TypeMark(const UeIdentity& ue) {
+    if (ue.type != kType) return RowValue::Keep();
+    return RowValue::Text(kType == kIdentityImsi ? "imsi" : "guti");
+}
+template <auto kValue>
+RowValue Identity(const UeIdentity& ue) {
+    return RowValue::Int(AsInt(kValue(ue)));
+}
+
+// Without a valid identity every row but the two type marks is "No data
+// available!"; lte_ue_id is written only then.
+constexpr Row<UeIdentity> kUeIdentityRows[] = {
+    {"lte_ue_id", Keep<UeIdentity>},
+    {"lte_imsi_id", TypeMark<kIdentityImsi>, RowValue::Keep()},
+    {"lte_guti_id", TypeMark<kIdentityGuti>, RowValue::Keep()},
+    {"lte_mmegi", Identity<[](const UeIdentity& u) { return u.mmegi; }>},
+    {"lte_mmec", Identity<[](const UeIdentity& u) { return u.mmec; }>},
+    {"lte_m_tmsi", Identity<[](const UeIdentity& u) { return u.m_tmsi; }>},
+    {"lte_s_tmsi", Identity<[](const UeIdentity& u) { return u.m_tmsi + u.mcc; }>},
+    {"lte_gummei", Identity<[](const UeIdentity& u) { return u.gummei(); }>},
+    {"lte_guti", Identity<[](const UeIdentity& u) { return u.m_tmsi + u.gummei(); }>},
+    {"lte_ecgi", Identity<[](const UeIdentity& u) { return u.ecgi(); }>},
+    {"lte_enb_id", Identity<[](const UeIdentity& u) { return u.cell_id; }>},
+    {"lte_global_enb_id", Identity<[](const UeIdentity& u) { return u.ecgi(); }>},
+};
+
+}  // namespace
+
 void PublishLteServCellRssi(ReportWriter& report) {
     const SnapshotView rssi = g_log_snapshot_store.View(LteServingRssi::kCode);
-    if (!rssi.has_packet() || rssi.Get(kVersion) != kRssiPacketVersion) {
-        report.NoData("lte_serv_cell_rssi");
-        return;
-    }
-    const uint32_t v = (rssi.Get(LteServingRssi::kRssiWord) >> 10) & 0x3FFF;
-    if (v > kRssiMaxRaw) {
-        report.NoData("lte_serv_cell_rssi");
-        return;
-    }
-    // -110 to -10 dBm in steps of 16 raw units.
-    report.Int("lte_serv_cell_rssi", static_cast<int32_t>(v >> 4) - 110);
+    WriteRows<SnapshotView>(report, rssi, kServingCellRssiRows, rssi.has_packet());
 }
 
 void PublishLteUeIdentity(ReportWriter& report) {
     const SnapshotView id = g_log_snapshot_store.View(LteUeIdentity::kCode);
-    if (!id.has_packet() || id.Get(LteUeIdentity::kValid) != kIdentityValid) {
-        for (const char* name : kUeIdentityNames) report.NoData(name);
-        return;
-    }
-    switch (id.Get(LteUeIdentity::kIdentityType)) {
-        case kIdentityImsi:
-            report.String("lte_imsi_id", "imsi");
-            break;
-        case kIdentityGuti:
-            report.String("lte_guti_id", "guti");
-            break;
-        default:
-            break;
-    }
-    // The serving cell's values as they stand: an empty snapshot gives 0.
     const SnapshotView cell = g_log_snapshot_store.View(LteServingCell::kCode);
-    const uint32_t mcc = cell.Get(LteServingCell::kMcc);
-    const uint32_t mnc = cell.Get(LteServingCell::kMnc);
-    const uint32_t cell_id = cell.Get(LteServingCell::kCellId);
-    const uint32_t mmegi = id.Get(LteUeIdentity::kMmegi);
-    const uint32_t mmec = id.Get(LteUeIdentity::kMmec);
-    // The M-TMSI's three high bytes; its low byte is not read.
-    const uint32_t m_tmsi =
-        BigEndian24(id.Get(LteUeIdentity::MTmsiByte(0)), id.Get(LteUeIdentity::MTmsiByte(1)),
-                    id.Get(LteUeIdentity::MTmsiByte(2)))
-        << 8;
-    const uint32_t plmn =
-        BigEndian24(id.Get(LteUeIdentity::PlmnByte(0)), id.Get(LteUeIdentity::PlmnByte(1)),
-                    id.Get(LteUeIdentity::PlmnByte(2)));
-    // Sums in uint32_t wrap as the 32-bit identities do.
-    const uint32_t gummei = mnc + mcc + mmegi + mmec;
-    const uint32_t ecgi = cell_id + (plmn << 8);
-    report.Int("lte_mmegi", AsInt(mmegi));
-    report.Int("lte_mmec", AsInt(mmec));
-    report.Int("lte_m_tmsi", AsInt(m_tmsi));
-    report.Int("lte_s_tmsi", AsInt(m_tmsi + mcc));
-    report.Int("lte_gummei", AsInt(gummei));
-    report.Int("lte_guti", AsInt(m_tmsi + gummei));
-    report.Int("lte_ecgi", AsInt(ecgi));
-    report.Int("lte_enb_id", AsInt(cell_id));
-    report.Int("lte_global_enb_id", AsInt(ecgi));
+    const bool valid = id.has_packet() && id.Get(LteUeIdentity::kValid) == kIdentityValid;
+    WriteRows<UeIdentity>(report, UeIdentity(id, cell), kUeIdentityRows, valid);
 }
 
-void GetLteOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
-                  const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->eutra_fd : -1);
+void PublishLteRadio(ReportWriter& report, const std::function<void(ReportWriter&)>& geran) {
     PublishLteCellsAndNeighbours(report);
-    publishLteIratGeranInfo(report);
+    geran(report);
     // Each configuration step fills the bearer tables its status step reads.
     PublishRlcDlConfig(report);
     PublishRlcDlStatus(report);
@@ -280,11 +305,14 @@ void GetLteOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* 
     PublishRlcUlStatus(report);
     PublishLteServCellRssi(report);
     PublishLteUeIdentity(report);
+}
+
+void PublishLteOpInfo(ReportWriter& report, TavoraContext* context) {
+    PublishLteRadio(report, publishLteIratGeranInfo);
     // Each APN leaf is its own small report, written at once.
     for (int entry = 1; entry <= kApnEntries; ++entry) {
         for (const char* node : kApnNodes) GetAPNInfo(context, node, entry);
     }
     for (int entry = 1; entry <= static_cast<int>(std::size(kPdnNames)); ++entry)
         GetPDNInfo(kPdnNames[entry - 1], entry, report);
-    report.WriteAndReply(server, {client_id, msg, id, dat});
 }

@@ -8,10 +8,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "qmi/vendor_requests.h"
 
 class PPSServer;
+struct TavoraContext;
 class ReportWriter;
 
 // Resource blocks to MHz: 6, 15, 25, 50, 75, 100 give 1.4, 3, 5, 10, 15, 20;
@@ -34,6 +36,9 @@ void PublishLteServCellRssi(ReportWriter& report);
 // serving cell's values.
 void PublishLteUeIdentity(ReportWriter& report);
 
-// Command handler of "lteopinfo"; arg is the TavoraContext.
-void GetLteOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
-                  const char* dat);
+// Everything lteopinfo takes from the log packets, in the report's order,
+// with `geran` publishing the GERAN neighbours in their place.
+void PublishLteRadio(ReportWriter& report, const std::function<void(ReportWriter&)>& geran);
+
+// The lteopinfo report, written into `report` (context: the daemon's, or null).
+void PublishLteOpInfo(ReportWriter& report, TavoraContext* context);

@@ -102,7 +102,7 @@ void DeliverCell(const Cell& c) {
 class LteOpInfoTest : public testing::Test {
   protected:
     void TearDown() override { ResetVendorQmiForTest(); }
-    std::string Report() { return harness_.Run(GetLteOpInfo, "lteopinfo"); }
+    std::string Report() { return harness_.Run("lteopinfo"); }
     // The report's lines from the first one starting with `first` up to,
     // not including, the first one starting with `end`.
     Lines Section(const std::string& first, const std::string& end) {

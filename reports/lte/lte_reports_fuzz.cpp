@@ -1,6 +1,7 @@
 // libFuzzer target: arbitrary log packets and an arbitrary RAT measurement
-// response through the lteopinfo report's publishing steps (all but the
-// APN and PDN readers, which read PPS objects and have their own target).
+// response through what lteopinfo publishes of them (PublishLteRadio: all
+// but the APN and PDN readers, which read PPS objects and have their own
+// target).
 // The input's first 1331 bytes are the response (zero-padded when
 // shorter); the rest is a sequence of packets, each a code selector byte, a
 // 16-bit length and that many bytes (fewer when the input ends). Nothing
@@ -10,9 +11,8 @@
 
 #include "diaglog/log_snapshot_store.h"
 #include "reports/lte/lte_op_info.h"
-#include "reports/lte/rlc_stats.h"
-#include "service/report_writer.h"
 #include "reports/report_fuzz_input.h"
+#include "service/report_writer.h"
 
 namespace {
 
@@ -25,14 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     RatMeasInfoResponse response = rt::fuzz::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
-    PublishLteCellsAndNeighbours(report);
-    PublishLteGeranNeighbours(report, response);
-    PublishRlcDlConfig(report);
-    PublishRlcDlStatus(report);
-    PublishRlcUlConfig(report);
-    PublishRlcUlStatus(report);
-    PublishLteServCellRssi(report);
-    PublishLteUeIdentity(report);
+    PublishLteRadio(report, [&](ReportWriter& r) { PublishLteGeranNeighbours(r, response); });
     report.Write();
     return 0;
 }

@@ -2,8 +2,8 @@
 
 #include <span>
 
-#include "platform/dmux/log_layouts.h"
 #include "diaglog/snapshot_view.h"
+#include "platform/dmux/log_layouts.h"
 #include "service/report_writer.h"
 
 namespace {

@@ -85,15 +85,15 @@ void PublishEntry(ReportWriter& report, const RlcDirection& direction, const rt:
 }  // namespace
 
 const RlcDirection kRlcDownlink = {
-    RlcConfig::kDlCode,     RlcConfig::kDlList,  RlcDlStats::kCode, RlcDlStats::kCfgIdx,
-    RlcDlStats::kMode, kDlCounters,         "rlc_dl_srb_num",       "rlc_dl_drb_num",
-    "rlc_dl_srb_status",    "rlc_dl_drb_status",
+    RlcConfig::kDlCode,  RlcConfig::kDlList,  RlcDlStats::kCode, RlcDlStats::kCfgIdx,
+    RlcDlStats::kMode,   kDlCounters,         "rlc_dl_srb_num",  "rlc_dl_drb_num",
+    "rlc_dl_srb_status", "rlc_dl_drb_status",
 };
 
 const RlcDirection kRlcUplink = {
-    RlcConfig::kUlCode,     RlcConfig::kUlList,  RlcUlStats::kCode, RlcUlStats::kCfgIdx,
-    RlcUlStats::kMode, kUlCounters,         "rlc_ul_srb_num",       "rlc_ul_drb_num",
-    "rlc_ul_srb_status",    "rlc_ul_drb_status",
+    RlcConfig::kUlCode,  RlcConfig::kUlList,  RlcUlStats::kCode, RlcUlStats::kCfgIdx,
+    RlcUlStats::kMode,   kUlCounters,         "rlc_ul_srb_num",  "rlc_ul_drb_num",
+    "rlc_ul_srb_status", "rlc_ul_drb_status",
 };
 
 void PublishRlcConfig(ReportWriter& report, const RlcDirection& direction) {

@@ -12,8 +12,8 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/dmux/log_layouts.h"
 #include "platform/common/byte_layout.h"
+#include "platform/dmux/log_layouts.h"
 
 class ReportWriter;
 class RlcConfigView;

@@ -128,15 +128,11 @@ void PublishUmtsIratCm(ReportWriter& report) {
     report.NotSupported("t3212");
 }
 
-void GetUmtsOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+void PublishUmtsOpInfo(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
     PublishUmtsMobility(report);
     GetPDNInfo("internet", 1, report);
     GetPDNInfo("tethering", 2, report);
     PublishPdpQos(report);
     GetUmtsMeasurementInfoUsingQmi(report);
     PublishUmtsIratCm(report);
-    report.WriteAndReply(server, {client_id, msg, id, dat});
 }

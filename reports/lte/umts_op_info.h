@@ -11,6 +11,7 @@
 #include <cstdint>
 
 class PPSServer;
+struct TavoraContext;
 class ReportWriter;
 
 // The texts of the MM (0x7131) and GMM (0x7130) update statuses; null for a
@@ -26,6 +27,5 @@ void PublishPdpQos(ReportWriter& report);
 // irat_cm1 and t3212.
 void PublishUmtsIratCm(ReportWriter& report);
 
-// Command handler of "umtsopinfo"; arg is the TavoraContext.
-void GetUmtsOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat);
+// The umtsopinfo report, written into `report` (context: the daemon's, or null).
+void PublishUmtsOpInfo(ReportWriter& report, TavoraContext* context);

@@ -17,7 +17,7 @@ using Lines = std::vector<std::string>;
 class UmtsOpInfoTest : public testing::Test {
   protected:
     void TearDown() override { ResetVendorQmiForTest(); }
-    std::string Report() { return harness_.Run(GetUmtsOpInfo, "umtsopinfo"); }
+    std::string Report() { return harness_.Run("umtsopinfo"); }
     rt::test::ReportHarness harness_;
 };
 

@@ -13,9 +13,9 @@
 #include "reports/lte/bearer.h"
 #include "reports/lte/qos_decoders.h"
 #include "reports/lte/umts_op_info.h"
+#include "reports/report_fuzz_input.h"
 #include "reports/wcdma/umts_neighbours.h"
 #include "service/report_writer.h"
-#include "reports/report_fuzz_input.h"
 
 namespace {
 

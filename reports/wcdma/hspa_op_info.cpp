@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "diaglog/log_snapshot_store.h"
+#include "reports/report_rows.h"
 #include "service/report_writer.h"
 #include "service/tavora_context.h"
 
@@ -75,18 +76,16 @@ void PublishBlockErrorRate(ReportWriter& report) {
                static_cast<int32_t>(channels.Get(TransportChannels::BlockErrorRate(count - 1))));
 }
 
+constexpr Row<SnapshotView> kUeStateRows[] = {
+    {"hspa_ue_state", Number<HspaUeState::kUeState>},
+    {"hspa_irat_ch", Number<HspaUeState::kIratChannel>},
+    {"hspa_irat_cm", Number<HspaUeState::kIratCm>},
+    {"hspa_irat_carrier_rssi", Number<HspaUeState::kIratCarrierRssi>},
+};
+
 void PublishUeState(ReportWriter& report) {
     const SnapshotView state = g_log_snapshot_store.View(HspaUeState::kCode);
-    if (!state.has_packet()) {
-        for (const char* name :
-             {"hspa_ue_state", "hspa_irat_ch", "hspa_irat_cm", "hspa_irat_carrier_rssi"})
-            report.NoData(name);
-        return;
-    }
-    report.Int("hspa_ue_state", state.Get(HspaUeState::kUeState));
-    report.Int("hspa_irat_ch", state.Get(HspaUeState::kIratChannel));
-    report.Int("hspa_irat_cm", state.Get(HspaUeState::kIratCm));
-    report.Int("hspa_irat_carrier_rssi", state.Get(HspaUeState::kIratCarrierRssi));
+    WriteRows<SnapshotView>(report, state, kUeStateRows, state.has_packet());
 }
 
 }  // namespace
@@ -105,12 +104,4 @@ void PublishHspaOpInfo(ReportWriter& report) {
     PublishRate(report);
     PublishBlockErrorRate(report);
     PublishUeState(report);
-}
-
-void GetHspaOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->utra_fd : -1);
-    PublishHspaOpInfo(report);
-    report.WriteAndReply(server, {client_id, msg, id, dat});
 }

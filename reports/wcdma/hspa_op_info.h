@@ -17,7 +17,3 @@ CqiReading DecodeCqiSample(uint8_t format, uint16_t sample);
 class ReportWriter;
 // The report's attributes, in order.
 void PublishHspaOpInfo(ReportWriter& report);
-
-// Command handler of "hspaopinfo"; arg is the TavoraContext.
-void GetHspaOpInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat);

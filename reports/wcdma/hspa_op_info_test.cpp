@@ -36,7 +36,7 @@ TEST(DecodeCqiSample, BothFormats) {
 
 class HspaOpInfoTest : public testing::Test {
   protected:
-    std::string Report() { return harness_.Run(GetHspaOpInfo, "hspaopinfo"); }
+    std::string Report() { return harness_.Run("hspaopinfo"); }
     rt::test::ReportHarness harness_;
 };
 

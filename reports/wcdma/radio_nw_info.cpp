@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "diaglog/log_snapshot_store.h"
+#include "reports/report_rows.h"
 #include "reports/wcdma/compare_publish_radio_nw_info.h"
 #include "service/report_writer.h"
 #include "service/tavora_context.h"
@@ -21,6 +22,7 @@ struct LocationNames {
     const char* lac;
     const char* rac;
 };
+constexpr LocationNames kServingLocation{"scell_mcc", "scell_mnc", "scell_lac", "scell_rac"};
 constexpr LocationNames kActiveSetLocation{"aset_mcc%1d", "aset_mnc%1d", "aset_lac%1d",
                                            "aset_rac%1d"};
 constexpr LocationNames kMonitoredSetLocation{"mset_mcc%1d", "mset_mnc%1d", "mset_lac%1d",
@@ -32,33 +34,42 @@ struct Location {
     int rac;
 };
 
+// One location's four values (entry n of a numbered family), or "No data
+// available!" for each.
+void PublishLocationEntry(ReportWriter& report, const LocationNames& names, int n,
+                          const std::optional<Location>& location) {
+    const Location known = location.value_or(Location{});
+    const std::pair<const char*, int> values[] = {{names.mcc, known.plmn.mcc},
+                                                  {names.mnc, known.plmn.mnc},
+                                                  {names.lac, known.lac},
+                                                  {names.rac, known.rac}};
+    for (const auto& [format, value] : values)
+        WriteRowValue(report, Numbered(format, n),
+                      location ? RowValue::Int(value) : RowValue::NoData());
+}
+
 // The serving location repeated for entries 1 to count - 1 of a set, the
 // rest up to 6 without data; all six without data when there is none.
 void PublishLocationFamily(ReportWriter& report, const LocationNames& names, int count,
                            const std::optional<Location>& location) {
-    int n = 1;
-    for (; location && n < count; ++n) {
-        report.Int(Numbered(names.mcc, n), location->plmn.mcc);
-        report.Int(Numbered(names.mnc, n), location->plmn.mnc);
-        report.Int(Numbered(names.lac, n), location->lac);
-        report.Int(Numbered(names.rac, n), location->rac);
-    }
-    for (; n <= kEntries; ++n) {
-        for (const char* name : {names.mcc, names.mnc, names.lac, names.rac})
-            report.NoData(Numbered(name, n));
-    }
+    for (int n = 1; n <= kEntries; ++n)
+        PublishLocationEntry(report, names, n, n < count ? location : std::nullopt);
 }
+
+RowValue CellStatus(const SnapshotView& cell) {
+    const bool not_barred = (cell.Get(CellIdentity::kAccessFlags) & CellIdentity::kNotBarred) != 0;
+    return RowValue::Text(not_barred ? "Cell Not Barred" : "Cell Barred");
+}
+
+constexpr Row<SnapshotView> kCellIdentityRows[] = {
+    {"cell_status", CellStatus},
+    {"scell_ura", Number<CellIdentity::kUra>},
+    {"scell_cellid", Number<CellIdentity::kCellId>},
+};
 
 void PublishCellIdentity(ReportWriter& report) {
     const SnapshotView cell = g_log_snapshot_store.View(CellIdentity::kCode);
-    if (!cell.has_packet()) {
-        for (const char* name : {"cell_status", "scell_ura", "scell_cellid"}) report.NoData(name);
-        return;
-    }
-    const bool not_barred = (cell.Get(CellIdentity::kAccessFlags) & 0x01) != 0;
-    report.String("cell_status", not_barred ? "Cell Not Barred" : "Cell Barred");
-    report.Int("scell_ura", cell.Get(CellIdentity::kUra));
-    report.Int("scell_cellid", static_cast<int32_t>(cell.Get(CellIdentity::kCellId)));
+    WriteRows<SnapshotView>(report, cell, kCellIdentityRows, cell.has_packet());
 }
 
 void PublishLocation(ReportWriter& report, int active_set_count, int monitored_set_count) {
@@ -70,14 +81,8 @@ void PublishLocation(ReportWriter& report, int active_set_count, int monitored_s
                                    snapshot.Get(LocationIdentity::PlmnOctet(1)),
                                    snapshot.Get(LocationIdentity::PlmnOctet(2))),
                      snapshot.Get(LocationIdentity::kLac), snapshot.Get(LocationIdentity::kRac)};
-        report.Int("scell_mcc", location->plmn.mcc);
-        report.Int("scell_mnc", location->plmn.mnc);
-        report.Int("scell_lac", location->lac);
-        report.Int("scell_rac", location->rac);
-    } else {
-        for (const char* name : {"scell_mcc", "scell_mnc", "scell_lac", "scell_rac"})
-            report.NoData(name);
     }
+    PublishLocationEntry(report, kServingLocation, 0, location);
     PublishLocationFamily(report, kActiveSetLocation, active_set_count, location);
     PublishLocationFamily(report, kMonitoredSetLocation, monitored_set_count, location);
 }
@@ -119,13 +124,9 @@ void PublishRadioNwIdentities(ReportWriter& report, int active_set_count, int mo
     PublishReselection(report, active_set_count);
 }
 
-void GetRadioNwInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                    const char* id, const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->utra_fd : -1);
+void PublishRadioNwInfo(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
     int active_set_count = 1;
     int monitored_set_count = 1;
     ComparePublishRadioNwInfo(report, &active_set_count, &monitored_set_count);
     PublishRadioNwIdentities(report, active_set_count, monitored_set_count);
-    report.WriteAndReply(server, {client_id, msg, id, dat});
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 class PPSServer;
+struct TavoraContext;
 
 struct Plmn {
     int mcc;
@@ -23,6 +24,5 @@ class ReportWriter;
 // numbered by the counts it returned.
 void PublishRadioNwIdentities(ReportWriter& report, int active_set_count, int monitored_set_count);
 
-// Command handler of "radionwinfo"; arg is the TavoraContext.
-void GetRadioNwInfo(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                    const char* id, const char* dat);
+// The radionwinfo report, written into `report` (context: the daemon's, or null).
+void PublishRadioNwInfo(ReportWriter& report, TavoraContext* context);

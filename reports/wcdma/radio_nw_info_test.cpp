@@ -46,7 +46,7 @@ class RadioNwInfoTest : public testing::Test {
                                                    response.Hex() + R"("}})");
         ASSERT_TRUE(modem_->started()) << modem_->error();
     }
-    std::string Report() { return harness_.Run(GetRadioNwInfo, "radionwinfo"); }
+    std::string Report() { return harness_.Run("radionwinfo"); }
 
     rt::test::ReportHarness harness_;
     std::unique_ptr<qmi_test::Modem> modem_;

@@ -25,11 +25,7 @@ const char* RrcStateName(uint8_t key) {
 
 }  // namespace
 
-void GetRadioStats(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->utra_fd : -1);
-
+void PublishRadioStats(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
     SnapshotView rrc = g_log_snapshot_store.View(RrcState::kCode);
     uint8_t state = rrc.Get(RrcState::kState);
     if (!rrc.has_packet()) {
@@ -46,5 +42,4 @@ void GetRadioStats(PPSServer* server, void* arg, uint64_t client_id, const char*
     // Codes 6 to 254 add neither state attribute: the object keeps the last ones.
     report.NoData("rrc_release");
     report.NoData("rrc_reject");
-    report.WriteAndReply(server, {client_id, msg, id, dat});
 }

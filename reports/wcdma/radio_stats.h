@@ -5,7 +5,8 @@
 #include <cstdint>
 
 class PPSServer;
+struct TavoraContext;
+class ReportWriter;
 
-// Command handler of "radiostats"; arg is the TavoraContext.
-void GetRadioStats(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                   const char* id, const char* dat);
+// The radiostats report, written into `report` (context: the daemon's, or null).
+void PublishRadioStats(ReportWriter& report, TavoraContext* context);

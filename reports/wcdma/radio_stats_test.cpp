@@ -11,6 +11,7 @@
 
 #include "diaglog/log_snapshot_store.h"
 #include "platform/pps/pps_client.h"
+#include "reports/report_table.h"
 #include "service/pps_server.h"
 #include "service/tavora_context.h"
 #include "testsupport/child_process.h"
@@ -56,7 +57,7 @@ class RadioStatsTest : public ::testing::Test {
     }
     // Runs the handler as client 5 with id 17 and returns what it wrote.
     std::string Report() {
-        GetRadioStats(&server, &context, 5, "radiostats", "17", nullptr);
+        ReportHandlerFor("radiostats")(&server, &context, 5, "radiostats", "17", nullptr);
         return ReadAvailable(status_pipe[0]);
     }
 
@@ -128,7 +129,7 @@ TEST_F(RadioStatsTest, RepliesToTheClientWithItsRequest) {
     ASSERT_EQ(server.clients().size(), 1u);
     uint64_t client_id = server.clients().begin()->first;
     StoreState(3);
-    GetRadioStats(&server, &context, client_id, "radiostats", "17", nullptr);
+    ReportHandlerFor("radiostats")(&server, &context, client_id, "radiostats", "17", nullptr);
     std::string reply = ReadAvailable(client);
     EXPECT_NE(reply.find("res::radiostats\n"), std::string::npos) << reply;
     EXPECT_NE(reply.find("id::17\n"), std::string::npos) << reply;

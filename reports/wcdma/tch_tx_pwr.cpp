@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "diaglog/log_snapshot_store.h"
+#include "reports/report_rows.h"
 #include "service/report_writer.h"
 #include "service/tavora_context.h"
 
@@ -12,26 +13,27 @@ using log_layout::CarrierRssi;
 using log_layout::TransportChannels;
 using log_layout::TxPower;
 
-void PublishTxPower(ReportWriter& report) {
-    const SnapshotView power = g_log_snapshot_store.View(TxPower::kCode);
-    if (!power.has_packet()) {
-        for (const char* name : {"dch_tx_pwr", "dch_tx_pwr_step", "dch_tx_pwr_algo"})
-            report.NoData(name);
-        return;
-    }
-    report.Int("dch_tx_pwr", power.Get(TxPower::kTxPower));
-    report.Int("dch_tx_pwr_step", power.Get(TxPower::kPowerControlStep));
-    // Another algorithm byte leaves the attribute as the last report wrote it.
+// Another algorithm byte leaves the attribute as the last report wrote it.
+RowValue PowerControlAlgorithm(const SnapshotView& power) {
     switch (power.Get(TxPower::kPowerControlAlgorithm)) {
         case 1:
-            report.String("dch_tx_pwr_algo", "PCA1");
-            break;
+            return RowValue::Text("PCA1");
         case 2:
-            report.String("dch_tx_pwr_algo", "PCA2");
-            break;
+            return RowValue::Text("PCA2");
         default:
-            break;
+            return RowValue::Keep();
     }
+}
+
+constexpr Row<SnapshotView> kTxPowerRows[] = {
+    {"dch_tx_pwr", Number<TxPower::kTxPower>},
+    {"dch_tx_pwr_step", Number<TxPower::kPowerControlStep>},
+    {"dch_tx_pwr_algo", PowerControlAlgorithm},
+};
+
+void PublishTxPower(ReportWriter& report) {
+    const SnapshotView power = g_log_snapshot_store.View(TxPower::kCode);
+    WriteRows<SnapshotView>(report, power, kTxPowerRows, power.has_packet());
 }
 
 // One unnamed object per transport channel, its attributes numbered from 0.
@@ -78,12 +80,4 @@ void PublishTchTxPwr(ReportWriter& report) {
     PublishCarrierRssi(report);
     for (const char* name : {"dch_sir", "dch_sir_target", "dch_bler_target", "dch_avgcalls"})
         report.NotSupported(name);
-}
-
-void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
-                 const char* dat) {
-    auto* context = static_cast<TavoraContext*>(arg);
-    ReportWriter report(context != nullptr ? context->utra_fd : -1);
-    PublishTchTxPwr(report);
-    report.WriteAndReply(server, {client_id, msg, id, dat});
 }

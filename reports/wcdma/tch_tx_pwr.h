@@ -14,7 +14,3 @@ int16_t UtraRssiFromRawPower(int16_t raw);
 class ReportWriter;
 // The report's attributes, in order.
 void PublishTchTxPwr(ReportWriter& report);
-
-// Command handler of "tchtxpwr"; arg is the TavoraContext.
-void GetTchTxPwr(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
-                 const char* dat);

@@ -16,7 +16,7 @@ constexpr const char* kNotSupportedTail =
 
 class TchTxPwrTest : public testing::Test {
   protected:
-    std::string Report() { return harness_.Run(GetTchTxPwr, "tchtxpwr"); }
+    std::string Report() { return harness_.Run("tchtxpwr"); }
     rt::test::ReportHarness harness_;
 };
 

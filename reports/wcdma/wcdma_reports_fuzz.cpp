@@ -7,13 +7,13 @@
 #include <cstdint>
 
 #include "diaglog/log_snapshot_store.h"
+#include "reports/report_fuzz_input.h"
 #include "reports/wcdma/compare_publish_radio_nw_info.h"
 #include "reports/wcdma/hspa_op_info.h"
 #include "reports/wcdma/radio_nw_info.h"
 #include "reports/wcdma/tch_tx_pwr.h"
 #include "reports/wcdma/umts_neighbours.h"
 #include "service/report_writer.h"
-#include "reports/report_fuzz_input.h"
 
 namespace {
 
