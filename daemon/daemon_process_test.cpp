@@ -1,6 +1,6 @@
 // radio_tavora as a real process on a real broker: start-up order and
 // log lines, the objects it creates and clears, requests through the
-// server object, and how it ends.
+// server object, and how it ends, its broker's going away included.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -124,28 +124,6 @@ TEST(DaemonProcessTest, UnregisteredNameWarnsLogsAndGetsNoReply) {
     EXPECT_LT(err.find("Unhandled message nosuchreport"), err.find(line));
 }
 
-TEST(DaemonProcessTest, RequestWithoutIdIsDropped) {
-    DaemonFixture fixture;
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    EXPECT_EQ(fixture.RequestRaw("msg::nosuchreport\n", 500), "");
-    // A later complete request shows the daemon read past the dropped one.
-    fixture.Request("marker", "1", std::nullopt, 500);
-    ASSERT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: marker"));
-    EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("nosuchreport")));
-}
-
-TEST(DaemonProcessTest, ClientConnectingWithCredentialsIsServed) {
-    // The broker reports the connecting client's credentials; the daemon
-    // keeps serving that client afterwards.
-    DaemonFixture fixture;
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    rt::test::PpsClientConnection client(rt::test::kControlObject);
-    ASSERT_TRUE(client.ok());
-    ASSERT_TRUE(client.Write("msg::first\nid::1\n"));
-    ASSERT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: first"));
-    EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("malloc failed")));
-}
-
 TEST(DaemonProcessTest, UnknownOptionLoggedAndStartGoesOn) {
     DaemonOptions options;
     options.args = {"-x"};
@@ -167,6 +145,18 @@ TEST_P(DaemonSignalTest, EndsWithStatusZero) {
 
 INSTANTIATE_TEST_SUITE_P(Signals, DaemonSignalTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP),
                          [](const auto& info) { return std::string(sigabbrev_np(info.param)); });
+
+// When its broker goes away the daemon ends with status 1 at once, so that
+// a supervisor starts it again once the broker is back.
+TEST(DaemonProcessTest, BrokerGoneEndsWithStatusOne) {
+    for (int signal_number : {SIGKILL, SIGTERM}) {
+        DaemonFixture fixture;
+        ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+        ASSERT_TRUE(fixture.broker().process().Signal(signal_number));
+        EXPECT_EQ(fixture.daemon().Wait(10000), 1) << fixture.daemon().Stderr();
+        EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr("BAD pps file descriptor!"));
+    }
+}
 
 TEST(DaemonProcessTest, UnknownUserEndsWithStatusOne) {
     DaemonOptions options;
