@@ -23,12 +23,9 @@ constexpr const char* kStillWorld = R"({"wcdma": {
 class WcdmaReportsProcess : public testing::Test {
   protected:
     void Start(const std::string& scenario_text) {
-        modem_ = std::make_unique<rt::test::ModemsimProcess>(scenario_text);
-        ASSERT_TRUE(modem_->ready()) << modem_->process().Stderr();
-        DaemonOptions options;
-        options.env = modem_->DaemonEnv();
-        daemon_ = std::make_unique<DaemonFixture>(options);
-        ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
+        world_ = std::make_unique<rt::test::ModemAndDaemon>(scenario_text);
+        ASSERT_TRUE(world_->started()) << world_->Errors();
+        daemon_ = &world_->daemon();
     }
     // Asks for a report and returns diag/status_utra after the reply.
     std::string Report(const char* name) {
@@ -40,8 +37,8 @@ class WcdmaReportsProcess : public testing::Test {
         return daemon_->ReportHolding(name, rt::test::kStatusUtraObject, lines);
     }
 
-    std::unique_ptr<rt::test::ModemsimProcess> modem_;
-    std::unique_ptr<DaemonFixture> daemon_;
+    std::unique_ptr<rt::test::ModemAndDaemon> world_;
+    DaemonFixture* daemon_ = nullptr;
 };
 
 TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
