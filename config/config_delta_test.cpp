@@ -13,6 +13,7 @@
 #include "config/config_actions.h"
 #include "platform/qnx/slogf.h"
 #include "service/tavora_context.h"
+#include "testsupport/message_pair.h"
 
 namespace {
 
@@ -47,29 +48,21 @@ class ConfigDeltaTest : public ::testing::Test {
   protected:
     void SetUp() override {
         applied.clear();
-        int fds[2];
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, fds), 0);
-        config_fd_ = fds[0];
-        screen_fd_ = fds[1];
-        context_.config_fd = config_fd_;
+        context_.config_fd = config_.ours;
         g_tavora_context = &context_;
         SetConfigActionsForTest(kRecordingActions);
     }
     void TearDown() override {
         SetConfigActionsForTest({});
         g_tavora_context = nullptr;
-        ::close(config_fd_);
-        ::close(screen_fd_);
     }
     void Delta(const std::string& lines) {
-        std::string text = "@config\n" + lines;
-        ASSERT_EQ(::write(screen_fd_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        ASSERT_TRUE(config_.Send("@config\n" + lines));
         TavoraConfigObjDelta();
     }
 
+    rt::test::MessagePair config_;
     TavoraContext context_;
-    int config_fd_ = -1;
-    int screen_fd_ = -1;
 };
 
 // One delta in, the actions it ran out, in the order they ran.

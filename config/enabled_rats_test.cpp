@@ -22,41 +22,13 @@
 #include "platform/qnx/slogf.h"
 #include "service/tavora_context.h"
 #include "testsupport/child_process.h"
+#include "testsupport/message_pair.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
-
-struct Pair {
-    Pair() {
-        int fds[2];
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, fds) == 0) {
-            ours = fds[0];
-            theirs = fds[1];
-        }
-    }
-    ~Pair() {
-        ::close(ours);
-        ::close(theirs);
-    }
-    int ours = -1;
-    int theirs = -1;
-};
-
-// Every message waiting on fd, each read whole; waits up to wait_ms for the first.
-std::vector<std::string> Drain(int fd, int wait_ms) {
-    std::vector<std::string> messages;
-    for (;;) {
-        pollfd entry{fd, POLLIN, 0};
-        if (::poll(&entry, 1, messages.empty() ? wait_ms : 50) <= 0) return messages;
-        char buffer[4096];
-        ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n <= 0) return messages;
-        messages.emplace_back(buffer, static_cast<size_t>(n));
-    }
-}
 
 constexpr const char* kMenuNotSupportedFormat = "%30s : Tavora: Not Supported Device Rat %d\n";
 
@@ -82,9 +54,7 @@ class EnabledRatsTest : public ::testing::Test {
         hardware_id[kHardwareIdLength] = '\0';
     }
     void ModemReports(const std::string& lines) {
-        std::string text = "@status_persistent\n" + lines;
-        ASSERT_EQ(::write(persist_.theirs, text.data(), text.size()),
-                  static_cast<ssize_t>(text.size()));
+        ASSERT_TRUE(persist_.Send("@status_persistent\n" + lines));
     }
     void ModemReportsSetting(int setting) {
         ModemReports("configure_rats_state:json:{\"enabled_technologies\":" +
@@ -96,19 +66,19 @@ class EnabledRatsTest : public ::testing::Test {
         std::vector<int> settings;
         static const std::regex request(
             "msg::configure_rats\nid::3323\ndat:json:\\{\"enabled_technologies\":(-?[0-9]+)\\}");
-        for (const std::string& message : Drain(radio_control_, wait_ms)) {
+        for (const std::string& message : rt::test::DrainMessages(radio_control_, wait_ms)) {
             std::smatch match;
             if (std::regex_search(message, match, request)) settings.push_back(std::stoi(match[1]));
         }
         return settings;
     }
     // What was written to diag/config.
-    std::vector<std::string> MenuWrites() { return Drain(config_.theirs, 0); }
+    std::vector<std::string> MenuWrites() { return config_.Drain(); }
 
     rt::test::PpsBroker broker_;
     int radio_control_ = -1;
-    Pair config_;
-    Pair persist_;
+    rt::test::MessagePair config_;
+    rt::test::MessagePair persist_;
     TavoraContext context_;
 };
 
@@ -244,7 +214,7 @@ TEST_F(EnabledRatsTest, ReportAfterOwnRequestIsSkippedOnce) {
     EXPECT_EQ(skip_rats_state, 0);
     EXPECT_EQ(current_rat, 28);
     EXPECT_THAT(Sent(), IsEmpty());
-    EXPECT_THAT(Drain(persist_.theirs, 0), IsEmpty());  // the report was read, not left behind
+    EXPECT_THAT(persist_.Drain(), IsEmpty());  // the report was read, not left behind
 }
 
 TEST_F(EnabledRatsTest, ReportWithoutRatStateLogsThePush) {
@@ -326,9 +296,7 @@ TEST_F(EnabledRatsTest, DeltaWithoutEnabledRatsReadsTheModemAtOnce) {
     current_rat = 28;
     skip_rats_state = -1;
     ModemReportsSetting(16);
-    const std::string delta = "@config\nims_enable::1\n";
-    ASSERT_EQ(::write(config_.theirs, delta.data(), delta.size()),
-              static_cast<ssize_t>(delta.size()));
+    ASSERT_TRUE(config_.Send("@config\nims_enable::1\n"));
     TavoraConfigObjDelta();
     EXPECT_EQ(current_rat, 16);
     EXPECT_EQ(Sent(2000), std::vector<int>{16});

@@ -47,7 +47,9 @@ TEST(SettingsAtStartTest, PersistedEnsValueIsNotSentAndQmiStaysClosed) {
     ASSERT_TRUE(fixture.WriteConfig({"ims_enable::1"}));
     ASSERT_TRUE(ObjectHolds(fixture, rt::test::kConfigObject, "ims_enable:n:0"))
         << fixture.daemon().Stderr();
+    // The persisted ENS value was deleted at start; the rest stays.
     EXPECT_THAT(fixture.ReadObject(rt::test::kConfigObject), Not(HasSubstr("ens_value")));
+    EXPECT_THAT(fixture.ReadObject(rt::test::kConfigObject), HasSubstr("\ndiaglogmask::0\n"));
     EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("ENS value sent as part of QMI")));
     EXPECT_THAT(fixture.daemon().Stderr(),
                 HasSubstr("SetIMSTestMode : Error in sending & processing "

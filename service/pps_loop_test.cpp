@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "service/pps_server.h"
+#include "testsupport/message_pair.h"
 
 namespace {
 
@@ -37,30 +38,14 @@ void RecordWatcher(PPSServer*, void* arg, int fd) {
     events.push_back(std::string("watcher ") + static_cast<const char*>(arg));
 }
 
-struct SocketPair {
-    SocketPair() {
-        int fds[2];
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, fds) == 0) {
-            ours = fds[0];
-            theirs = fds[1];
-        }
-    }
-    ~SocketPair() {
-        if (ours >= 0) ::close(ours);
-        if (theirs >= 0) ::close(theirs);
-    }
-    void Send(const std::string& text) const {
-        ASSERT_EQ(::write(theirs, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
+// The broker's sockets block; one message per write.
+struct SocketPair : rt::test::MessagePair {
+    SocketPair() : MessagePair(true) {}
+    void Send(const std::string& text) const { ASSERT_TRUE(MessagePair::Send(text)); }
     std::string Receive() const {
-        pollfd entry{theirs, POLLIN, 0};
-        if (::poll(&entry, 1, 1000) <= 0) return "";
-        char buffer[4096];
-        ssize_t n = ::read(theirs, buffer, sizeof buffer);
-        return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";
+        std::vector<std::string> messages = rt::test::DrainMessages(theirs, 1000);
+        return messages.empty() ? "" : messages.front();
     }
-    int ours = -1;
-    int theirs = -1;
 };
 
 class PPSLoopTest : public ::testing::Test {
