@@ -92,23 +92,6 @@ TEST(DaemonProcessTest, StatusObjectsCreatedAndEmptied) {
     }
 }
 
-TEST(DaemonProcessTest, EnsValueDeletedFromConfigAtStart) {
-    DaemonOptions options;
-    options.config_lines = {"ens_value::1", "diaglogmask::0"};
-    options.start = false;
-    DaemonFixture fixture(options);
-    ASSERT_THAT(fixture.ReadObject(rt::test::kConfigObject), HasSubstr("ens_value::1"));
-    ASSERT_TRUE(fixture.Start()) << fixture.daemon().Stderr();
-    // The deletion is the daemon's first write; give the broker a moment.
-    std::string config;
-    rt::test::Eventually([&] {
-        config = fixture.ReadObject(rt::test::kConfigObject);
-        return config.find("ens_value") == std::string::npos;
-    });
-    EXPECT_THAT(config, Not(HasSubstr("ens_value")));
-    EXPECT_THAT(config, HasSubstr("diaglogmask::0"));
-}
-
 TEST(DaemonProcessTest, UnregisteredNameWarnsLogsAndGetsNoReply) {
     DaemonFixture fixture;
     ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();

@@ -181,15 +181,4 @@ TEST(DiagLogProcessTest, PacedLoopingFileReplayStopsWhenTheMaskGoesOff) {
     ExpectCleanExit(daemon.daemon());
 }
 
-TEST(DiagLogProcessTest, NoDiagPortLogsInitFailure) {
-    TempDir dir;
-    DaemonFixture daemon(WithDiag("unix:" + dir.file("nobody.sock"), dir));
-    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
-    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
-    EXPECT_TRUE(daemon.daemon().WaitForStderr(
-        "slog 10000 6               SetTavoraLogMask : ERROR: Tavora: DM Client Init failed!!"))
-        << daemon.daemon().Stderr();
-    EXPECT_EQ(daemon.Stop(SIGTERM), 0);
-}
-
 }  // namespace

@@ -19,7 +19,6 @@
 
 namespace {
 
-
 using rt::test::Eventually;
 
 uint8_t RrcState() {
