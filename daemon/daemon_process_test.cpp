@@ -115,19 +115,16 @@ TEST(DaemonProcessTest, UnknownOptionLoggedAndStartGoesOn) {
     EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(MainLine("Unknown command line option: ?")));
 }
 
-class DaemonSignalTest : public ::testing::TestWithParam<int> {};
-
-TEST_P(DaemonSignalTest, EndsWithStatusZero) {
-    DaemonFixture fixture;
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    EXPECT_EQ(fixture.Stop(GetParam()), 0);
+TEST(DaemonProcessTest, TerminationSignalsEndWithStatusZero) {
     char line[128];
     std::snprintf(line, sizeof line, "%30s : Tavora: radio_tavora PPS is terminated.", "Cleanup");
-    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line));
+    for (int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
+        DaemonFixture fixture;
+        ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+        EXPECT_EQ(fixture.Stop(signal_number), 0) << sigabbrev_np(signal_number);
+        EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line)) << sigabbrev_np(signal_number);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Signals, DaemonSignalTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP),
-                         [](const auto& info) { return std::string(sigabbrev_np(info.param)); });
 
 // When its broker goes away the daemon ends with status 1 at once, so that
 // a supervisor starts it again once the broker is back.

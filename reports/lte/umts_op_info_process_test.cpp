@@ -111,11 +111,6 @@ TEST_F(UmtsOpInfoProcess, BearerShowsTheRabSetUpLast) {
                           "rab_gbr::subscribed max rate", "rab_id:n:5", "rab_mbr:n:8640",
                           "rab_traffic_class::Interactive class"}))
         << report;
-
-    // A tethering PDN that is not connected adds nothing numbered 2.
-    report = ReportHolding("umtsopinfo", rt::test::kStatusUtraObject, {"drx:n:7"});
-    EXPECT_EQ(LinesStartingWith(report, "apn1_name"), Lines{"apn1_name::vzwinternet"});
-    EXPECT_TRUE(LinesStartingWith(report, "apn2_").empty()) << report;
 }
 
 // What the screen's tool shows: with no report named, or "all", every one

@@ -85,27 +85,4 @@ TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
     EXPECT_EQ(nw.find("mset_ecio1::No data"), std::string::npos) << nw;
 }
 
-TEST_F(WcdmaReportsProcess, WithNoModemRadionwinfoIsAnsweredWithNoData) {
-    rt::test::TempDir nowhere;
-    DaemonOptions options;
-    options.env = {"QMI_DEVICE=unix:" + nowhere.file("no-modem.sock"),
-                   "DIAG_DEVICE=unix:" + nowhere.file("no-diag.sock")};
-    DaemonFixture daemon(options);
-    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
-    // Answered well inside the request's wait, which is longer than the
-    // daemon's 2 s QMI time-out.
-    std::string reply = daemon.Request("radionwinfo", "4", std::nullopt);
-    ASSERT_NE(reply.find("res::radionwinfo\n"), std::string::npos) << reply;
-    std::string report = daemon.ReadObject(rt::test::kStatusUtraObject);
-    EXPECT_EQ(report.find("scell_sc:"), std::string::npos) << report;
-    size_t attributes = 0;
-    for (const std::string& line : LinesStartingWith(report, "")) {
-        if (line.empty() || line[0] == '@') continue;
-        ++attributes;
-        EXPECT_TRUE(line.ends_with("::No data available!")) << line;
-    }
-    // 60 set entries, scell_uarfcn, 7 identities, 48 location entries, 12 reselection.
-    EXPECT_EQ(attributes, 128u) << report;
-}
-
 }  // namespace
