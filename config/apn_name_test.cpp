@@ -1,6 +1,8 @@
 // The APN name against devsim's connection service, in this process: each
 // change asks the service and verifies what it holds; CurrentApnName and
 // diag/config (a socketpair here, so every write can be read back) follow.
+// An accepted and a refused name are ApnNameProcessTest's; here are the
+// answers and failures of every other shape.
 #include "config/apn_name.h"
 
 #include <gmock/gmock.h>
@@ -18,25 +20,13 @@
 #include "service/tavora_context.h"
 #include "testsupport/child_process.h"
 #include "testsupport/devsim_process.h"
+#include "testsupport/message_pair.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-// What was written to diag/config.
-std::vector<std::string> Written(int fd) {
-    std::vector<std::string> messages;
-    pollfd entry{fd, POLLIN, 0};
-    while (::poll(&entry, 1, 0) > 0) {
-        char buffer[4096];
-        ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n <= 0) break;
-        messages.emplace_back(buffer, static_cast<size_t>(n));
-    }
-    return messages;
-}
 
 std::string Line(const char* name, const std::string& text) {
     char line[512];
@@ -48,16 +38,11 @@ class ApnNameTest : public ::testing::Test {
   protected:
     void SetUp() override {
         ResetApnInfo();
-        int fds[2];
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, fds), 0);
-        context_.config_fd = fds[0];
-        config_peer_ = fds[1];
+        context_.config_fd = config_.ours;
         g_tavora_context = &context_;
     }
     void TearDown() override {
         g_tavora_context = nullptr;
-        ::close(context_.config_fd);
-        ::close(config_peer_);
         ResetApnInfo();
     }
     // devsim with the connection service as `patch` makes it.
@@ -69,38 +54,17 @@ class ApnNameTest : public ::testing::Test {
 
     rt::test::PpsBroker broker_;
     std::unique_ptr<rt::test::DevsimProcess> devsim_;
+    rt::test::MessagePair config_;
     TavoraContext context_;
-    int config_peer_ = -1;
     SlogCapture slog_;
 };
-
-TEST_F(ApnNameTest, AcceptedNameBecomesTheCopyAndConfigIsNotWritten) {
-    StartService("{}");
-    SetAPNName("myinternet");
-    EXPECT_STREQ(CurrentApnName, "myinternet");
-    EXPECT_THAT(Written(config_peer_), IsEmpty());
-    EXPECT_THAT(devsim_->process().Stderr(),
-                HasSubstr("msg::set_apn_setting id::3323 dat:json:{\"name\":\"internet\",\"APN\":"
-                          "\"myinternet\"}"));
-    EXPECT_THAT(devsim_->process().Stderr(),
-                HasSubstr("msg::get_apn_setting id::3323 dat:json:{\"name\":\"internet\"}"));
-}
-
-TEST_F(ApnNameTest, RefusedNameIsLoggedAndTheNameInForceWrittenBack) {
-    StartService(R"({"connection_service": {"refuse": {"set_apn_setting": 5}}})");
-    SetAPNName("other");
-    EXPECT_TRUE(slog_.contains(Line("SetAPNName", "Failed to set APN name error 5\n")));
-    EXPECT_STREQ(CurrentApnName, "vzwinternet");
-    EXPECT_THAT(Written(config_peer_), ElementsAre("apn_name::vzwinternet\n"));
-    EXPECT_EQ(Requests("get_apn_setting"), 1);
-}
 
 TEST_F(ApnNameTest, AShorterNameInForceReplacesTheWholeCopy) {
     StartService(R"({"connection_service": {"apns": {"internet": "ab"}}})");
     std::strcpy(CurrentApnName, "a-much-longer-name");
     VerifyAPNName();
     EXPECT_STREQ(CurrentApnName, "ab");
-    EXPECT_THAT(Written(config_peer_), IsEmpty());
+    EXPECT_THAT(config_.Drain(), IsEmpty());
 }
 
 TEST_F(ApnNameTest, NoServiceMeansOneLineAndNoVerification) {
@@ -111,7 +75,7 @@ TEST_F(ApnNameTest, NoServiceMeansOneLineAndNoVerification) {
         if (text.find("APNName") != std::string::npos) ours.push_back(text);
     ASSERT_EQ(ours.size(), 1u) << ::testing::PrintToString(ours);
     EXPECT_THAT(ours[0], HasSubstr("SetAPNName : Failed to open /pps/services/cds/vesta/control("));
-    EXPECT_THAT(Written(config_peer_), IsEmpty());
+    EXPECT_THAT(config_.Drain(), IsEmpty());
 }
 
 TEST_F(ApnNameTest, RefusedVerificationChangesNothing) {
@@ -119,7 +83,7 @@ TEST_F(ApnNameTest, RefusedVerificationChangesNothing) {
     SetAPNName("myinternet");
     EXPECT_TRUE(slog_.contains(Line("VerifyAPNName", "Failed to set APN name error 7\n")));
     EXPECT_STREQ(CurrentApnName, "vzwinternet");
-    EXPECT_THAT(Written(config_peer_), IsEmpty());
+    EXPECT_THAT(config_.Drain(), IsEmpty());
 }
 
 TEST_F(ApnNameTest, WithoutConfigObjectTheWriteBackIsLogged) {
@@ -131,7 +95,7 @@ TEST_F(ApnNameTest, WithoutConfigObjectTheWriteBackIsLogged) {
     EXPECT_TRUE(slog_.contains(Line(
         "VerifyAPNName",
         "Tavora: failed to open /pps/services/radioctrl/modem0/diag/config?delta for encoding\n")));
-    EXPECT_THAT(Written(config_peer_), IsEmpty());
+    EXPECT_THAT(config_.Drain(), IsEmpty());
 }
 
 struct AnswerCase {
@@ -163,7 +127,7 @@ TEST_F(ApnNameTest, VerificationAnswersOfEveryShape) {
         } else {
             EXPECT_EQ(std::string(CurrentApnName), std::string(255, 'x')) << c.name;
         }
-        EXPECT_EQ(Written(config_peer_).size(), c.written_back ? 1u : 0u) << c.name;
+        EXPECT_EQ(config_.Drain().size(), c.written_back ? 1u : 0u) << c.name;
     }
 }
 

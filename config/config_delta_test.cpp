@@ -13,6 +13,7 @@
 #include "config/config_actions.h"
 #include "platform/qnx/slogf.h"
 #include "service/tavora_context.h"
+#include "testsupport/message_pair.h"
 
 namespace {
 
@@ -47,74 +48,50 @@ class ConfigDeltaTest : public ::testing::Test {
   protected:
     void SetUp() override {
         applied.clear();
-        int fds[2];
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, fds), 0);
-        config_fd_ = fds[0];
-        screen_fd_ = fds[1];
-        context_.config_fd = config_fd_;
+        context_.config_fd = config_.ours;
         g_tavora_context = &context_;
         SetConfigActionsForTest(kRecordingActions);
     }
     void TearDown() override {
         SetConfigActionsForTest({});
         g_tavora_context = nullptr;
-        ::close(config_fd_);
-        ::close(screen_fd_);
     }
     void Delta(const std::string& lines) {
-        std::string text = "@config\n" + lines;
-        ASSERT_EQ(::write(screen_fd_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        ASSERT_TRUE(config_.Send("@config\n" + lines));
         TavoraConfigObjDelta();
     }
 
+    rt::test::MessagePair config_;
     TavoraContext context_;
-    int config_fd_ = -1;
-    int screen_fd_ = -1;
 };
 
 // One delta in, the actions it ran out, in the order they ran.
 struct DeltaCase {
-    const char* name;
     const char* lines;
     std::vector<std::string> applied;
 };
-void PrintTo(const DeltaCase& c, std::ostream* os) {
-    *os << c.name;
+
+TEST_F(ConfigDeltaTest, AppliesInTableOrderStringsOnly) {
+    const DeltaCase cases[] = {
+        {"ims_enable::1\ntether_enable::1\nenabled_rats::LTE_ONLY\ndiaglogmask::1\n",
+         {"diaglogmask=1", "tether_enable=1", "enabled_rats=LTE_ONLY", "ims_enable=1"}},
+        {"tether_enable::1\ndiaglogmask::1\n",
+         {"diaglogmask=1", "tether_enable=1", "enabled_rats absent"}},
+        {"ims_enable::1\n", {"enabled_rats absent", "ims_enable=1"}},
+        // A number-typed or deleted attribute is not applied.
+        {"diaglogmask:n:1\n", {"enabled_rats absent"}},
+        {"enabled_rats:n:18\n", {"enabled_rats absent"}},
+        {"-ens_value\n", {"enabled_rats absent"}},
+        {"ens_value::\n", {"ens_value=", "enabled_rats absent"}},
+        {"", {"enabled_rats absent"}},
+        {"brightness::7\nens_value::3\n", {"ens_value=3", "enabled_rats absent"}},
+    };
+    for (const DeltaCase& c : cases) {
+        applied.clear();
+        Delta(c.lines);
+        EXPECT_EQ(applied, c.applied) << c.lines;
+    }
 }
-
-class ConfigDeltaCases : public ConfigDeltaTest, public ::testing::WithParamInterface<DeltaCase> {};
-
-TEST_P(ConfigDeltaCases, Applies) {
-    Delta(GetParam().lines);
-    EXPECT_EQ(applied, GetParam().applied);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ConfigDeltaCases,
-    ::testing::Values(
-        DeltaCase{"several_attributes_apply_in_table_order",
-                  "ims_enable::1\ntether_enable::1\nenabled_rats::LTE_ONLY\ndiaglogmask::1\n",
-                  {"diaglogmask=1", "tether_enable=1", "enabled_rats=LTE_ONLY", "ims_enable=1"}},
-        DeltaCase{"log_mask_before_tethering_whatever_the_text_order",
-                  "tether_enable::1\ndiaglogmask::1\n",
-                  {"diaglogmask=1", "tether_enable=1", "enabled_rats absent"}},
-        DeltaCase{"only_ims_runs_the_rat_step_first",
-                  "ims_enable::1\n",
-                  {"enabled_rats absent", "ims_enable=1"}},
-        DeltaCase{
-            "number_typed_attribute_not_applied", "diaglogmask:n:1\n", {"enabled_rats absent"}},
-        DeltaCase{"number_typed_enabled_rats_counts_as_absent",
-                  "enabled_rats:n:18\n",
-                  {"enabled_rats absent"}},
-        DeltaCase{"deleted_attribute_not_applied", "-ens_value\n", {"enabled_rats absent"}},
-        DeltaCase{"empty_string_is_still_a_string",
-                  "ens_value::\n",
-                  {"ens_value=", "enabled_rats absent"}},
-        DeltaCase{"empty_delta_runs_only_the_rat_step", "", {"enabled_rats absent"}},
-        DeltaCase{"unknown_attributes_ignored",
-                  "brightness::7\nens_value::3\n",
-                  {"ens_value=3", "enabled_rats absent"}}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ConfigDeltaTest, NothingToReadAppliesNothing) {
     TavoraConfigObjDelta();

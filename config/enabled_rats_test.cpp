@@ -22,41 +22,13 @@
 #include "platform/qnx/slogf.h"
 #include "service/tavora_context.h"
 #include "testsupport/child_process.h"
+#include "testsupport/message_pair.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
-
-struct Pair {
-    Pair() {
-        int fds[2];
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, fds) == 0) {
-            ours = fds[0];
-            theirs = fds[1];
-        }
-    }
-    ~Pair() {
-        ::close(ours);
-        ::close(theirs);
-    }
-    int ours = -1;
-    int theirs = -1;
-};
-
-// Every message waiting on fd, each read whole; waits up to wait_ms for the first.
-std::vector<std::string> Drain(int fd, int wait_ms) {
-    std::vector<std::string> messages;
-    for (;;) {
-        pollfd entry{fd, POLLIN, 0};
-        if (::poll(&entry, 1, messages.empty() ? wait_ms : 50) <= 0) return messages;
-        char buffer[4096];
-        ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n <= 0) return messages;
-        messages.emplace_back(buffer, static_cast<size_t>(n));
-    }
-}
 
 constexpr const char* kMenuNotSupportedFormat = "%30s : Tavora: Not Supported Device Rat %d\n";
 
@@ -82,9 +54,7 @@ class EnabledRatsTest : public ::testing::Test {
         hardware_id[kHardwareIdLength] = '\0';
     }
     void ModemReports(const std::string& lines) {
-        std::string text = "@status_persistent\n" + lines;
-        ASSERT_EQ(::write(persist_.theirs, text.data(), text.size()),
-                  static_cast<ssize_t>(text.size()));
+        ASSERT_TRUE(persist_.Send("@status_persistent\n" + lines));
     }
     void ModemReportsSetting(int setting) {
         ModemReports("configure_rats_state:json:{\"enabled_technologies\":" +
@@ -96,19 +66,19 @@ class EnabledRatsTest : public ::testing::Test {
         std::vector<int> settings;
         static const std::regex request(
             "msg::configure_rats\nid::3323\ndat:json:\\{\"enabled_technologies\":(-?[0-9]+)\\}");
-        for (const std::string& message : Drain(radio_control_, wait_ms)) {
+        for (const std::string& message : rt::test::DrainMessages(radio_control_, wait_ms)) {
             std::smatch match;
             if (std::regex_search(message, match, request)) settings.push_back(std::stoi(match[1]));
         }
         return settings;
     }
     // What was written to diag/config.
-    std::vector<std::string> MenuWrites() { return Drain(config_.theirs, 0); }
+    std::vector<std::string> MenuWrites() { return config_.Drain(); }
 
     rt::test::PpsBroker broker_;
     int radio_control_ = -1;
-    Pair config_;
-    Pair persist_;
+    rt::test::MessagePair config_;
+    rt::test::MessagePair persist_;
     TavoraContext context_;
 };
 
@@ -153,166 +123,87 @@ TEST(RatTablesTest, DeviceClassesSupportOnlyTheirSettings) {
     hardware_id[0] = '\0';
 }
 
-// Menu choices (enabled_rats in a configuration delta).
+// Menu choices (enabled_rats in a configuration delta): the device, the
+// setting in force before, the name chosen, the settings sent to radio
+// control, the menu written back, the setting in force after and the
+// setting logged as not supported (none: nothing logged). A choice the
+// device takes and a refused one restored are EnabledRatsProcessTest's.
 struct MenuCase {
-    const char* name;
     const char* hardware;
-    int current_before;
+    int before;
     const char* menu;
     std::vector<int> sent;
     std::vector<std::string> menu_writes;
-    int current_after;
-    std::optional<int> not_supported_logged;
+    int after;
+    std::optional<int> not_supported;
 };
-// Shown by name in test listings instead of as raw bytes.
-void PrintTo(const MenuCase& c, std::ostream* os) {
-    *os << c.name;
+
+TEST_F(EnabledRatsTest, MenuChoicesAgainstTheDeviceClass) {
+    const MenuCase cases[] = {
+        {"0x52c0f9e4", -1, "CDMA_ONLY", {}, {}, -1, -1},  // no setting known to restore
+        {"0x51c0f9e4", -1, "WCDMA", {2}, {}, 2, std::nullopt},
+        {"0x51c0f9e4", 2, "NONE", {0}, {}, 0, std::nullopt},
+        {"0x51c0f9e4", 2, "LTE_ONLY", {2}, {"enabled_rats::WCDMA\n"}, 2, std::nullopt},
+        {"0x52c0f9e4", -1, "wcdma", {}, {}, -1, std::nullopt},  // names match in their case
+        {"0x52c0f9e4", 18, "GSM_ONLY", {}, {}, 18, std::nullopt},
+        {"0x52c0f9e4", 18, "WCDMA+LTE", {}, {}, 18, std::nullopt},  // already in force
+        {"", -1, "WCDMA", {}, {}, -1, -1},                          // unknown device
+        {"0X53C0F9E4", 16, "CDMA1X+EVDO+LTE", {28}, {}, 28, std::nullopt},
+    };
+    for (const MenuCase& c : cases) {
+        SCOPED_TRACE(std::string(c.hardware) + " " + c.menu);
+        ResetEnabledRatsForTest();
+        SetHardware(c.hardware);
+        current_rat = c.before;
+        skip_rats_state = 0;
+        SlogCapture capture;
+        SelectRatByName(c.menu);
+        EXPECT_EQ(Sent(), c.sent);
+        EXPECT_THAT(MenuWrites(), ElementsAreArray(c.menu_writes));
+        EXPECT_EQ(current_rat, c.after);
+        if (c.not_supported) {
+            EXPECT_TRUE(capture.contains(NotSupportedLine(*c.not_supported)));
+        } else {
+            EXPECT_THAT(capture.texts(), IsEmpty());
+        }
+        // After a request is sent, the modem's echo of it is to be skipped.
+        if (!c.sent.empty()) {
+            EXPECT_EQ(skip_rats_state, -1);
+        }
+    }
 }
 
-class MenuChoiceTest : public EnabledRatsTest, public ::testing::WithParamInterface<MenuCase> {};
-
-TEST_P(MenuChoiceTest, Applies) {
-    const MenuCase& c = GetParam();
-    SetHardware(c.hardware);
-    current_rat = c.current_before;
-    skip_rats_state = 0;
-    SlogCapture capture;
-    SelectRatByName(c.menu);
-    EXPECT_EQ(Sent(), c.sent);
-    EXPECT_THAT(MenuWrites(), ElementsAreArray(c.menu_writes));
-    EXPECT_EQ(current_rat, c.current_after);
-    if (c.not_supported_logged) {
-        EXPECT_TRUE(capture.contains(NotSupportedLine(*c.not_supported_logged)));
-    } else {
-        EXPECT_THAT(capture.texts(), IsEmpty());
-    }
-    // After a request is sent, the modem's echo of it is to be skipped.
-    if (!c.sent.empty()) {
-        EXPECT_EQ(skip_rats_state, -1);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, MenuChoiceTest,
-    ::testing::Values(
-        MenuCase{"wcdma_lte_device_chooses_wcdma_lte",
-                 "0x52c0f9e4",
-                 -1,
-                 "WCDMA+LTE",
-                 {18},
-                 {},
-                 18,
-                 std::nullopt},
-        MenuCase{"unsupported_choice_restores_setting_in_force",
-                 "0x52c0f9e4",
-                 18,
-                 "CDMA_ONLY",
-                 {18},
-                 {"enabled_rats::WCDMA+LTE\n"},
-                 18,
-                 std::nullopt},
-        MenuCase{"unsupported_choice_with_no_setting_known",
-                 "0x52c0f9e4",
-                 -1,
-                 "CDMA_ONLY",
-                 {},
-                 {},
-                 -1,
-                 -1},
-        MenuCase{
-            "wcdma_only_device_sends_wcdma", "0x51c0f9e4", -1, "WCDMA", {2}, {}, 2, std::nullopt},
-        MenuCase{"wcdma_only_device_sends_none", "0x51c0f9e4", 2, "NONE", {0}, {}, 0, std::nullopt},
-        MenuCase{"wcdma_only_device_refuses_lte",
-                 "0x51c0f9e4",
-                 2,
-                 "LTE_ONLY",
-                 {2},
-                 {"enabled_rats::WCDMA\n"},
-                 2,
-                 std::nullopt},
-        MenuCase{"name_in_other_case_matches_nothing",
-                 "0x52c0f9e4",
-                 -1,
-                 "wcdma",
-                 {},
-                 {},
-                 -1,
-                 std::nullopt},
-        MenuCase{"unknown_name_ignored", "0x52c0f9e4", 18, "GSM_ONLY", {}, {}, 18, std::nullopt},
-        MenuCase{"setting_already_in_force_sends_nothing",
-                 "0x52c0f9e4",
-                 18,
-                 "WCDMA+LTE",
-                 {},
-                 {},
-                 18,
-                 std::nullopt},
-        MenuCase{"unknown_device_sends_nothing", "", -1, "WCDMA", {}, {}, -1, -1},
-        MenuCase{"three_rat_device_case_insensitive_id",
-                 "0X53C0F9E4",
-                 16,
-                 "CDMA1X+EVDO+LTE",
-                 {28},
-                 {},
-                 28,
-                 std::nullopt}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-// Reports of the modem through status_persistent.
+// Reports of the modem through status_persistent: as above, with the
+// setting the modem reported in place of the name chosen.
 struct ReportCase {
-    const char* name;
     const char* hardware;
-    int current_before;
+    int before;
     int reported;
     std::vector<int> sent;
     std::vector<std::string> menu_writes;
-    int current_after;
+    int after;
 };
-// Shown by name in test listings instead of as raw bytes.
-void PrintTo(const ReportCase& c, std::ostream* os) {
-    *os << c.name;
+
+TEST_F(EnabledRatsTest, ModemReportsAgainstTheDeviceClass) {
+    const ReportCase cases[] = {
+        {"0x53c0f9e4", 28, 16, {16}, {"enabled_rats::LTE_ONLY\n"}, 16},
+        {"0x53c0f9e4", 28, 0, {}, {}, 28},  // zero is ignored
+        {"0x52c0f9e4", 18, 4, {18}, {"enabled_rats::WCDMA+LTE\n"}, 18},
+        {"0x52c0f9e4", 18, 18, {}, {}, 18},
+    };
+    for (const ReportCase& c : cases) {
+        SCOPED_TRACE(std::string(c.hardware) + " " + std::to_string(c.reported));
+        ResetEnabledRatsForTest();
+        SetHardware(c.hardware);
+        current_rat = c.before;
+        skip_rats_state = 0;
+        ModemReportsSetting(c.reported);
+        GetRatsState();
+        EXPECT_EQ(Sent(), c.sent);
+        EXPECT_THAT(MenuWrites(), ElementsAreArray(c.menu_writes));
+        EXPECT_EQ(current_rat, c.after);
+    }
 }
-
-class ModemReportTest : public EnabledRatsTest, public ::testing::WithParamInterface<ReportCase> {};
-
-TEST_P(ModemReportTest, Follows) {
-    const ReportCase& c = GetParam();
-    SetHardware(c.hardware);
-    current_rat = c.current_before;
-    skip_rats_state = 0;
-    ModemReportsSetting(c.reported);
-    GetRatsState();
-    EXPECT_EQ(Sent(), c.sent);
-    EXPECT_THAT(MenuWrites(), ElementsAreArray(c.menu_writes));
-    EXPECT_EQ(current_rat, c.current_after);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ModemReportTest,
-    ::testing::Values(ReportCase{"supported_change_is_taken",
-                                 "0x53c0f9e4",
-                                 28,
-                                 16,
-                                 {16},
-                                 {"enabled_rats::LTE_ONLY\n"},
-                                 16},
-                      ReportCase{"zero_ignored", "0x53c0f9e4", 28, 0, {}, {}, 28},
-                      ReportCase{"unsupported_report_restored",
-                                 "0x52c0f9e4",
-                                 18,
-                                 4,
-                                 {18},
-                                 {"enabled_rats::WCDMA+LTE\n"},
-                                 18},
-                      ReportCase{"same_as_current_ignored", "0x52c0f9e4", 18, 18, {}, {}, 18},
-                      ReportCase{"first_report_with_no_setting_known",
-                                 "0x52c0f9e4",
-                                 -1,
-                                 2,
-                                 {2},
-                                 {"enabled_rats::WCDMA\n"},
-                                 2}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(EnabledRatsTest, ReportAfterOwnRequestIsSkippedOnce) {
     SetHardware("0x53c0f9e4");
@@ -323,7 +214,7 @@ TEST_F(EnabledRatsTest, ReportAfterOwnRequestIsSkippedOnce) {
     EXPECT_EQ(skip_rats_state, 0);
     EXPECT_EQ(current_rat, 28);
     EXPECT_THAT(Sent(), IsEmpty());
-    EXPECT_THAT(Drain(persist_.theirs, 0), IsEmpty());  // the report was read, not left behind
+    EXPECT_THAT(persist_.Drain(), IsEmpty());  // the report was read, not left behind
 }
 
 TEST_F(EnabledRatsTest, ReportWithoutRatStateLogsThePush) {
@@ -405,32 +296,13 @@ TEST_F(EnabledRatsTest, DeltaWithoutEnabledRatsReadsTheModemAtOnce) {
     current_rat = 28;
     skip_rats_state = -1;
     ModemReportsSetting(16);
-    const std::string delta = "@config\nims_enable::1\n";
-    ASSERT_EQ(::write(config_.theirs, delta.data(), delta.size()),
-              static_cast<ssize_t>(delta.size()));
+    ASSERT_TRUE(config_.Send("@config\nims_enable::1\n"));
     TavoraConfigObjDelta();
     EXPECT_EQ(current_rat, 16);
     EXPECT_EQ(Sent(2000), std::vector<int>{16});
     // Then ims_enable, after enabled_rats: with no QMI client open the
     // change is refused and written back.
     EXPECT_THAT(MenuWrites(), ElementsAre("enabled_rats::LTE_ONLY\n", "ims_enable:n:0\n"));
-}
-
-TEST_F(EnabledRatsTest, DeltaWithEnabledRatsSelectsByName) {
-    SetHardware("0x52c0f9e4");
-    const std::string delta = "@config\nenabled_rats::WCDMA+LTE\n";
-    ASSERT_EQ(::write(config_.theirs, delta.data(), delta.size()),
-              static_cast<ssize_t>(delta.size()));
-    TavoraConfigObjDelta();
-    EXPECT_EQ(Sent(2000), std::vector<int>{18});
-    EXPECT_EQ(current_rat, 18);
-    // The next report after the request is taken for its echo and skipped,
-    // whatever it says: a different supported value changes nothing.
-    ModemReportsSetting(2);
-    GetRatsState();
-    EXPECT_EQ(skip_rats_state, 0);
-    EXPECT_EQ(current_rat, 18);
-    EXPECT_THAT(Sent(), IsEmpty());
 }
 
 }  // namespace

@@ -20,48 +20,43 @@
 
 namespace {
 
+using rt::test::ReadFile;
+
+using rt::test::ChildProcess;
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
-using rt::test::ModemsimProcess;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 using rt::test::Eventually;
 
 bool ObjectHolds(DaemonFixture& fixture, const char* path, const std::string& line) {
-    return Eventually(
-        [&] { return fixture.ReadObject(path).find("\n" + line + "\n") != std::string::npos; });
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return fixture.ObjectHolds(path, "\n" + line + "\n");
 }
 
 // --- no stale ENS at start -------------------------------------------------
 
 TEST(SettingsAtStartTest, PersistedEnsValueIsNotSentAndQmiStaysClosed) {
-    ModemsimProcess modem;
-    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
     DaemonOptions options;
-    options.env = modem.DaemonEnv();
     options.config_lines = {"ens_value::1", "diaglogmask::0"};
-    DaemonFixture fixture(options);
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+    rt::test::ModemAndDaemon world("{}", options);
+    ASSERT_TRUE(world.started()) << world.Errors();
+    DaemonFixture& fixture = world.daemon();
+    ChildProcess& modem = world.modemsim();
     // A later change is applied after the first read of diag/config; with
     // no QMI client open it is refused and written back.
     ASSERT_TRUE(fixture.WriteConfig({"ims_enable::1"}));
     ASSERT_TRUE(ObjectHolds(fixture, rt::test::kConfigObject, "ims_enable:n:0"))
         << fixture.daemon().Stderr();
+    // The persisted ENS value was deleted at start; the rest stays.
     EXPECT_THAT(fixture.ReadObject(rt::test::kConfigObject), Not(HasSubstr("ens_value")));
+    EXPECT_THAT(fixture.ReadObject(rt::test::kConfigObject), HasSubstr("\ndiaglogmask::0\n"));
     EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("ENS value sent as part of QMI")));
     EXPECT_THAT(fixture.daemon().Stderr(),
                 HasSubstr("SetIMSTestMode : Error in sending & processing "
                           "set_ims_throttle_stats_qmi: Error = 22"));
-    EXPECT_EQ(modem.process().CountInStderr("qmi connection accepted"), 0);
-    EXPECT_EQ(modem.process().CountInStderr("svc=0xe3"), 0);
+    EXPECT_EQ(modem.CountInStderr("qmi connection accepted"), 0);
+    EXPECT_EQ(modem.CountInStderr("svc=0xe3"), 0);
 }
 
 // --- throttles and IMS test mode ------------------------------------------
@@ -71,26 +66,26 @@ class ThrottlesTest : public ::testing::Test {
     // modemsim refusing the message ids in `refuse` (a JSON object), and a
     // daemon whose QMI client an ENS value has opened.
     void Start(const std::string& refuse) {
-        modem_ = std::make_unique<ModemsimProcess>(R"({"qmi": {"refuse": )" + refuse + "}}");
-        ASSERT_TRUE(modem_->ready()) << modem_->process().Stderr();
-        DaemonOptions options;
-        options.env = modem_->DaemonEnv();
-        fixture_ = std::make_unique<DaemonFixture>(options);
-        ASSERT_TRUE(fixture_->started()) << fixture_->daemon().Stderr();
+        world_ =
+            std::make_unique<rt::test::ModemAndDaemon>(R"({"qmi": {"refuse": )" + refuse + "}}");
+        ASSERT_TRUE(world_->started()) << world_->Errors();
+        fixture_ = &world_->daemon();
+        modem_ = &world_->modemsim();
         ASSERT_TRUE(fixture_->WriteConfig({"ens_value::1"}));
         ASSERT_TRUE(ModemGot("msg=0x1f tlv01=00", 1));
     }
     // Waits until modemsim has received `request` `times` times in all.
     bool ModemGot(const std::string& request, int times) {
-        return Eventually([&] { return modem_->process().CountInStderr(request) >= times; });
+        return Eventually([&] { return modem_->CountInStderr(request) >= times; });
     }
-    int ModemCount(const std::string& request) { return modem_->process().CountInStderr(request); }
+    int ModemCount(const std::string& request) { return modem_->CountInStderr(request); }
     bool ConfigHolds(const std::string& line) {
         return ObjectHolds(*fixture_, rt::test::kConfigObject, line);
     }
 
-    std::unique_ptr<ModemsimProcess> modem_;
-    std::unique_ptr<DaemonFixture> fixture_;
+    std::unique_ptr<rt::test::ModemAndDaemon> world_;
+    DaemonFixture* fixture_ = nullptr;
+    ChildProcess* modem_ = nullptr;
 };
 
 struct StateCase {
@@ -111,7 +106,7 @@ TEST_F(ThrottlesTest, EachSwitchSendsItsStateAndOnlyOnexReadsBack) {
         seen_before = ModemCount(c.request);
         ASSERT_TRUE(fixture_->WriteConfig({std::string(c.attribute) + "::" + c.text}));
         EXPECT_TRUE(ModemGot(c.request, seen_before + 1)) << c.attribute << "=" << c.text << "\n"
-                                                          << modem_->process().Stderr();
+                                                          << modem_->Stderr();
     }
     // The refused EVDO change is undone on the screen, as a number.
     EXPECT_TRUE(ConfigHolds("evdo_enable:n:0")) << fixture_->ReadObject(rt::test::kConfigObject);
@@ -129,7 +124,7 @@ TEST_F(ThrottlesTest, EachSwitchSendsItsStateAndOnlyOnexReadsBack) {
 TEST_F(ThrottlesTest, RefusedOnexIsWrittenBackAndStillReadBack) {
     Start(R"({"0x16": 71})");
     ASSERT_TRUE(fixture_->WriteConfig({"onex_enable::0"}));
-    ASSERT_TRUE(ModemGot("msg=0x15", 1)) << modem_->process().Stderr();
+    ASSERT_TRUE(ModemGot("msg=0x15", 1)) << modem_->Stderr();
     EXPECT_EQ(ModemCount("msg=0x16 tlv01=00"), 1);
     EXPECT_TRUE(ConfigHolds("onex_enable:n:1")) << fixture_->ReadObject(rt::test::kConfigObject);
 }

@@ -15,12 +15,7 @@
 
 namespace {
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+using rt::test::ReadFile;
 
 // The daemon blocks its termination signals around the poll loop; this
 // test blocks them too and ignores two more. A shell started with them

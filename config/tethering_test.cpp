@@ -153,14 +153,6 @@ TEST_F(TetheringTest, TheIpv6LinesFollowThePrefixOfTheThirdRoute) {
     }
 }
 
-TEST_F(TetheringTest, TwoEnablesRunEverythingTwice) {
-    SetRoutes(RoutesWithThird("2001:db8:1:2::/64  link#3  U  rmnet2"));
-    handleTetheringCmd("1");
-    handleTetheringCmd("1");
-    std::vector<std::string> once = Concat(kEnableLines, Ipv6Lines("2001:db8:1:2:"));
-    EXPECT_THAT(ToolLines(), ElementsAreArray(Concat(once, once)));
-}
-
 struct WordCase {
     std::string output;
     TetherPrefix result;

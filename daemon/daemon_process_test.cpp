@@ -1,6 +1,6 @@
 // radio_tavora as a real process on a real broker: start-up order and
 // log lines, the objects it creates and clears, requests through the
-// server object, and how it ends.
+// server object, and how it ends, its broker's going away included.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
@@ -93,23 +93,6 @@ TEST(DaemonProcessTest, StatusObjectsCreatedAndEmptied) {
     }
 }
 
-TEST(DaemonProcessTest, EnsValueDeletedFromConfigAtStart) {
-    DaemonOptions options;
-    options.config_lines = {"ens_value::1", "diaglogmask::0"};
-    options.start = false;
-    DaemonFixture fixture(options);
-    ASSERT_THAT(fixture.ReadObject(rt::test::kConfigObject), HasSubstr("ens_value::1"));
-    ASSERT_TRUE(fixture.Start()) << fixture.daemon().Stderr();
-    // The deletion is the daemon's first write; give the broker a moment.
-    std::string config;
-    rt::test::Eventually([&] {
-        config = fixture.ReadObject(rt::test::kConfigObject);
-        return config.find("ens_value") == std::string::npos;
-    });
-    EXPECT_THAT(config, Not(HasSubstr("ens_value")));
-    EXPECT_THAT(config, HasSubstr("diaglogmask::0"));
-}
-
 TEST(DaemonProcessTest, UnregisteredNameWarnsLogsAndGetsNoReply) {
     DaemonFixture fixture;
     ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
@@ -125,28 +108,6 @@ TEST(DaemonProcessTest, UnregisteredNameWarnsLogsAndGetsNoReply) {
     EXPECT_LT(err.find("Unhandled message nosuchreport"), err.find(line));
 }
 
-TEST(DaemonProcessTest, RequestWithoutIdIsDropped) {
-    DaemonFixture fixture;
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    EXPECT_EQ(fixture.RequestRaw("msg::nosuchreport\n", 500), "");
-    // A later complete request shows the daemon read past the dropped one.
-    fixture.Request("marker", "1", std::nullopt, 500);
-    ASSERT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: marker"));
-    EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("nosuchreport")));
-}
-
-TEST(DaemonProcessTest, ClientConnectingWithCredentialsIsServed) {
-    // The broker reports the connecting client's credentials; the daemon
-    // keeps serving that client afterwards.
-    DaemonFixture fixture;
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    rt::test::PpsClientConnection client(rt::test::kControlObject);
-    ASSERT_TRUE(client.ok());
-    ASSERT_TRUE(client.Write("msg::first\nid::1\n"));
-    ASSERT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: first"));
-    EXPECT_THAT(fixture.daemon().Stderr(), Not(HasSubstr("malloc failed")));
-}
-
 TEST(DaemonProcessTest, UnknownOptionLoggedAndStartGoesOn) {
     DaemonOptions options;
     options.args = {"-x"};
@@ -155,19 +116,28 @@ TEST(DaemonProcessTest, UnknownOptionLoggedAndStartGoesOn) {
     EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(MainLine("Unknown command line option: ?")));
 }
 
-class DaemonSignalTest : public ::testing::TestWithParam<int> {};
-
-TEST_P(DaemonSignalTest, EndsWithStatusZero) {
-    DaemonFixture fixture;
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    EXPECT_EQ(fixture.Stop(GetParam()), 0);
+TEST(DaemonProcessTest, TerminationSignalsEndWithStatusZero) {
     char line[128];
     std::snprintf(line, sizeof line, "%30s : Tavora: radio_tavora PPS is terminated.", "Cleanup");
-    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line));
+    for (int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
+        DaemonFixture fixture;
+        ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+        EXPECT_EQ(fixture.Stop(signal_number), 0) << sigabbrev_np(signal_number);
+        EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line)) << sigabbrev_np(signal_number);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, DaemonSignalTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP),
-                         [](const auto& info) { return std::string(sigabbrev_np(info.param)); });
+// When its broker goes away the daemon ends with status 1 at once, so that
+// a supervisor starts it again once the broker is back.
+TEST(DaemonProcessTest, BrokerGoneEndsWithStatusOne) {
+    for (int signal_number : {SIGKILL, SIGTERM}) {
+        DaemonFixture fixture;
+        ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
+        ASSERT_TRUE(fixture.broker().process().Signal(signal_number));
+        EXPECT_EQ(fixture.daemon().Wait(10000), 1) << fixture.daemon().Stderr();
+        EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr("BAD pps file descriptor!"));
+    }
+}
 
 TEST(DaemonProcessTest, UnknownUserEndsWithStatusOne) {
     DaemonOptions options;

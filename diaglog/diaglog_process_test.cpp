@@ -129,31 +129,6 @@ TEST(DiagLogProcessTest, CaptureThroughModemsim) {
     ExpectCleanExit(*modemsim);
 }
 
-TEST(DiagLogProcessTest, ScenarioTimelineStopsWhenTheMaskGoesOff) {
-    ModemsimProcess modem(R"({"diag": {"rrc_period_ms": 20, "rrc_states": [
-            {"state": 3, "hold_ms": 150}, {"state": 2, "hold_ms": 150}]}})");
-    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
-    ChildProcess* modemsim = &modem.process();
-    DaemonOptions options;
-    options.env = modem.DaemonEnv();
-    DaemonFixture daemon(options);
-    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
-
-    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
-    // The state follows the timeline: both states show up in turn.
-    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_DCH"));
-    EXPECT_TRUE(ReportEventually(daemon, "rrc_conn_state::CELL_FACH"));
-
-    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::0"}));
-    ASSERT_TRUE(modemsim->WaitForStderr("modemsim: diag client disconnected"))
-        << modemsim->Stderr();
-    std::string frozen = RadioStats(daemon);
-    EXPECT_NE(frozen.find("rrc_state::RRC_CONNECTED"), std::string::npos) << frozen;
-    // Several turns of the timeline later, the last snapshot is unchanged.
-    std::this_thread::sleep_for(std::chrono::milliseconds(700));
-    EXPECT_EQ(RadioStats(daemon), frozen);
-}
-
 TEST(DiagLogProcessTest, CaptureStraightFromAFile) {
     TempDir dir;
     std::string capture = WriteRrcCapture(dir);
@@ -204,17 +179,6 @@ TEST(DiagLogProcessTest, PacedLoopingFileReplayStopsWhenTheMaskGoesOff) {
     EXPECT_EQ(RadioStats(daemon), frozen);
     EXPECT_EQ(daemon.Stop(SIGTERM), 0);
     ExpectCleanExit(daemon.daemon());
-}
-
-TEST(DiagLogProcessTest, NoDiagPortLogsInitFailure) {
-    TempDir dir;
-    DaemonFixture daemon(WithDiag("unix:" + dir.file("nobody.sock"), dir));
-    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
-    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
-    EXPECT_TRUE(daemon.daemon().WaitForStderr(
-        "slog 10000 6               SetTavoraLogMask : ERROR: Tavora: DM Client Init failed!!"))
-        << daemon.daemon().Stderr();
-    EXPECT_EQ(daemon.Stop(SIGTERM), 0);
 }
 
 }  // namespace

@@ -38,19 +38,6 @@ class LogSnapshotStoreTest : public ::testing::Test {
     void TearDown() override { g_log_snapshot_store.Reset(); }
 };
 
-TEST_F(LogSnapshotStoreTest, EverySnapshotHasItsSizeAndStartsEmpty) {
-    for (const auto& entry : kFixedSnapshotSizes) {
-        Bytes s = SnapshotOf(entry.code);
-        EXPECT_EQ(s.size(), entry.size) << std::hex << entry.code;
-        EXPECT_EQ(s[0] | s[1], 0);
-    }
-    EXPECT_EQ(SnapshotOf(0xB081).size(), 24u + 135u);
-    EXPECT_EQ(SnapshotOf(0xB091).size(), 24u + 210u);
-    EXPECT_EQ(SnapshotOf(0xB087).size(), 29u);
-    EXPECT_EQ(SnapshotOf(0xB097).size(), 25u);
-    EXPECT_TRUE(SnapshotOf(0x4221).empty());
-}
-
 TEST_F(LogSnapshotStoreTest, FixedSizeKeepsTheFirstNBytes) {
     // 0x4125 packet of 20 bytes: header(12) + 8 payload bytes; 13 are kept.
     Bytes packet = Packet(0x4125, 20);

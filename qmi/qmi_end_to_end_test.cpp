@@ -16,7 +16,6 @@ namespace {
 
 using qmi_test::Line;
 using rt::test::DaemonFixture;
-using rt::test::DaemonOptions;
 
 std::string Slog(const std::string& text) {
     return "slog 10000 6 " + text;
@@ -24,32 +23,27 @@ std::string Slog(const std::string& text) {
 
 class ControlChannel : public testing::Test {
   protected:
-    // modemsim on sockets of this test, with a scenario patch for "qmi".
-    void StartModem(const std::string& qmi_patch = "{}") {
-        modem_ = std::make_unique<rt::test::ModemsimProcess>(R"({"qmi": )" + qmi_patch + "}");
-        ASSERT_TRUE(modem_->ready()) << modem_->process().Stderr();
+    // modemsim with a scenario patch for "qmi", and the daemon using it.
+    void Start(const std::string& qmi_patch = "{}") {
+        world_ = std::make_unique<rt::test::ModemAndDaemon>(R"({"qmi": )" + qmi_patch + "}");
+        ASSERT_TRUE(world_->started()) << world_->Errors();
+        modem_ = &world_->modemsim();
+        daemon_ = &world_->daemon();
     }
-    void StartDaemon() {
-        DaemonOptions options;
-        options.env = modem_->DaemonEnv();
-        daemon_ = std::make_unique<DaemonFixture>(options);
-        ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
-    }
-
     bool ObjectHolds(const char* object, const std::string& needle) {
         return daemon_->ObjectHolds(object, needle);
     }
 
-    std::unique_ptr<rt::test::ModemsimProcess> modem_;
-    std::unique_ptr<DaemonFixture> daemon_;
+    std::unique_ptr<rt::test::ModemAndDaemon> world_;
+    rt::test::ChildProcess* modem_ = nullptr;
+    DaemonFixture* daemon_ = nullptr;
 };
 
 TEST_F(ControlChannel, EnsOpensTheChannelAnd3gpp2InfoPublishesTheModemsIdentity) {
-    StartModem();
-    StartDaemon();
+    Start();
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
     // ENS value 1 is sent as ENS byte 0.
-    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=00")) << modem_->process().Stderr();
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
     std::string reply = daemon_->Request("3gpp2info", "17");
     EXPECT_NE(reply.find("res::3gpp2info\n"), std::string::npos) << reply;
     EXPECT_NE(reply.find("id::17\n"), std::string::npos) << reply;
@@ -61,8 +55,7 @@ TEST_F(ControlChannel, EnsOpensTheChannelAnd3gpp2InfoPublishesTheModemsIdentity)
 }
 
 TEST_F(ControlChannel, BeforeAnyEnsValueTheReportHoldsPlaceholders) {
-    StartModem();
-    StartDaemon();
+    Start();
     std::string reply = daemon_->Request("3gpp2info", "3");
     EXPECT_NE(reply.find("res::3gpp2info\n"), std::string::npos) << reply;
     std::string report = daemon_->ReadObject(rt::test::kStatus3gpp2Object);
@@ -77,16 +70,15 @@ TEST_F(ControlChannel, BeforeAnyEnsValueTheReportHoldsPlaceholders) {
               "model::No data available!\n");
     EXPECT_TRUE(daemon_->daemon().WaitForStderr(Slog(
         Line("Get3GPP2Info", "Error in sending & processing get_misc_info_qmi: Error = %d", 22))));
-    EXPECT_EQ(modem_->process().CountInStderr("svc=0xe3"), 0);  // nothing reached the modem
+    EXPECT_EQ(modem_->CountInStderr("svc=0xe3"), 0);  // nothing reached the modem
 }
 
 TEST_F(ControlChannel, ModemResetIsPublishedAndClosesTheChannelUntilReopened) {
-    StartModem(R"({"reset_down_ms": 2000})");
-    StartDaemon();
+    Start(R"({"reset_down_ms": 2000})");
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
-    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=00")) << modem_->process().Stderr();
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
 
-    ASSERT_TRUE(modem_->process().Signal(SIGUSR1));
+    ASSERT_TRUE(modem_->Signal(SIGUSR1));
     EXPECT_TRUE(ObjectHolds(rt::test::kStatusDataObject, "modem_state::modem is in reset mode\n"));
     // While the client is gone, requests fail with 22.
     daemon_->Request("3gpp2info", "4");
@@ -101,7 +93,7 @@ TEST_F(ControlChannel, ModemResetIsPublishedAndClosesTheChannelUntilReopened) {
               failures_before + 1);
 
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::0"}));
-    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=01")) << modem_->process().Stderr();
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=01")) << modem_->Stderr();
     daemon_->Request("3gpp2info", "6");
     EXPECT_TRUE(ObjectHolds(rt::test::kStatus3gpp2Object, "pesn::80A1B2C3\n"));
 }
@@ -110,12 +102,11 @@ TEST_F(ControlChannel, DelayedAnswerTimesOutAndIsNotTakenForTheNextRequests) {
     // The first misc-information answer (pesn STALE000) comes after 3400 ms,
     // the second (pesn FRESH000) 1800 ms after its request, so the stale one
     // arrives while the second request waits.
-    StartModem(R"({"delay_ms": {"0x14": [3400, 1800]},
+    Start(R"({"delay_ms": {"0x14": [3400, 1800]},
                    "raw_response": {"0x14": ["02040000000000 100800 5354414c45303030",
                                              "02040000000000 100800 4652455348303030"]}})");
-    StartDaemon();
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
-    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=00")) << modem_->process().Stderr();
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
 
     auto start = std::chrono::steady_clock::now();
     std::string reply = daemon_->Request("3gpp2info", "1", std::nullopt);

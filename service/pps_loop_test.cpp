@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "service/pps_server.h"
+#include "testsupport/message_pair.h"
 
 namespace {
 
@@ -37,30 +38,14 @@ void RecordWatcher(PPSServer*, void* arg, int fd) {
     events.push_back(std::string("watcher ") + static_cast<const char*>(arg));
 }
 
-struct SocketPair {
-    SocketPair() {
-        int fds[2];
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, fds) == 0) {
-            ours = fds[0];
-            theirs = fds[1];
-        }
-    }
-    ~SocketPair() {
-        if (ours >= 0) ::close(ours);
-        if (theirs >= 0) ::close(theirs);
-    }
-    void Send(const std::string& text) const {
-        ASSERT_EQ(::write(theirs, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
+// The broker's sockets block; one message per write.
+struct SocketPair : rt::test::MessagePair {
+    SocketPair() : MessagePair(true) {}
+    void Send(const std::string& text) const { ASSERT_TRUE(MessagePair::Send(text)); }
     std::string Receive() const {
-        pollfd entry{theirs, POLLIN, 0};
-        if (::poll(&entry, 1, 1000) <= 0) return "";
-        char buffer[4096];
-        ssize_t n = ::read(theirs, buffer, sizeof buffer);
-        return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";
+        std::vector<std::string> messages = rt::test::DrainMessages(theirs, 1000);
+        return messages.empty() ? "" : messages.front();
     }
-    int ours = -1;
-    int theirs = -1;
 };
 
 class PPSLoopTest : public ::testing::Test {
@@ -91,39 +76,35 @@ std::string RequestOfSize(size_t size) {
     return text;
 }
 
-TEST_F(PPSLoopTest, ReadProcessesOneMessage) {
-    server_pair.Send("@control.5\nmsg::radiostats\nid::17\n");
-    EXPECT_EQ(server.PPSRead(server.fd()), 0);
-    EXPECT_THAT(events, ::testing::ElementsAre("request 5 radiostats 17 (null)"));
-}
+// The read buffer holds 1023 bytes: a longer message is cut there, with
+// a warning, and what the cut leaves is parsed.
+struct SizeCase {
+    std::string text;
+    bool warned;
+    size_t requests;
+};
 
-TEST_F(PPSLoopTest, Message1023BytesProcessedWholeWithoutWarning) {
-    server_pair.Send(RequestOfSize(1023));
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(server.PPSRead(server.fd()), 0);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("read larger than buffer")));
-    EXPECT_EQ(events.size(), 1u);
-}
-
-TEST_F(PPSLoopTest, Message1024BytesWarnsAndKeeps1023) {
-    // The request's own attributes come first, so the cut leaves them whole;
-    // the last byte (the newline of the padding) is the one dropped.
-    server_pair.Send(RequestOfSize(1024));
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(server.PPSRead(server.fd()), 0);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("read larger than buffer 1024"));
-    EXPECT_EQ(events.size(), 1u);
-}
-
-TEST_F(PPSLoopTest, CutAt1023BytesLosesTheTail) {
-    // The id comes after 1023 bytes: what is parsed has no id, so nothing runs.
-    std::string head = "@control.5\nmsg::radiostats\npad::";
-    std::string text = head + std::string(1023 - head.size(), 'x') + "\nid::17\n";
-    server_pair.Send(text);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(server.PPSRead(server.fd()), 0);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("read larger than buffer 1024"));
-    EXPECT_TRUE(events.empty());
+TEST_F(PPSLoopTest, MessagesPastTheBufferAreCutAt1023Bytes) {
+    const std::string head = "@control.5\nmsg::radiostats\npad::";
+    const SizeCase cases[] = {
+        {RequestOfSize(1023), false, 1},
+        // The request's own attributes come first: the cut drops only the
+        // padding's newline.
+        {RequestOfSize(1024), true, 1},
+        // The id comes after 1023 bytes: what is parsed has no id.
+        {head + std::string(1023 - head.size(), 'x') + "\nid::17\n", true, 0},
+    };
+    for (const SizeCase& c : cases) {
+        events.clear();
+        server_pair.Send(c.text);
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(server.PPSRead(server.fd()), 0);
+        EXPECT_EQ(testing::internal::GetCapturedStderr().find("read larger than buffer 1024") !=
+                      std::string::npos,
+                  c.warned)
+            << c.text.size();
+        EXPECT_EQ(events.size(), c.requests) << c.text.size();
+    }
 }
 
 TEST_F(PPSLoopTest, ReadThatWouldBlockReturnsEagain) {
@@ -151,16 +132,6 @@ TEST(PPSReadDeathTest, OtherReadErrorEndsWithStatus1) {
     EXPECT_EXIT(server.PPSRead(dir), ::testing::ExitedWithCode(1),
                 HasSubstr("read pps errno " + std::to_string(EISDIR)));
     ::close(dir);
-}
-
-TEST(PPSReadDeathTest, VanishedBrokerEndsWithStatus1) {
-    SocketPair pair;
-    ASSERT_GE(pair.ours, 0);
-    ::close(pair.theirs);  // the broker's end is gone
-    pair.theirs = -1;
-    PPSServer server;
-    EXPECT_EXIT(server.PPSRead(pair.ours), ::testing::ExitedWithCode(1),
-                HasSubstr("BAD pps file descriptor!"));
 }
 
 // A watcher whose descriptor stays readable keeps poll from ever waiting; a
@@ -249,49 +220,33 @@ TEST_F(PPSLoopTest, EagainOnServerReadDelaysWatchersToNextPass) {
     EXPECT_THAT(events, ::testing::ElementsAre("watcher config"));
 }
 
-TEST_F(PPSLoopTest, PollTableHoldsServerThenWatchersInOrder) {
-    server.PPSAddFdWatcher(42, RecordWatcher, nullptr);
-    server.PPSAddFdWatcher(-1, RecordWatcher, nullptr);
-    std::vector<pollfd> table(3);
-    server.PPSFillPollTable(table.data(), table.size());
-    EXPECT_EQ(table[0].fd, server.fd());
-    EXPECT_EQ(table[1].fd, 42);
-    EXPECT_EQ(table[2].fd, -1);
-    for (const pollfd& entry : table) {
-        EXPECT_EQ(entry.events, POLLIN);
-        EXPECT_EQ(entry.revents, 0);
-    }
-}
-
 // Replies.
 
 constexpr const char* kServerPath = "/pps/services/radioctrl/modem0/diag/control?server";
 
-TEST_F(PPSLoopTest, ReplyWithoutDat) {
-    server.PPSReply(kServerPath, 5, "radiostats", "17", nullptr, 0, false);
-    EXPECT_EQ(server_pair.Receive(),
-              "@/pps/services/radioctrl/modem0/diag/control?server.5\nres::radiostats\nid::17\n");
+struct ReplyCase {
+    const char* dat;
+    int err;
+    bool json;
+    const char* tail;  // after the object line, res and id
+};
+
+TEST_F(PPSLoopTest, ReplyRepeatsDatAsStringOrJsonAndAddsTheError) {
+    const ReplyCase cases[] = {
+        {nullptr, 0, false, ""},
+        {"{\"a\":1}", 0, false, "dat::{\"a\":1}\n"},
+        {"{\"a\":1}", 22, true, "dat:json:{\"a\":1}\nerr:n:22\n"},
+    };
+    for (const ReplyCase& c : cases) {
+        server.PPSReply(kServerPath, 5, "radiostats", "17", c.dat, c.err, c.json);
+        EXPECT_EQ(server_pair.Receive(),
+                  std::string("@/pps/services/radioctrl/modem0/diag/control?server.5\n"
+                              "res::radiostats\nid::17\n") +
+                      c.tail);
+    }
 }
 
-TEST_F(PPSLoopTest, ReplyRepeatsDatAsString) {
-    server.PPSReply(kServerPath, 5, "radiostats", "17", "{\"a\":1}", 0, false);
-    EXPECT_EQ(server_pair.Receive(),
-              "@/pps/services/radioctrl/modem0/diag/control?server.5\nres::radiostats\nid::17\n"
-              "dat::{\"a\":1}\n");
-}
-
-TEST_F(PPSLoopTest, ReplyWithJsonDatAndError) {
-    server.PPSReply(kServerPath, 5, "radiostats", "17", "{\"a\":1}", 22, true);
-    EXPECT_EQ(server_pair.Receive(),
-              "@/pps/services/radioctrl/modem0/diag/control?server.5\nres::radiostats\nid::17\n"
-              "dat:json:{\"a\":1}\nerr:n:22\n");
-}
-
-TEST_F(PPSLoopTest, ReplyToLargestClientIdWritesAllTwentyDigits) {
-    server.PPSReply(kServerPath, UINT64_MAX, "radiostats", "17", nullptr, 0, false);
-    EXPECT_THAT(server_pair.Receive(), HasSubstr("control?server.18446744073709551615\n"));
-}
-
+// The largest client id is written with all twenty digits.
 TEST_F(PPSLoopTest, RequestAnsweredThroughReply) {
     server.PPSAddCommand(
         "echo",

@@ -47,132 +47,68 @@ class PPSServerTest : public ::testing::Test {
     PPSServer server;
 };
 
-TEST(PPSHashTest, IsDjb2) {
+// djb2 over signed chars: a high byte counts as negative (0xE9 is -23).
+TEST(PPSHashTest, IsDjb2OverSignedChars) {
     EXPECT_EQ(PPSHash(""), 5381u);
-    EXPECT_EQ(PPSHash("a"), 5381u * 33 + 'a');
     EXPECT_EQ(PPSHash("ab"), (5381u * 33 + 'a') * 33 + 'b');
-}
-
-TEST(PPSHashTest, WrapsModulo2To32) {
     uint32_t expected = 5381;
     for (char c : std::string("radionwinfo_and_a_long_tail")) expected = expected * 33 + c;
-    EXPECT_EQ(PPSHash("radionwinfo_and_a_long_tail"), expected);
-}
-
-TEST(PPSHashTest, HighBytesCountAsNegative) {
-    // 0xE9 is -23 as a signed char: 5381 * 33 - 23.
+    EXPECT_EQ(PPSHash("radionwinfo_and_a_long_tail"), expected);  // wraps modulo 2^32
     EXPECT_EQ(PPSHash("\xE9"), 177550u);
-    EXPECT_NE(PPSHash("\xE9"), 5381u * 33 + 0xE9u);
 }
 
-TEST(PPSHashTest, PlainAsciiSameAsUnsigned) {
-    for (const char* name : {"radionwinfo", "radiostats", "umtsopinfo", "hspaopinfo", "lteopinfo",
-                             "bearer", "tchtxpwr", "3gpp2info"}) {
-        uint32_t unsigned_hash = 5381;
-        for (const char* c = name; *c; ++c)
-            unsigned_hash = unsigned_hash * 33 + static_cast<unsigned char>(*c);
-        EXPECT_EQ(PPSHash(name), unsigned_hash) << name;
-    }
-}
-
-TEST_F(PPSServerTest, RequestReachesItsHandler) {
-    Process("@control.5\nmsg::radiostats\nid::17\n");
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].server, &server);
-    EXPECT_EQ(calls[0].arg, &first_tag);
-    EXPECT_EQ(calls[0].client_id, 5u);
-    EXPECT_EQ(calls[0].msg, "radiostats");
-    EXPECT_EQ(calls[0].id, "17");
-    EXPECT_EQ(calls[0].dat, std::nullopt);
-}
-
-TEST_F(PPSServerTest, JsonDatPassedThroughAsText) {
-    Process("@control.5\nmsg::radiostats\nid::17\ndat:json:{\"a\":1}\n");
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].dat, "{\"a\":1}");
-}
-
-TEST_F(PPSServerTest, StringDatPassedThrough) {
-    Process("@control.5\nmsg::radiostats\nid::17\ndat::some text\n");
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].dat, "some text");
-}
-
-TEST_F(PPSServerTest, OtherAttributesIgnored) {
-    Process("@control.5\nmsg::radiostats\nfoo::bar\nid::17\nres::x\n");
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].id, "17");
-}
-
-struct ClientIdCase {
-    const char* name;
-    const char* object_line;
-    std::optional<uint64_t> dispatched_to;
+// One read as the server object delivers it, and the call it makes (none:
+// client 0).
+struct RequestCase {
+    const char* text;
+    uint64_t client;
+    const char* id;
+    std::optional<std::string> dat;
 };
-// Shown by name in test listings instead of as raw bytes.
-void PrintTo(const ClientIdCase& c, std::ostream* os) {
-    *os << c.name;
-}
 
-class ClientIdTest : public PPSServerTest, public ::testing::WithParamInterface<ClientIdCase> {};
-
-TEST_P(ClientIdTest, ParsedFromObjectLine) {
-    Process(std::string(GetParam().object_line) + "\nmsg::radiostats\nid::17\n");
-    if (GetParam().dispatched_to) {
+TEST_F(PPSServerTest, RequestsParsedFromTheText) {
+    const RequestCase cases[] = {
+        {"@control.5\nmsg::radiostats\nid::17\n", 5, "17", std::nullopt},
+        {"@control.5\nmsg::radiostats\nid::17\ndat:json:{\"a\":1}\n", 5, "17", "{\"a\":1}"},
+        {"@control.5\nmsg::radiostats\nid::17\ndat::some text\n", 5, "17", "some text"},
+        {"@control.5\nmsg::radiostats\nfoo::bar\nid::17\nres::x\n", 5, "17", std::nullopt},
+        // The client id: the number after the first dot, read in base 0.
+        {"@control.0\nmsg::radiostats\nid::17\n", 0, "", std::nullopt},
+        {"@control.abc\nmsg::radiostats\nid::17\n", 0, "", std::nullopt},
+        {"@control\nmsg::radiostats\nid::17\n", 0, "", std::nullopt},
+        {"@control.\nmsg::radiostats\nid::17\n", 0, "", std::nullopt},
+        {"@radio.ctrl.7\nmsg::radiostats\nid::17\n", 0, "", std::nullopt},
+        {"@control.18446744073709551615\nmsg::radiostats\nid::1\n", UINT64_MAX, "1", std::nullopt},
+        {"@control.0x1f\nmsg::radiostats\nid::17\n", 31, "17", std::nullopt},
+        {"@control.12abc\nmsg::radiostats\nid::17\n", 12, "17", std::nullopt},
+        // Nothing to answer: no object line, no id, no msg, no text.
+        {"msg::radiostats\nid::17\n", 0, "", std::nullopt},
+        {"@control.5\nmsg::radiostats\n", 0, "", std::nullopt},
+        {"@control.5\nid::17\n", 0, "", std::nullopt},
+        {"", 0, "", std::nullopt},
+        // Two requests in one read dispatch once, with the last value of each.
+        {"@control.5\nmsg::radiostats\nid::17\ndat::first\n@control.9\nmsg::radiostats\nid::18\n",
+         9, "18", "first"},
+        // A malformed line ends the parse; what came before it stands.
+        {"@control.5\nmsg::radiostats\nid::17\nthis line has no colon\nid::99\n", 5, "17",
+         std::nullopt},
+    };
+    for (const RequestCase& c : cases) {
+        calls.clear();
+        Process(c.text);
+        SCOPED_TRACE(c.text);
+        if (c.client == 0) {
+            EXPECT_TRUE(calls.empty());
+            continue;
+        }
         ASSERT_EQ(calls.size(), 1u);
-        EXPECT_EQ(calls[0].client_id, *GetParam().dispatched_to);
-    } else {
-        EXPECT_TRUE(calls.empty());
+        EXPECT_EQ(calls[0].server, &server);
+        EXPECT_EQ(calls[0].arg, &first_tag);
+        EXPECT_EQ(calls[0].client_id, c.client);
+        EXPECT_EQ(calls[0].msg, "radiostats");
+        EXPECT_EQ(calls[0].id, c.id);
+        EXPECT_EQ(calls[0].dat, c.dat);
     }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ClientIdTest,
-    ::testing::Values(ClientIdCase{"plain", "@control.5", 5},
-                      ClientIdCase{"zero_is_no_client", "@control.0", std::nullopt},
-                      ClientIdCase{"letters_after_dot", "@control.abc", std::nullopt},
-                      ClientIdCase{"no_dot", "@control", std::nullopt},
-                      ClientIdCase{"dot_at_end", "@control.", std::nullopt},
-                      ClientIdCase{"largest_64_bit", "@control.18446744073709551615", UINT64_MAX},
-                      ClientIdCase{"hex_prefix_read_base_0", "@control.0x1f", 31},
-                      ClientIdCase{"number_stops_at_non_digit", "@control.12abc", 12},
-                      ClientIdCase{"first_dot_decides", "@radio.ctrl.7", std::nullopt}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(PPSServerTest, NoObjectLineNoDispatch) {
-    Process("msg::radiostats\nid::17\n");
-    EXPECT_TRUE(calls.empty());
-}
-
-TEST_F(PPSServerTest, MissingIdDropped) {
-    Process("@control.5\nmsg::radiostats\n");
-    EXPECT_TRUE(calls.empty());
-}
-
-TEST_F(PPSServerTest, MissingMsgDropped) {
-    Process("@control.5\nid::17\n");
-    EXPECT_TRUE(calls.empty());
-}
-
-TEST_F(PPSServerTest, EmptyTextDoesNothing) {
-    Process("");
-    EXPECT_TRUE(calls.empty());
-}
-
-TEST_F(PPSServerTest, TwoRequestsInOneReadDispatchOnceWithLastValues) {
-    Process(
-        "@control.5\nmsg::radiostats\nid::17\ndat::first\n"
-        "@control.9\nmsg::radiostats\nid::18\n");
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].client_id, 9u);
-    EXPECT_EQ(calls[0].id, "18");
-    EXPECT_EQ(calls[0].dat, "first");  // the last value seen of each attribute
-}
-
-TEST_F(PPSServerTest, MalformedLineEndsParsingButKeepsWhatCameBefore) {
-    Process("@control.5\nmsg::radiostats\nid::17\nthis line has no colon\nid::99\n");
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].id, "17");
 }
 
 TEST_F(PPSServerTest, SecondRegistrationOfANameWins) {
@@ -228,40 +164,22 @@ TEST_F(PPSServerTest, ConnectRecordsCredentials) {
     EXPECT_TRUE(calls.empty());
 }
 
-TEST_F(PPSServerTest, ConnectAgainReplacesRecord) {
+TEST_F(PPSServerTest, ConnectAgainReplacesOrRemovesAndDisconnectForgets) {
     Process("+@control.7.n0.p1234.u1000.g1000.g20.g30\n");
-    Process("+@control.7.p99.u5\n");
+    Process("+@control.7.x5.p99.zz.u5\n");  // unknown field letters are skipped
     const ClientCredentials& client = *server.clients().at(7);
     EXPECT_EQ(client.pid, 99);
     EXPECT_EQ(client.uid, 5);
     EXPECT_EQ(client.gid, 0);
     EXPECT_EQ(client.ngroups, 0u);
-}
-
-TEST_F(PPSServerTest, ConnectWithoutFieldsRemovesRecord) {
-    Process("+@control.7.n0.p1234.u1000.g1000\n");
-    Process("+@control.7\n");
-    EXPECT_EQ(server.clients().count(7), 0u);
-}
-
-TEST_F(PPSServerTest, UnknownFieldLettersSkipped) {
-    Process("+@control.7.x5.p42.zz.u3\n");
-    const ClientCredentials& client = *server.clients().at(7);
-    EXPECT_EQ(client.pid, 42);
-    EXPECT_EQ(client.uid, 3);
-}
-
-TEST_F(PPSServerTest, DisconnectForgetsClient) {
-    Process("+@control.7.n0.p1234.u1000.g1000\n");
     Process("+@control.8.n0.p1235.u1000.g1000\n");
+    Process("+@control.abc.p5\n");  // letters for an id: ignored
+    Process("+@control.7\n");       // no fields: removed
+    EXPECT_EQ(server.clients().count(7), 0u);
+    Process("+@control.7.p3\n");
     Process("-@control.7\n");
     EXPECT_EQ(server.clients().count(7), 0u);
-    EXPECT_EQ(server.clients().count(8), 1u);
-}
-
-TEST_F(PPSServerTest, ConnectWithLettersForIdIgnored) {
-    Process("+@control.abc.p5\n");
-    EXPECT_TRUE(server.clients().empty());
+    EXPECT_EQ(server.clients().size(), 1u);  // client 8 only
 }
 
 TEST_F(PPSServerTest, GroupOverflowPastEightLoggedAndDropped) {

@@ -15,6 +15,8 @@
 
 #include "platform/pps/pps_client.h"
 #include "platform/qnx/slogf.h"
+#include "service/pps_server.h"
+#include "service/tavora_strings.h"
 #include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
 
@@ -47,6 +49,10 @@ TEST_F(TavoraContextTest, OpensEverythingCloseOnExecAndReadsHardwareId) {
         EXPECT_NE(::fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << fd;
     }
     EXPECT_STREQ(hardware_id, "0x52c0f9e");  // nine characters of ten
+    // The server object too: no shell command the daemon runs inherits it.
+    PPSServer server;
+    ASSERT_EQ(server.pps_create_server_object(kControlServerPath), 0);
+    EXPECT_NE(::fcntl(server.fd(), F_GETFD) & FD_CLOEXEC, 0);
     CloseTavoraContext(&context);
     EXPECT_EQ(context.eutra_fd, -1);
     EXPECT_EQ(context.omadm_fd, -1);
@@ -100,62 +106,43 @@ TEST_F(TavoraContextTest, SecondStatusObjectFailingStopsThere) {
     EXPECT_EQ(info.st_uid, 0u);
 }
 
+// deviceinfo as written, what GetHardwareID keeps, and what it logs after
+// "GetHardwareID : " (null: nothing). A missing object is a daemon process
+// test; a ten-character ID cut to nine is the test above.
 struct HardwareCase {
-    const char* name;
-    const char* deviceinfo;  // attribute lines; nullptr: no object
+    const char* deviceinfo;
     const char* stored;
-    const char* logged;  // text after "GetHardwareID : ", or nullptr
+    const char* logged;
 };
-// Shown by name in test listings instead of as raw bytes.
-void PrintTo(const HardwareCase& c, std::ostream* os) {
-    *os << c.name;
-}
 
-class HardwareIdTest : public TavoraContextTest,
-                       public ::testing::WithParamInterface<HardwareCase> {};
-
-TEST_P(HardwareIdTest, Reads) {
-    rt::test::PpsBroker broker;
-    const HardwareCase& c = GetParam();
-    if (c.deviceinfo != nullptr) {
-        rt::test::PpsClientConnection info(rt::test::kDeviceInfoObject, O_WRONLY | O_CREAT);
-        ASSERT_TRUE(info.ok());
-        if (*c.deviceinfo) {
-            ASSERT_TRUE(info.Write(c.deviceinfo));
+TEST_F(TavoraContextTest, HardwareIdReadsOfEveryShape) {
+    const HardwareCase cases[] = {
+        {"HardwareID::0X53C0F9E4\n", "0X53C0F9E", nullptr},  // case kept as written
+        {"HardwareID::0x5\n", "0x5", nullptr},
+        {"Serial::1234\n", "",
+         "Tavora: Error in pps_decoder_get_string to retrieve 'HardwareID' : 3\n"},
+        {"HardwareID:n:5\n", "",
+         "Tavora: Error in pps_decoder_get_string to retrieve 'HardwareID' : 4\n"},
+    };
+    for (const HardwareCase& c : cases) {
+        rt::test::DaemonOptions options;
+        options.start = false;
+        options.start_devsim = false;
+        options.create_deviceinfo = false;
+        rt::test::DaemonFixture objects(options);
+        ASSERT_TRUE(objects.WriteObject(rt::test::kDeviceInfoObject, c.deviceinfo));
+        hardware_id[0] = '\0';
+        SlogCapture capture;
+        GetHardwareID();
+        EXPECT_STREQ(hardware_id, c.stored) << c.deviceinfo;
+        if (c.logged) {
+            EXPECT_TRUE(capture.contains(Line("GetHardwareID", c.logged)))
+                << ::testing::PrintToString(capture.texts());
+        } else {
+            EXPECT_TRUE(capture.texts().empty()) << ::testing::PrintToString(capture.texts());
         }
     }
-    // The write above went through its own connection: wait until it shows.
-    for (int i = 0; i < 200 && c.deviceinfo && *c.deviceinfo; ++i) {
-        rt::test::PpsClientConnection reader(rt::test::kDeviceInfoObject, O_RDONLY);
-        if (reader.Read(1000).find(c.deviceinfo) != std::string::npos) break;
-        ::usleep(5000);
-    }
-    SlogCapture capture;
-    GetHardwareID();
-    EXPECT_STREQ(hardware_id, c.stored);
-    if (c.logged) {
-        EXPECT_TRUE(capture.contains(Line("GetHardwareID", c.logged)))
-            << ::testing::PrintToString(capture.texts());
-    } else {
-        EXPECT_TRUE(capture.texts().empty());
-    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, HardwareIdTest,
-    ::testing::Values(
-        HardwareCase{"ten_characters_cut_to_nine", "HardwareID::0x53c0f9e4\n", "0x53c0f9e",
-                     nullptr},
-        HardwareCase{"upper_case_kept_as_written", "HardwareID::0X53C0F9E4\n", "0X53C0F9E",
-                     nullptr},
-        HardwareCase{"short_id_kept_whole", "HardwareID::0x5\n", "0x5", nullptr},
-        HardwareCase{"no_hardware_id_attribute", "Serial::1234\n", "",
-                     "Tavora: Error in pps_decoder_get_string to retrieve 'HardwareID' : 3\n"},
-        HardwareCase{"number_typed_id", "HardwareID:n:5\n", "",
-                     "Tavora: Error in pps_decoder_get_string to retrieve 'HardwareID' : 4\n"},
-        HardwareCase{"no_deviceinfo_object", nullptr, "",
-                     "Failed to opend /pps/system/nvram/deviceinfo(No such file or directory)"}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(TavoraContextTest, ClearEnsValueWritesTheDeletion) {
     int fds[2];

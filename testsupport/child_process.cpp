@@ -19,14 +19,14 @@ extern char** environ;
 
 namespace rt::test {
 
-namespace {
-
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream out;
     out << in.rdbuf();
     return out.str();
 }
+
+namespace {
 
 bool WaitForPath(const std::string& path, int timeout_ms) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);

@@ -16,6 +16,8 @@ std::string BinPath(const std::string& name);
 // ../shared/captures, and whether it is there (tests skip without it).
 std::string CapturesDir();
 bool HaveCaptures();
+// A file's whole text ("" when it cannot be read).
+std::string ReadFile(const std::string& path);
 
 // A fresh directory under $TMPDIR (or /tmp), removed with its contents.
 class TempDir {

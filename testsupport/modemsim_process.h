@@ -4,6 +4,12 @@
 //   rt::test::ModemsimProcess modem(R"({"qmi": {"delay_ms": 50}})");
 //   ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
 //   options.env = modem.DaemonEnv();          // QMI_DEVICE and DIAG_DEVICE
+//
+// Or both at once, the daemon pointed at the modem:
+//
+//   rt::test::ModemAndDaemon world(R"({"wcdma": {"period_ms": 100}})");
+//   ASSERT_TRUE(world.started()) << world.Errors();
+//   world.daemon().Request("radionwinfo", "1");
 #pragma once
 
 #include <memory>
@@ -11,6 +17,7 @@
 #include <vector>
 
 #include "testsupport/child_process.h"
+#include "testsupport/daemon_fixture.h"
 
 namespace rt::test {
 
@@ -45,6 +52,22 @@ class ModemsimProcess {
     bool ptys_;
     std::unique_ptr<ChildProcess> process_;
     bool ready_ = false;
+};
+
+// modemsim with `scenario`, then a daemon (with `options`) that uses it.
+class ModemAndDaemon {
+  public:
+    explicit ModemAndDaemon(const std::string& scenario = "{}", DaemonOptions options = {});
+    bool started() const { return daemon_ && daemon_->started(); }
+    // Both processes' standard error, for a failed start.
+    std::string Errors();
+    ModemsimProcess& modem() { return modem_; }
+    ChildProcess& modemsim() { return modem_.process(); }
+    DaemonFixture& daemon() { return *daemon_; }
+
+  private:
+    ModemsimProcess modem_;
+    std::unique_ptr<DaemonFixture> daemon_;
 };
 
 }  // namespace rt::test

@@ -20,6 +20,7 @@
 #include "diaglog/log_snapshot_store.h"
 #include "reports/report_table.h"
 #include "service/pps_server.h"
+#include "service/report_writer.h"
 #include "service/tavora_context.h"
 #include "service/tavora_strings.h"
 #include "testsupport/child_process.h"
@@ -111,6 +112,8 @@ class ReportHarness {
         if (::pipe2(status_, O_CLOEXEC | O_NONBLOCK) == 0) {
             context_.utra_fd = status_[1];
             context_.eutra_fd = status_[1];
+            context_.geran_fd = status_[1];
+            context_.cdma_fd = status_[1];
             context_.data_fd = status_[1];
         }
         server_ok_ = server_.pps_create_server_object(kControlServerPath) == 0;
@@ -126,10 +129,15 @@ class ReportHarness {
     // wrote.
     std::string Run(const char* msg) {
         ReportHandlerFor(msg)(&server_, &context_, 5, msg, "17", nullptr);
+        return ReadAll(status_[0]);
+    }
+
+    // What's waiting on a non-blocking descriptor.
+    static std::string ReadAll(int fd) {
         std::string out;
         char buffer[4096];
         ssize_t n;
-        while ((n = ::read(status_[0], buffer, sizeof buffer)) > 0)
+        while ((n = ::read(fd, buffer, sizeof buffer)) > 0)
             out.append(buffer, static_cast<size_t>(n));
         return out;
     }
@@ -141,6 +149,25 @@ class ReportHarness {
     int status_[2] = {-1, -1};
     bool server_ok_ = false;
 };
+
+// The text one part of a report writes: `fill` adds its attributes to a
+// report written to a pipe.
+//
+//   std::string text = WrittenReport([](ReportWriter& r) { GetPDNInfo("internet", 3, r); });
+template <class Fill>
+std::string WrittenReport(Fill fill) {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return "pipe failed";
+    {
+        ReportWriter report(fds[1]);
+        fill(report);
+        report.Write();
+    }
+    std::string out = ReportHarness::ReadAll(fds[0]);
+    ::close(fds[0]);
+    ::close(fds[1]);
+    return out;
+}
 
 // The attribute lines of a report whose name starts with `prefix`, in order.
 inline std::vector<std::string> LinesStartingWith(const std::string& report,

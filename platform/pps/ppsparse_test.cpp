@@ -38,55 +38,37 @@ void PrintTo(const Line& l, std::ostream* os) {
         << " value=" << l.value << "}";
 }
 
-struct KindCase {
-    const char* name;
-    const char* text;
-    Line expected;
-};
-// Shown by name in test listings instead of as raw bytes.
-void PrintTo(const KindCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class PpsParseKind : public ::testing::TestWithParam<KindCase> {};
-
-TEST_P(PpsParseKind, SingleLine) {
-    std::vector<Line> lines = ParseAll(GetParam().text);
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0], GetParam().expected);
-}
-
 const char* N = "<null>";
 
-INSTANTIATE_TEST_SUITE_P(
-    Lines, PpsParseKind,
-    ::testing::Values(
-        KindCase{"object",
-                 "@/pps/services/radioctrl/modem0/diag/control.5\n",
-                 {PPS_OBJECT, "/pps/services/radioctrl/modem0/diag/control.5", N, N, N}},
-        KindCase{"object_created",
-                 "+@control.7.n0.p1234.u1000.g1000.g20\n",
-                 {PPS_OBJECT_CREATED, "control.7.n0.p1234.u1000.g1000.g20", N, N, N}},
-        KindCase{"object_deleted", "-@control.7\n", {PPS_OBJECT_DELETED, "control.7", N, N, N}},
-        KindCase{"object_truncated", "#@status\n", {PPS_OBJECT_TRUNCATED, "status", N, N, N}},
-        KindCase{
-            "string_attribute", "msg::radiostats\n", {PPS_ATTRIBUTE, N, "msg", "", "radiostats"}},
-        KindCase{"number_attribute", "err:n:22\n", {PPS_ATTRIBUTE, N, "err", "n", "22"}},
-        KindCase{"json_attribute",
-                 "dat:json:{\"a\":1,\"b\":\"x:y\"}\n",
-                 {PPS_ATTRIBUTE, N, "dat", "json", "{\"a\":1,\"b\":\"x:y\"}"}},
-        KindCase{"value_with_colons", "t::12:30:00\n", {PPS_ATTRIBUTE, N, "t", "", "12:30:00"}},
-        KindCase{"empty_value", "msg::\n", {PPS_ATTRIBUTE, N, "msg", "", ""}},
-        KindCase{
-            "attribute_deleted", "-ens_value\n", {PPS_ATTRIBUTE_DELETED, N, "ens_value", N, N}},
-        KindCase{"last_line_without_newline", "id::17", {PPS_ATTRIBUTE, N, "id", "", "17"}},
-        KindCase{"no_colon", "justtext\n", {PPS_ERROR, N, N, N, N}},
-        KindCase{"one_colon", "name:value\n", {PPS_ERROR, N, N, N, N}},
-        KindCase{"empty_name", ":n:5\n", {PPS_ERROR, N, N, N, N}},
-        KindCase{"object_without_name", "@\n", {PPS_ERROR, N, N, N, N}},
-        KindCase{"created_without_name", "+@\n", {PPS_ERROR, N, N, N, N}},
-        KindCase{"deletion_without_name", "-\n", {PPS_ERROR, N, N, N, N}}),
-    [](const auto& info) { return std::string(info.param.name); });
+TEST(PpsParse, EachKindOfLine) {
+    const std::pair<const char*, Line> cases[] = {
+        {"@/pps/services/radioctrl/modem0/diag/control.5\n",
+         {PPS_OBJECT, "/pps/services/radioctrl/modem0/diag/control.5", N, N, N}},
+        {"+@control.7.n0.p1234.u1000.g1000.g20\n",
+         {PPS_OBJECT_CREATED, "control.7.n0.p1234.u1000.g1000.g20", N, N, N}},
+        {"-@control.7\n", {PPS_OBJECT_DELETED, "control.7", N, N, N}},
+        {"#@status\n", {PPS_OBJECT_TRUNCATED, "status", N, N, N}},
+        {"msg::radiostats\n", {PPS_ATTRIBUTE, N, "msg", "", "radiostats"}},
+        {"err:n:22\n", {PPS_ATTRIBUTE, N, "err", "n", "22"}},
+        {"dat:json:{\"a\":1,\"b\":\"x:y\"}\n",
+         {PPS_ATTRIBUTE, N, "dat", "json", "{\"a\":1,\"b\":\"x:y\"}"}},
+        {"t::12:30:00\n", {PPS_ATTRIBUTE, N, "t", "", "12:30:00"}},
+        {"msg::\n", {PPS_ATTRIBUTE, N, "msg", "", ""}},
+        {"-ens_value\n", {PPS_ATTRIBUTE_DELETED, N, "ens_value", N, N}},
+        {"id::17", {PPS_ATTRIBUTE, N, "id", "", "17"}},  // last line without a newline
+        {"justtext\n", {PPS_ERROR, N, N, N, N}},
+        {"name:value\n", {PPS_ERROR, N, N, N, N}},
+        {":n:5\n", {PPS_ERROR, N, N, N, N}},
+        {"@\n", {PPS_ERROR, N, N, N, N}},
+        {"+@\n", {PPS_ERROR, N, N, N, N}},
+        {"-\n", {PPS_ERROR, N, N, N, N}},
+    };
+    for (const auto& [text, expected] : cases) {
+        std::vector<Line> lines = ParseAll(text);
+        ASSERT_EQ(lines.size(), 1u) << text;
+        EXPECT_EQ(lines[0], expected) << text;
+    }
+}
 
 TEST(PpsParse, ObjectNameKeptAcrossAttributeLinesAndEmptyLinesSkipped) {
     std::vector<Line> lines =

@@ -64,26 +64,6 @@ class ApnInfoTest : public ::testing::Test {
     SlogCapture log_;
 };
 
-TEST_F(ApnInfoTest, EachLeafIsPublishedUnderItsEntryAndNode) {
-    Serve(R"({"omadm": {"apns": {"2": {"Ip": "IPv4"}}}})");
-    struct Case {
-        const char* node;
-        int entry;
-        const char* expected;
-    } const cases[] = {
-        {"Id", 1, "lte_apn1_Id::1\nlte_apn:: \n"},
-        {"Ip", 2, "lte_apn2_Ip::IPv4\nlte_apn:: \n"},
-        {"Enabled", 3, "lte_apn3_Enabled::true\nlte_apn:: \n"},
-        {"Timer", 4, "lte_apn4_Timer::0\nlte_apn:: \n"},
-        {"Name", 4, "lte_apn4_Name::vzwapp\nlte_apn:: \n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.node) + " " + std::to_string(c.entry));
-        EXPECT_EQ(Leaf(c.node, c.entry), c.expected);
-    }
-    EXPECT_TRUE(devsim_->process().WaitForStderr("APN/4/Setting/Name"));
-}
-
 TEST_F(ApnInfoTest, ErrorAnswersAndMissingLeavesGiveNoData) {
     Serve(R"({"omadm": {"errors": {"2/Timer": 1}, "apns": {"4": {"Timer": null}}}})");
     EXPECT_EQ(Leaf("Timer", 2), "lte_apn2_Timer::No data available!\n");

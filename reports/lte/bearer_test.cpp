@@ -53,18 +53,6 @@ TEST_F(BearerTest, QosProfileAndRabId) {
               "rab_id:n:6\n");
 }
 
-TEST_F(BearerTest, CodesOutsideTheTablesFailToDecode) {
-    LogPacket(0x7136, 30).Set8(17, 19).Set8(18, 5).Set8(23, 0).Set8(24, 10).Deliver();
-    EXPECT_EQ(Report(),
-              "rab_domain::PS\n"
-              "rab_data_rate::Failed to decode\n"
-              "rab_traffic_class::Failed to decode\n"
-              "rab_mbr::subscribed max rate\n"
-              "rab_gbr::subscribed max rate\n"
-              "rab_ber::Failed to decode\n"
-              "rab_id::No data available!\n");
-}
-
 struct RabCase {
     const char* name;
     unsigned selector;

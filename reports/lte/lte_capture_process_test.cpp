@@ -100,13 +100,12 @@ TEST_P(LteCaptureVersions, ReportShowsTheCapturesServingCell) {
 }
 
 // RSRP bounds: the decoded dBm range, through the report's integer
-// division (raw / 16 truncated, then - 180).
+// division (raw / 16 truncated, then - 180). A v3 serving cell with a v4
+// measurement, a multi-SIM capture, a newer phone's v4; the other captures'
+// translated values are CaptureVersionsTest's.
 INSTANTIATE_TEST_SUITE_P(
     Captures, LteCaptureVersions,
     testing::Values(
-        CaptureCell{"mi-core_CMCC.mi2log",
-                    {"lte_pci:n:337", "lte_dl_freq:n:37900", "lte_band:n:38", "lte_mcc:n:460",
-                     "lte_mnc:n:0", "lte_tac:n:4566", "lte_cellid:n:17938691"}},
         CaptureCell{"mi-core_tmobile.mi2log",
                     {"lte_pci:n:42", "lte_dl_freq:n:2075", "lte_ul_freq:n:20075", "lte_band:n:4",
                      "lte_mcc:n:310", "lte_mnc:n:260", "lte_tac:n:45057", "lte_cellid:n:5665794",
@@ -116,7 +115,6 @@ INSTANTIATE_TEST_SUITE_P(
         CaptureCell{"mi-core_Mi10_20201116_195935.mi2log",
                     {"lte_pci:n:162", "lte_dl_freq:n:1350", "lte_ul_freq:n:19350", "lte_band:n:3",
                      "lte_mcc:n:460", "lte_mnc:n:0"}},
-        CaptureCell{"mi-core_ATT.mi2log", {"lte_phycellid:n:185", "lte_earfcn:n:5780"}, -110, -105},
         // From a first RSRP of -96.5 dBm, rising by about 1.6 dB over the capture.
         CaptureCell{
             "mi-core_ATT-iphone.mi2log", {"lte_phycellid:n:405", "lte_earfcn:n:5780"}, -97, -95}),

@@ -25,13 +25,11 @@ using Lines = std::vector<std::string>;
 
 TEST(LteOpInfoProcess, GeranApnLeavesAndPdnsFromTheServices) {
     // The LTE world's GERAN neighbours held still.
-    rt::test::ModemsimProcess modem(R"({"lte": {"drift": {"geran_rssi": 0}}})");
-    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
     DaemonOptions options;
     options.create_omadm_control = true;
-    options.env = modem.DaemonEnv();
-    DaemonFixture daemon(options);
-    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    rt::test::ModemAndDaemon world(R"({"lte": {"drift": {"geran_rssi": 0}}})", options);
+    ASSERT_TRUE(world.started()) << world.Errors();
+    DaemonFixture& daemon = world.daemon();
     // lteopinfo does not open the QMI client itself; radionwinfo does.
     ASSERT_NE(daemon.Request("radionwinfo", "1", std::nullopt), "");
 
@@ -73,12 +71,9 @@ TEST(LteOpInfoProcess, GeranApnLeavesAndPdnsFromTheServices) {
 // modemsim's LTE world through the daemon's DIAG library: every code the
 // report reads reaches it, from the serving cell to the RLC bearers.
 TEST(LteOpInfoProcess, ModemsimsLteWorldFillsTheReport) {
-    rt::test::ModemsimProcess modem(R"({"lte": {"period_ms": 100}})");
-    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
-    DaemonOptions options;
-    options.env = modem.DaemonEnv();
-    DaemonFixture daemon(options);
-    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    rt::test::ModemAndDaemon world(R"({"lte": {"period_ms": 100}})");
+    ASSERT_TRUE(world.started()) << world.Errors();
+    DaemonFixture& daemon = world.daemon();
     ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
 
     // The first cell of the default world, its GUTI and its four bearers.

@@ -21,20 +21,7 @@ using rt::test::PpsBroker;
 
 // What GetPDNInfo adds for one PDN, as the report's attribute lines.
 std::string PdnReport(const char* name, int entry) {
-    int pipe_fds[2];
-    if (::pipe2(pipe_fds, O_CLOEXEC | O_NONBLOCK) != 0) return "pipe failed";
-    {
-        ReportWriter report(pipe_fds[1]);
-        GetPDNInfo(name, entry, report);
-        report.Write();
-    }
-    std::string text;
-    char buffer[4096];
-    ssize_t n;
-    while ((n = ::read(pipe_fds[0], buffer, sizeof buffer)) > 0) text.append(buffer, n);
-    ::close(pipe_fds[0]);
-    ::close(pipe_fds[1]);
-    return text;
+    return rt::test::WrittenReport([&](ReportWriter& report) { GetPDNInfo(name, entry, report); });
 }
 
 // A scenario whose "internet" PDN runs on rmnet2 with these interface
@@ -46,19 +33,6 @@ std::string InternetOn(const std::string& addresses, const std::string& servers)
 
 // Each case gets its own broker, so no object of an earlier devsim stays.
 class PdnInfoTest : public ::testing::Test {};
-
-TEST_F(PdnInfoTest, ConnectedPdnGivesItsApnAddressesAndNameServers) {
-    PpsBroker broker;
-    DevsimProcess devsim;
-    ASSERT_TRUE(devsim.ready()) << devsim.process().Stderr();
-    EXPECT_EQ(PdnReport("internet", 3),
-              "apn3_name::vzwinternet\n"
-              "apn3_ipv4_addr::100.66.12.9/29\n"
-              "apn3_ipv6_addr::fe80::5c:2/64\n"
-              "apn3_dns_ip_addr::198.224.166.135,198.224.167.135,\n");
-    // carrier_admin is not connected: nothing at all.
-    EXPECT_EQ(PdnReport("carrier_admin", 2), "");
-}
 
 TEST_F(PdnInfoTest, InterfaceMembersDecideTheAddresses) {
     struct Case {

@@ -77,23 +77,12 @@ class RlcStatsTest : public testing::Test {
 
     // The four steps in the report's order, as the report text.
     std::string Publish() {
-        int fds[2];
-        EXPECT_EQ(::pipe2(fds, O_NONBLOCK), 0);
-        {
-            ReportWriter report(fds[1]);
+        return rt::test::WrittenReport([](ReportWriter& report) {
             PublishRlcDlConfig(report);
             PublishRlcDlStatus(report);
             PublishRlcUlConfig(report);
             PublishRlcUlStatus(report);
-            report.Write();
-        }
-        std::string out;
-        char buffer[65536];
-        ssize_t n;
-        while ((n = ::read(fds[0], buffer, sizeof buffer)) > 0) out.append(buffer, size_t(n));
-        ::close(fds[0]);
-        ::close(fds[1]);
-        return out;
+        });
     }
     // The array attribute `name`, or null when the report has none.
     static Json Array(const std::string& report, const std::string& name) {
@@ -130,40 +119,19 @@ struct ListCase {
 };
 
 TEST_F(RlcStatsTest, ConfigurationListWalk) {
+    const RlcDirection* up = &kRlcUplink;
+    const RlcDirection* down = &kRlcDownlink;
+    constexpr int X = 0xFF;  // a position the walk did not fill
     const ListCase cases[] = {
-        {"uplink three entries",
-         &kRlcUplink,
-         3,
-         {{1, 1, 1}, {2, 3, 2}, {1, 4, 2}},
-         1,
-         2,
-         {{1, 1}, {3, 2}, {4, 2}, {0xFF, 0xFF}}},
+        {"ul", up, 3, {{1, 1, 1}, {2, 3, 2}, {1, 4, 2}}, 1, 2, {{1, 1}, {3, 2}, {4, 2}, {X, X}}},
         // The same list downlink, where the types have other lengths.
-        {"downlink three entries",
-         &kRlcDownlink,
-         3,
-         {{1, 1, 1}, {2, 3, 2}, {1, 4, 2}},
-         1,
-         2,
-         {{1, 1}, {3, 2}, {4, 2}, {0xFF, 0xFF}}},
-        {"rb_count 0", &kRlcUplink, 0, {{1, 1, 1}}, 0, 0, {{0xFF, 0xFF}}},
+        {"dl", down, 3, {{1, 1, 1}, {2, 3, 2}, {1, 4, 2}}, 1, 2, {{1, 1}, {3, 2}, {4, 2}, {X, X}}},
+        {"rb_count 0", up, 0, {{1, 1, 1}}, 0, 0, {{X, X}}},
         // A stray type byte holds the walk at that byte for the remaining positions.
-        {"type 5 stops the walk",
-         &kRlcUplink,
-         4,
-         {{1, 7, 1}, {5, 0, 0}, {1, 8, 2}},
-         1,
-         0,
-         {{7, 1}, {0xFF, 0xFF}, {0xFF, 0xFF}, {0xFF, 0xFF}}},
+        {"t5", up, 4, {{1, 7, 1}, {5, 0, 0}, {1, 8, 2}}, 1, 0, {{7, 1}, {X, X}, {X, X}, {X, X}}},
         // Kind 3 fills nothing but the walk moves past the entry.
-        {"unknown kind", &kRlcUplink, 2, {{2, 5, 3}, {2, 6, 2}}, 0, 1, {{0xFF, 0xFF}, {6, 2}}},
-        {"rb_count past the list",
-         &kRlcUplink,
-         3,
-         {{1, 2, 1}},
-         1,
-         0,
-         {{2, 1}, {0xFF, 0xFF}, {0xFF, 0xFF}}},
+        {"unknown kind", up, 2, {{2, 5, 3}, {2, 6, 2}}, 0, 1, {{X, X}, {6, 2}}},
+        {"rb_count past the list", up, 3, {{1, 2, 1}}, 1, 0, {{2, 1}, {X, X}, {X, X}}},
     };
     for (const ListCase& c : cases) {
         SCOPED_TRACE(c.name);

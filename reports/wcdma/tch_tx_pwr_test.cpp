@@ -1,5 +1,6 @@
-// tchtxpwr: the whole report text for each source, the carrier-power
-// arithmetic, and transport-channel counts past the snapshot's records.
+// tchtxpwr: the report text with no packets, the carrier-power arithmetic,
+// an unknown algorithm, and transport-channel counts past the snapshot's
+// records. The values of each packet are WcdmaReportsProcess's.
 #include "reports/wcdma/tch_tx_pwr.h"
 
 #include <gtest/gtest.h>
@@ -27,22 +28,6 @@ TEST_F(TchTxPwrTest, NoPacketsGiveNoDataAndTheUnsupportedValues) {
                                     "dch_tx_pwr_algo::No data available!\n"
                                     "dch_bler::No data available!\n"
                                     "dch_utra_rssi::No data available!\n") +
-                            kNotSupportedTail);
-}
-
-TEST_F(TchTxPwrTest, PowerChannelsAndRssiFromTheirPackets) {
-    // 0x410C: tx power 0xF6 (-10 dBm), algorithm 2, step 1.
-    LogPacket(0x410C, 29).Set8(12, 0xF6).Set8(16, 2).Set8(17, 1).Deliver();
-    // 0x4116: two channels, ids 5 and 6 at 15 + 9k, rates 0 and 12 at 20 + 9k.
-    LogPacket(0x4116, 87).Set8(12, 2).Set8(15, 5).Set32(20, 0).Set8(24, 6).Set32(29, 12).Deliver();
-    // 0x4165: raw power -600.
-    LogPacket(0x4165, 514).Set16(14, static_cast<uint16_t>(-600)).Deliver();
-    EXPECT_EQ(Report(), std::string("dch_tx_pwr:n:-10\n"
-                                    "dch_tx_pwr_step:n:1\n"
-                                    "dch_tx_pwr_algo::PCA2\n"
-                                    "dch_bler:json:[{\"bler0\":0,\"tr_channel_id0\":5},"
-                                    "{\"bler1\":12,\"tr_channel_id1\":6}]\n"
-                                    "dch_utra_rssi:n:-114\n") +
                             kNotSupportedTail);
 }
 

@@ -23,12 +23,9 @@ constexpr const char* kStillWorld = R"({"wcdma": {
 class WcdmaReportsProcess : public testing::Test {
   protected:
     void Start(const std::string& scenario_text) {
-        modem_ = std::make_unique<rt::test::ModemsimProcess>(scenario_text);
-        ASSERT_TRUE(modem_->ready()) << modem_->process().Stderr();
-        DaemonOptions options;
-        options.env = modem_->DaemonEnv();
-        daemon_ = std::make_unique<DaemonFixture>(options);
-        ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
+        world_ = std::make_unique<rt::test::ModemAndDaemon>(scenario_text);
+        ASSERT_TRUE(world_->started()) << world_->Errors();
+        daemon_ = &world_->daemon();
     }
     // Asks for a report and returns diag/status_utra after the reply.
     std::string Report(const char* name) {
@@ -40,8 +37,8 @@ class WcdmaReportsProcess : public testing::Test {
         return daemon_->ReportHolding(name, rt::test::kStatusUtraObject, lines);
     }
 
-    std::unique_ptr<rt::test::ModemsimProcess> modem_;
-    std::unique_ptr<DaemonFixture> daemon_;
+    std::unique_ptr<rt::test::ModemAndDaemon> world_;
+    DaemonFixture* daemon_ = nullptr;
 };
 
 TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
@@ -86,29 +83,6 @@ TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
         EXPECT_TRUE(listed) << psc << " in\n" << nw;
     }
     EXPECT_EQ(nw.find("mset_ecio1::No data"), std::string::npos) << nw;
-}
-
-TEST_F(WcdmaReportsProcess, WithNoModemRadionwinfoIsAnsweredWithNoData) {
-    rt::test::TempDir nowhere;
-    DaemonOptions options;
-    options.env = {"QMI_DEVICE=unix:" + nowhere.file("no-modem.sock"),
-                   "DIAG_DEVICE=unix:" + nowhere.file("no-diag.sock")};
-    DaemonFixture daemon(options);
-    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
-    // Answered well inside the request's wait, which is longer than the
-    // daemon's 2 s QMI time-out.
-    std::string reply = daemon.Request("radionwinfo", "4", std::nullopt);
-    ASSERT_NE(reply.find("res::radionwinfo\n"), std::string::npos) << reply;
-    std::string report = daemon.ReadObject(rt::test::kStatusUtraObject);
-    EXPECT_EQ(report.find("scell_sc:"), std::string::npos) << report;
-    size_t attributes = 0;
-    for (const std::string& line : LinesStartingWith(report, "")) {
-        if (line.empty() || line[0] == '@') continue;
-        ++attributes;
-        EXPECT_TRUE(line.ends_with("::No data available!")) << line;
-    }
-    // 60 set entries, scell_uarfcn, 7 identities, 48 location entries, 12 reselection.
-    EXPECT_EQ(attributes, 128u) << report;
 }
 
 }  // namespace
