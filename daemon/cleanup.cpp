@@ -1,17 +1,29 @@
 // Cleanup: the handler of SIGHUP, SIGTERM and SIGINT; ends the process.
 #include "daemon/cleanup.h"
 
+#include <signal.h>
+
 #include <cstdlib>
 
 #include "config/shell_command.h"
 #include "diaglog/dm_log_mask.h"
 #include "diaglog/log_snapshot_store.h"
 #include "platform/dmux/kora_dmc.h"
+#include "platform/qmi_client/qmi_client.h"
 #include "qmi/vendor_client.h"
 #include "service/tavora_context.h"
 #include "service/tavora_log.h"
 
 void Cleanup(int /*signal_number*/) {
+    // Run once: a second termination signal must not start Cleanup again
+    // from one of the waits below (a QMI release may wait for its answer).
+    sigset_t termination;
+    sigemptyset(&termination);
+    sigaddset(&termination, SIGHUP);
+    sigaddset(&termination, SIGTERM);
+    sigaddset(&termination, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &termination, nullptr);
+    qmi_client_set_wait_signals(nullptr);
     // 1. The context's objects.
     if (g_tavora_context != nullptr) CloseTavoraContext(g_tavora_context);
     // 2. The DM client connection (client id 1, whether or not one is open).

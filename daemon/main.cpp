@@ -9,6 +9,7 @@
 #include "config/enabled_rats.h"
 #include "daemon/cleanup.h"
 #include "daemon/report_handlers.h"
+#include "platform/qmi_client/qmi_client.h"
 #include "service/pps_server.h"
 #include "service/tavora_context.h"
 #include "service/tavora_default.h"
@@ -86,6 +87,9 @@ int main(int argc, char** argv) {
     sigaddset(&termination, SIGTERM);
     sigaddset(&termination, SIGINT);
     pthread_sigmask(SIG_BLOCK, &termination, nullptr);
+    // A QMI request lets them in while it waits for the modem's answer (up
+    // to 2 s), so an exchange in progress does not hold up the end.
+    qmi_client_set_wait_signals(&termination);
 
     status = server->PPSRun();
     CloseTavoraContext(g_tavora_context);

@@ -15,6 +15,9 @@ class ClientTurns {
   public:
     // More than this many waiting requests of one client are refused, so a
     // client that never reads its answers cannot grow the daemon without end.
+    // A refused request is dropped unanswered, like one without an id: a
+    // reply means "your report is in its status object" and never carries
+    // an err, so any reply would be taken for a report written.
     static constexpr size_t kMaxPerClient = 64;
 
     // Queues a request of `client`; false when that client already has

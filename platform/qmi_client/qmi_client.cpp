@@ -5,11 +5,14 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <list>
 #include <map>
@@ -29,7 +32,13 @@ constexpr int kReconnectIntervalMs = 100;
 constexpr unsigned kCtlTimeoutMs = 2000;
 constexpr size_t kReadChunk = 4096;
 
-// One request waiting for its answer.
+// Signals let in while a synchronous call waits: bit n-1 for signal n.
+// Atomic, so a signal handler may clear it.
+std::atomic<uint64_t> g_wait_signals{0};
+constexpr int kMaskableSignals = 64;
+
+// One request waiting for its answer; the reader thread sets done and
+// pokes wake_fd (an eventfd the waiter polls).
 struct Pending {
     uint8_t service = 0;
     uint8_t client_id = 0;
@@ -38,7 +47,35 @@ struct Pending {
     bool done = false;
     int status = QMI_CLIENT_NO_ERR;
     std::vector<uint8_t> tlvs;
+    int wake_fd = -1;
+
+    void Finish() {
+        done = true;
+        uint64_t one = 1;
+        ssize_t ignored = ::write(wake_fd, &one, sizeof one);
+        (void)ignored;
+    }
 };
+
+// Waits until `fd` is readable or `deadline` passes, with the signals of
+// g_wait_signals let in meanwhile. A handler that returns resumes the wait.
+void WaitReadable(int fd, Clock::time_point deadline) {
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    uint64_t let_in = g_wait_signals.load();
+    for (int signal_number = 1; signal_number <= kMaskableSignals; ++signal_number) {
+        if ((let_in >> (signal_number - 1)) & 1) sigdelset(&mask, signal_number);
+    }
+    for (;;) {
+        auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - Clock::now());
+        if (left.count() <= 0) return;
+        timespec timeout{static_cast<time_t>(left.count() / 1000000000),
+                         static_cast<long>(left.count() % 1000000000)};
+        pollfd ready{fd, POLLIN, 0};
+        int n = ::ppoll(&ready, 1, &timeout, &mask);
+        if (n != 0 && !(n < 0 && errno == EINTR)) return;
+    }
+}
 
 struct Client {
     uint8_t service;
@@ -94,7 +131,6 @@ class Library {
     // descriptor is never closed (and reused) under a writer.
     std::mutex write_mutex_;
     std::mutex mutex_;
-    std::condition_variable answered_;
     bool stopping_ = false;
     int fd_ = -1;
     uint64_t connection_ = 0;
@@ -143,10 +179,9 @@ void Library::Disconnect() {
     if (fd_ >= 0) ::close(fd_);
     fd_ = -1;
     for (Pending* pending : pending_) {
-        pending->done = true;
         pending->status = QMI_CLIENT_TRANSPORT_ERR;
+        pending->Finish();
     }
-    answered_.notify_all();
 }
 
 void Library::Notify(int event) {
@@ -232,8 +267,7 @@ void Library::Deliver(const qmux::Message& message) {
             pending->transaction == message.transaction &&
             pending->message_id == message.message_id) {
             pending->tlvs = message.tlvs;
-            pending->done = true;
-            answered_.notify_all();
+            pending->Finish();
             return;
         }
     }
@@ -248,6 +282,12 @@ int Library::Exchange(qmux::Message request, std::vector<uint8_t>* response_tlvs
     pending.message_id = request.message_id;
     std::vector<uint8_t> frame = qmux::Encode(request);
     if (frame.empty()) return QMI_CLIENT_INTERNAL_ERR;
+    pending.wake_fd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (pending.wake_fd < 0) return QMI_CLIENT_INTERNAL_ERR;
+    struct CloseWake {
+        int fd;
+        ~CloseWake() { ::close(fd); }
+    } close_wake{pending.wake_fd};
     {
         std::lock_guard<std::mutex> write_hold(write_mutex_);
         int fd;
@@ -263,9 +303,10 @@ int Library::Exchange(qmux::Message request, std::vector<uint8_t>* response_tlvs
             return QMI_CLIENT_TRANSPORT_ERR;
         }
     }
-    std::unique_lock<std::mutex> hold(mutex_);
-    auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
-    answered_.wait_until(hold, deadline, [&] { return pending.done; });
+    // Waited for with no lock held, so a signal let in may end the process
+    // from its handler meanwhile.
+    WaitReadable(pending.wake_fd, Clock::now() + std::chrono::milliseconds(timeout_ms));
+    std::lock_guard<std::mutex> hold(mutex_);
     pending_.remove(&pending);
     if (!pending.done) return QMI_CLIENT_TIMEOUT_ERR;
     if (pending.status != QMI_CLIENT_NO_ERR) return pending.status;
@@ -483,6 +524,15 @@ int qmi_client_release(qmi_client_type client) {
     std::shared_ptr<Library> library = CurrentLibrary();
     if (!library) return QMI_CLIENT_INTERNAL_ERR;
     return library->Release(client);
+}
+
+void qmi_client_set_wait_signals(const sigset_t* signals) {
+    uint64_t bits = 0;
+    for (int signal_number = 1; signals != nullptr && signal_number <= kMaskableSignals;
+         ++signal_number) {
+        if (sigismember(signals, signal_number) == 1) bits |= uint64_t{1} << (signal_number - 1);
+    }
+    g_wait_signals.store(bits);
 }
 
 int qmi_release(int handle) {

@@ -29,8 +29,11 @@
 // them. The response buffer receives the response TLVs, the result TLV
 // (type 0x02) first; a response longer than the buffer is cut to it.
 //
-// Every call returns an error code and logs nothing.
+// Every call returns an error code (but the setting of wait signals) and
+// logs nothing.
 #pragma once
+
+#include <signal.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -120,6 +123,13 @@ int qmi_client_send_raw_msg_sync(qmi_client_type client, unsigned int msg_id, co
 
 // Releases the client (its client id goes back to the modem when reachable).
 int qmi_client_release(qmi_client_type client);
+
+// Signals (of `signals`; null: none) that a synchronous call lets in on its
+// thread while it waits for the modem's answer, holding no lock of the
+// library: for a caller that keeps signals blocked except where their
+// handler may run. A handler that returns resumes the wait. Async-signal-
+// safe, so a handler may clear it.
+void qmi_client_set_wait_signals(const sigset_t* signals);
 
 // Stops the library's thread, closes the transport, forgets every client.
 int qmi_release(int handle);

@@ -16,6 +16,7 @@
 #include "service/tavora_context.h"
 #include "service/tavora_log.h"
 #include "service/tavora_strings.h"
+#include "service/termination_point.h"
 
 char CurrentApnName[kCurrentApnNameSize] = "vzwinternet";
 
@@ -57,12 +58,13 @@ void DrainLateAnswers(int fd) {
     }
 }
 
-// True when the answer is there to read within the bound.
+// True when the answer is there to read within the bound. A termination
+// signal ends the daemon during the wait.
 bool WaitForAnswer(int fd) {
     pollfd ready{fd, POLLIN, 0};
     int n;
     do {
-        n = ::poll(&ready, 1, kOmadmAnswerTimeoutMs);
+        n = PollLettingTerminationIn(&ready, 1, kOmadmAnswerTimeoutMs);
     } while (n < 0 && errno == EINTR);
     return n > 0;
 }

@@ -14,11 +14,13 @@ struct TavoraContext;
 inline constexpr size_t kCurrentApnNameSize = 256;
 extern char CurrentApnName[kCurrentApnNameSize];
 
-// How long one leaf request waits for the OMA-DM service's answer. A service
-// that does not answer costs one such wait: until its late answers have come
-// in (or kOmadmOwedAnswersForgetMs has passed), the following leaves are not
-// asked, so a late answer is never taken for another leaf's.
-inline constexpr int kOmadmAnswerTimeoutMs = 500;
+// How long one leaf request waits for the OMA-DM service's answer: above the
+// 1.5 s a busy service may take for a leaf, so such a service yields every
+// leaf. A service that does not answer costs one such wait: until its late
+// answers have come in (or kOmadmOwedAnswersForgetMs has passed), the
+// following leaves are not asked, so a late answer is never taken for
+// another leaf's and a dead service holds a report for one wait, not twenty.
+inline constexpr int kOmadmAnswerTimeoutMs = 2000;
 inline constexpr int kOmadmOwedAnswersForgetMs = 10000;
 
 // Asks for leaf `node` of APN entry `entry` and publishes the answer (or

@@ -117,9 +117,9 @@ TEST_F(ApnInfoTest, NoControlObjectLogsAndPublishesNothing) {
 }
 
 TEST_F(ApnInfoTest, SilentServiceCostsOneBoundedWaitAndNoLateAnswerIsMisread) {
-    Serve(R"({"omadm": {"delay_ms": 1500}})");
+    Serve(R"({"omadm": {"delay_ms": 3000}})");
     EXPECT_EQ(Leaf("Id", 1), "");
-    EXPECT_TRUE(Logged("no answer for node Id of APN 1 within 500 ms"));
+    EXPECT_TRUE(Logged("no answer for node Id of APN 1 within 2000 ms"));
     // While the answer is owed, no further leaf is asked.
     EXPECT_EQ(Leaf("Ip", 1), "");
     EXPECT_TRUE(Logged("owes 1 answers; node Ip of APN 1 not asked"));

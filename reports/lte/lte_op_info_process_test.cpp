@@ -27,6 +27,8 @@ TEST(LteOpInfoProcess, GeranApnLeavesAndPdnsFromTheServices) {
     // The LTE world's GERAN neighbours held still.
     DaemonOptions options;
     options.create_omadm_control = true;
+    // A busy OMA-DM service: every leaf still gets its answer.
+    options.devsim_scenario = R"({"omadm": {"delay_ms": 700}})";
     rt::test::ModemAndDaemon world(R"({"lte": {"drift": {"geran_rssi": 0}}})", options);
     ASSERT_TRUE(world.started()) << world.Errors();
     DaemonFixture& daemon = world.daemon();
@@ -66,6 +68,24 @@ TEST(LteOpInfoProcess, GeranApnLeavesAndPdnsFromTheServices) {
     EXPECT_EQ(LinesStartingWith(report, "apn3_name"), Lines{"apn3_name::vzwinternet"});
     EXPECT_TRUE(LinesStartingWith(report, "apn2_").empty()) << report;
     EXPECT_TRUE(LinesStartingWith(report, "apn4_").empty()) << report;
+}
+
+// An OMA-DM service that never answers holds one report for one bounded
+// wait; the leaves after it, and the next report's, are not asked.
+TEST(LteOpInfoProcess, DeadOmadmServiceCostsOneWait) {
+    DaemonOptions options;
+    options.create_omadm_control = true;
+    options.devsim_scenario = R"({"omadm": {"delay_ms": 600000}})";
+    DaemonFixture daemon(options);
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    for (const char* id : {"1", "2"}) {
+        ASSERT_NE(daemon.Request("lteopinfo", id).find("res::lteopinfo\n"), std::string::npos);
+    }
+    std::string report = daemon.ReadObject(rt::test::kStatusEutraObject);
+    EXPECT_TRUE(LinesStartingWith(report, "lte_apn").empty()) << report;
+    EXPECT_EQ(LinesStartingWith(report, "apn3_name"), Lines{"apn3_name::vzwinternet"});
+    EXPECT_EQ(daemon.daemon().CountInStderr("no answer for node Id of APN 1 within 2000 ms"), 1);
+    EXPECT_EQ(daemon.daemon().CountInStderr("answers; node"), 39);
 }
 
 // modemsim's LTE world through the daemon's DIAG library: every code the

@@ -174,7 +174,7 @@ struct WebScreen::Impl {
                 std::lock_guard lock(mutex);
                 if (stopping) return;
             }
-            int fd = pps_open(path.c_str(), O_RDONLY | O_CREAT, 0666);
+            int fd = pps_open(path.c_str(), O_RDONLY | O_CREAT, kConfigMode);
             if (fd >= 0) {
                 char buffer[4096];
                 while (true) {

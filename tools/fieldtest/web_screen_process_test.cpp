@@ -9,6 +9,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,8 +19,10 @@
 #include <thread>
 #include <vector>
 
+#include "platform/pps/pps_client.h"
 #include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
+#include "testsupport/eventually.h"
 #include "testsupport/modemsim_process.h"
 
 namespace {
@@ -389,6 +392,18 @@ TEST(WebScreenServe, TakenPortIsAClearError) {
     rt::test::ChildProcess bad({rt::test::BinPath("fieldtest"), "serve", "--listen", "nowhere"});
     EXPECT_EQ(bad.Wait(5000), 2);
     ::close(fd);
+}
+
+// Watching a diag/config that is not there yet makes it as a settings
+// writer does: only its owner and the screen's group may touch it.
+TEST(WebScreenServe, ConfigItMakesIsTheScreensGroupsOnly) {
+    rt::test::PpsBroker broker;
+    Serve serve(broker.env());
+    ASSERT_TRUE(serve.ready()) << serve.process().Stderr();
+    struct stat info {};
+    ASSERT_TRUE(
+        rt::test::Eventually([&] { return pps_stat(rt::test::kConfigObject, &info) == 0; }));
+    EXPECT_EQ(info.st_mode, static_cast<mode_t>(S_IFREG | 0660));
 }
 
 }  // namespace

@@ -336,7 +336,8 @@ void QmiSide::HandleCtl(Connection* connection, const qmux::Message& request) {
 
 void QmiSide::Schedule(Connection* connection, qmux::Message answer, int delay_ms) {
     scheduled_.push_back({Clock::now() + std::chrono::milliseconds(delay_ms), connection->serial,
-                          qmux::Encode(answer)});
+                          qmux::Encode(answer),
+                          static_cast<uint16_t>(delay_ms > 0 ? answer.message_id : 0)});
 }
 
 void QmiSide::SendDue() {
@@ -353,6 +354,10 @@ void QmiSide::SendDue() {
             qmux::Endpoint::Kind kind = connection->pty ? qmux::Endpoint::Kind::kCharDevice
                                                         : qmux::Endpoint::Kind::kUnixSocket;
             qmux::WriteFrame(connection->fd, {kind, path_}, due.frame.data(), due.frame.size());
+            // Tests order a delayed answer against what its asker did meanwhile.
+            if (due.delayed_message != 0)
+                std::fprintf(stderr, "modemsim: delayed answer sent msg=0x%02x\n",
+                             due.delayed_message);
         }
     }
 }

@@ -47,6 +47,7 @@ class QmiSide {
         Clock::time_point due;
         uint64_t serial;
         std::vector<uint8_t> frame;
+        uint16_t delayed_message = 0;  // message id of a delayed answer, for the log
     };
 
     bool Listen(std::string* error);
