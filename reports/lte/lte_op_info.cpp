@@ -12,13 +12,13 @@
 
 namespace {
 
+using log_layout::kVersion;
 using log_layout::LteCdmaNeighbours;
 using log_layout::LteServingCell;
 using log_layout::LteServingMeasurements;
 using log_layout::LteServingRssi;
 using log_layout::LteUeIdentity;
 using log_layout::LteWcdmaNeighbours;
-using log_layout::kVersion;
 
 // What the screen shows for a cell the modem has not described.
 constexpr const char* kDefaultBand = "13";
@@ -31,7 +31,6 @@ constexpr uint8_t kIdentityValid = 1;
 constexpr uint8_t kIdentityImsi = 1;
 constexpr uint8_t kIdentityGuti = 6;
 
-constexpr uint8_t kRssiPacketVersion = 3;
 constexpr uint32_t kRssiMaxRaw = 1600;
 
 // GERAN cells published, at most.
@@ -83,8 +82,9 @@ void PublishServingCell(ReportWriter& report) {
     report.Int("lte_pci", cell.Get(LteServingCell::kPci));
     // The sum of the three numbers, not their digits side by side.
     report.Int("lte_tai", AsInt(uint32_t{mcc} + tac + mnc));
-    report.Int("lte_dl_freq", cell.Get(LteServingCell::kDlEarfcn));
-    report.Int("lte_ul_freq", cell.Get(LteServingCell::kUlEarfcn));
+    // 32-bit EARFCNs, whole: band 66's uplink EARFCNs pass 131000.
+    report.Int("lte_dl_freq", AsInt(cell.Get(LteServingCell::kDlEarfcn)));
+    report.Int("lte_ul_freq", AsInt(cell.Get(LteServingCell::kUlEarfcn)));
     report.Double("lte_dl_bandwidth", RbToBandwidthMhz(cell.Get(LteServingCell::kDlBandwidthRb)));
     report.Double("lte_ul_bandwidth", RbToBandwidthMhz(cell.Get(LteServingCell::kUlBandwidthRb)));
     report.Int("lte_band", AsInt(cell.Get(LteServingCell::kBand)));
@@ -98,7 +98,7 @@ void PublishServingMeasurements(ReportWriter& report) {
             report.NoData(name);
         return;
     }
-    report.Int("lte_earfcn", meas.Get(LteServingMeasurements::kEarfcn));
+    report.Int("lte_earfcn", AsInt(meas.Get(LteServingMeasurements::kEarfcn)));
     report.Int("lte_phycellid", meas.Get(LteServingMeasurements::kPci));
     report.Double("lte_rsrp", Sixteenths(meas.Get(LteServingMeasurements::kRawRsrp), 180));
     report.Double("lte_rsrq", Sixteenths(meas.Get(LteServingMeasurements::kRawRsrq), 30));
@@ -209,7 +209,7 @@ void PublishLteGeranNeighbours(ReportWriter& report, const RatMeasInfoResponse& 
 
 void PublishLteServCellRssi(ReportWriter& report) {
     const SnapshotView rssi = g_log_snapshot_store.View(LteServingRssi::kCode);
-    if (!rssi.has_packet() || rssi.Get(kVersion) != kRssiPacketVersion) {
+    if (!rssi.has_packet() || rssi.Get(kVersion) != LteServingRssi::kVersionValue) {
         report.NoData("lte_serv_cell_rssi");
         return;
     }
