@@ -104,8 +104,8 @@ void PublishServingMeasurements(ReportWriter& report) {
     report.Double("lte_rsrq", Sixteenths(meas.Get(LteServingMeasurements::kRawRsrq), 30));
 }
 
-// A count above 31 is cut to the 31 entries the 532-byte snapshot holds,
-// and num_utran_meas says how many entries follow.
+// num_utran_meas is the packet's count n; the entries written are cut to
+// the 31 the 532-byte snapshot holds.
 void PublishWcdmaNeighbours(ReportWriter& report) {
     const SnapshotView wcdma = g_log_snapshot_store.View(LteWcdmaNeighbours::kCode);
     if (!wcdma.has_packet()) {
@@ -115,10 +115,10 @@ void PublishWcdmaNeighbours(ReportWriter& report) {
         }
         return;
     }
-    const size_t count = std::min<size_t>(wcdma.Get(LteWcdmaNeighbours::kEntryCount),
-                                          LteWcdmaNeighbours::kMaxEntries);
+    const uint8_t n = wcdma.Get(LteWcdmaNeighbours::kEntryCount);
+    const size_t count = std::min<size_t>(n, LteWcdmaNeighbours::kMaxEntries);
     const uint16_t uarfcn = wcdma.Get(LteWcdmaNeighbours::kUarfcn);
-    report.Int("num_utran_meas", static_cast<int32_t>(count));
+    report.Int("num_utran_meas", n);
     for (size_t i = 1; i <= count; ++i) {
         const int n = static_cast<int>(i);
         report.Int(Numbered("lte_utran_uarfcn%1d", n), uarfcn);

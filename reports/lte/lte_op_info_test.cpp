@@ -215,7 +215,7 @@ TEST_F(LteOpInfoTest, WcdmaCountPastTheSnapshotIsCutToThirtyOne) {
     packet.Deliver();
     Lines lines = Section("num_utran_meas", "lte_cdma");
     ASSERT_EQ(lines.size(), 1u + 2 * 31);
-    EXPECT_EQ(lines.front(), "num_utran_meas:n:31");
+    EXPECT_EQ(lines.front(), "num_utran_meas:n:200");
     EXPECT_EQ(lines.back(), "lte_utran_rscp31:n:31");
 }
 
