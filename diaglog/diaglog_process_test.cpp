@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/dmux/dm_stats_object.h"
 #include "testsupport/child_process.h"
 #include "testsupport/daemon_fixture.h"
 #include "testsupport/diag_capture_builder.h"
@@ -179,6 +180,85 @@ TEST(DiagLogProcessTest, PacedLoopingFileReplayStopsWhenTheMaskGoesOff) {
     EXPECT_EQ(RadioStats(daemon), frozen);
     EXPECT_EQ(daemon.Stop(SIGTERM), 0);
     ExpectCleanExit(daemon.daemon());
+}
+
+// A log record's payload (record bytes from 12 on) with little-endian
+// fields put at their record offsets, as a modem of today writes them.
+struct Payload {
+    explicit Payload(size_t record_size, uint8_t version) : bytes(record_size - 12) {
+        bytes[0] = version;
+    }
+    Payload& Put(size_t record_offset, size_t width, uint64_t value) {
+        for (size_t i = 0; i < width; ++i)
+            bytes[record_offset - 12 + i] = static_cast<uint8_t>(value >> (8 * i));
+        return *this;
+    }
+    std::vector<uint8_t> bytes;
+};
+
+// A band-66 phone, as modemsim streams it from a crafted capture and then
+// falls quiet: the report shows the EARFCNs above 65535 whole and the RSSI
+// of a 0xB17F v4; within a second of the stream going quiet the DIAG
+// library's counts equal what modemsim sent, the secondary cell's
+// measurement counted as dropped for that reason.
+TEST(DiagLogProcessTest, TodaysModemStreamedThenQuiet) {
+    TempDir dir;
+    rt::test::DiagCaptureBuilder capture;
+    uint64_t ts = rt::test::DiagTimestampMs(1000);
+    capture
+        .Log(
+            0xB0C2,
+            Payload(41, 3).Put(13, 2, 71).Put(15, 4, 66786).Put(19, 4, 131986).Put(31, 4, 66).bytes,
+            ts)
+        .Log(0xB179, Payload(40, 4).Put(20, 4, 66786).Put(24, 2, 71).Put(28, 2, 1336).bytes, ts)
+        // A carrier-aggregation secondary cell (index 1) on band 2.
+        .Log(0xB179, Payload(40, 4).Put(16, 1, 1).Put(20, 4, 975).Put(24, 2, 98).bytes, ts)
+        // RSSI raw 672 in bits 10 to 23 of the word at 32: -68 dBm.
+        .Log(0xB17F, Payload(48, 4).Put(16, 2, 66786).Put(18, 2, 71).Put(32, 4, 672u << 10).bytes,
+             ts);
+    std::string path = dir.file("band66.qmdl");
+    ASSERT_TRUE(capture.WriteTo(path));
+    ModemsimProcess modem(
+        R"({"diag": {"capture_pace": "fast", "capture_loop": false, "capture_after_masks": 3}})",
+        {"--capture", path});
+    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
+    DaemonOptions options;
+    options.env = modem.DaemonEnv();
+    DaemonFixture daemon(options);
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    ASSERT_TRUE(modem.process().WaitForStderr("modemsim: diag capture pass done sent=4"))
+        << modem.process().Stderr();
+
+    const std::vector<std::string> lines = {
+        "lte_pci:n:71",       "lte_dl_freq:n:66786", "lte_ul_freq:n:131986",    "lte_band:n:66",
+        "lte_earfcn:n:66786", "lte_phycellid:n:71",  "lte_serv_cell_rssi:n:-68"};
+    std::string report = daemon.ReportHolding("lteopinfo", rt::test::kStatusEutraObject, lines);
+    for (const std::string& line : lines)
+        EXPECT_NE(report.find(line + "\n"), std::string::npos) << line << " in\n" << report;
+
+    // The stream is quiet now: nothing more comes to trigger a write.
+    EXPECT_TRUE(daemon.ObjectHolds(dmux::kDmStatsObject, "log_packets:n:4\n"))
+        << daemon.ReadObject(dmux::kDmStatsObject);
+    std::string stats = daemon.ReadObject(dmux::kDmStatsObject);
+    for (const char* counts :
+         {"\"B179\":{\"v4\":{\"as_is\":1,\"translated\":0,\"dropped\":1,\"secondary_cell\":1,",
+          "\"B17F\":{\"v4\":{\"as_is\":0,\"translated\":1,\"dropped\":0,",
+          "\"B0C2\":{\"v3\":{\"as_is\":1,"})
+        EXPECT_NE(stats.find(counts), std::string::npos) << counts << " in\n" << stats;
+    EXPECT_EQ(daemon.Stop(SIGTERM), 0);
+    ExpectCleanExit(daemon.daemon());
+}
+
+TEST(DiagLogProcessTest, NoDiagPortLogsInitFailure) {
+    TempDir dir;
+    DaemonFixture daemon(WithDiag("unix:" + dir.file("nobody.sock"), dir));
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    EXPECT_TRUE(daemon.daemon().WaitForStderr(
+        "slog 10000 6               SetTavoraLogMask : ERROR: Tavora: DM Client Init failed!!"))
+        << daemon.daemon().Stderr();
+    EXPECT_EQ(daemon.Stop(SIGTERM), 0);
 }
 
 }  // namespace

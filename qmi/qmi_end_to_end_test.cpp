@@ -131,20 +131,19 @@ TEST_F(ControlChannel, DelayedAnswerTimesOutAndIsNotTakenForTheNextRequests) {
 
 TEST_F(ControlChannel, TerminationEndsTheDaemonWhileItWaitsForTheModem) {
     // The answer would come after 1500 ms, inside the library's 2 s bound.
-    StartModem(R"({"delay_ms": {"0x14": 1500}})");
-    StartDaemon();
+    Start(R"({"delay_ms": {"0x14": 1500}})");
     ASSERT_TRUE(daemon_->WriteConfig({"ens_value::1"}));
-    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x1f tlv01=00")) << modem_->process().Stderr();
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x1f tlv01=00")) << modem_->Stderr();
     rt::test::PpsClientConnection control(rt::test::kControlObject, O_RDWR);
     ASSERT_TRUE(control.Write("msg::3gpp2info\nid::1\n"));
-    ASSERT_TRUE(modem_->process().WaitForStderr("msg=0x14")) << modem_->process().Stderr();
+    ASSERT_TRUE(modem_->WaitForStderr("msg=0x14")) << modem_->Stderr();
     EXPECT_EQ(daemon_->Stop(SIGTERM), 0);
     EXPECT_TRUE(daemon_->daemon().WaitForStderr("radio_tavora PPS is terminated."));
     // The daemon was gone before the answer was due: modemsim saw it leave
     // and had nobody to send the answer to.
-    ASSERT_TRUE(modem_->process().WaitForStderr("qmi connection closed"));
-    EXPECT_EQ(modem_->process().CountInStderr("delayed answer sent"), 0)
-        << modem_->process().Stderr();
+    ASSERT_TRUE(modem_->WaitForStderr("qmi connection closed"));
+    EXPECT_EQ(modem_->CountInStderr("delayed answer sent"), 0)
+        << modem_->Stderr();
 }
 
 }  // namespace

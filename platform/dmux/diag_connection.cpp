@@ -233,9 +233,15 @@ void DiagConnection::ReadUntilLost() {
     std::vector<uint8_t> buffer(65536);
     while (!stopping_.load()) {
         pollfd pfd{fd_, POLLIN, 0};
-        int ready = ::poll(&pfd, 1, 100);
+        int ready = ::poll(&pfd, 1, kQuietMs);
         if (ready < 0 && errno != EINTR) return;
-        if (ready <= 0) continue;
+        if (ready == 0) {
+            // The source has gone quiet: what came before it is written now,
+            // not at the next read, which may never come.
+            PublishStats(StatsMoment::kIfChanged);
+            continue;
+        }
+        if (ready < 0) continue;
         ssize_t n = ::read(fd_, buffer.data(), buffer.size());
         if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (n <= 0) return;
@@ -384,7 +390,13 @@ void DiagConnection::Pace(const DiagFrame& frame) {
         if (gap < 0) gap = 0;
         if (gap > kReplayMaxGapMs) gap = kReplayMaxGapMs;
         pace_next_ += std::chrono::microseconds(static_cast<int64_t>(gap * 1000));
-        if (pace_next_ > now) SleepUntil(pace_next_);
+        if (pace_next_ > now) {
+            // A gap of up to a second: the packets before it are written
+            // first when the replay is about to go quiet.
+            bool quiet = pace_next_ - now >= std::chrono::milliseconds(kQuietMs);
+            PublishStats(quiet ? StatsMoment::kIfChanged : StatsMoment::kWhenDue);
+            SleepUntil(pace_next_);
+        }
     }
     pace_last_ms_ = ms;
 }
@@ -440,9 +452,12 @@ void DiagConnection::PublishStats(StatsMoment moment) {
         std::fprintf(stderr, "dmux: replay %d%% of %s\n", progress_shown_ * 10,
                      source_.path.c_str());
     }
-    if (moment == StatsMoment::kWhenDue && !dm_stats_.Due()) return;
+    const bool force = moment == StatsMoment::kPassDone || moment == StatsMoment::kNow;
+    if (!force &&
+        (!dm_stats_.Changed(values) || (moment == StatsMoment::kWhenDue && !dm_stats_.Due())))
+        return;
     values.versions_json = VersionCountsJson(stream_.versions().Sorted());
-    dm_stats_.Publish(values, moment != StatsMoment::kWhenDue);
+    dm_stats_.Publish(values, true);
 }
 
 kora_dmc_stats DiagConnection::Stats() const {

@@ -37,6 +37,9 @@ inline constexpr size_t kReplayProgressMinBytes = 64u << 20;
 // masks in force are then sent to it again.
 inline constexpr int kReconnectFirstMs = 50;
 inline constexpr int kReconnectMaxMs = 1000;
+// A source that sends nothing this long is quiet: the counts so far are
+// written to the stats object then, rather than at the next read.
+inline constexpr int kQuietMs = 100;
 
 class DiagConnection {
   public:
@@ -75,7 +78,10 @@ class DiagConnection {
     void CatchUp(const LogCodeMask& only, uint64_t frames_before);
     void WaitForFirstMask();
     void IdleUntilStopped();
-    enum class StatsMoment { kWhenDue, kPassDone, kNow };
+    // When the counts are written to the stats object: kWhenDue, at most
+    // once an interval (a busy source); kIfChanged, now if they changed (a
+    // source gone quiet); kPassDone and kNow, now.
+    enum class StatsMoment { kWhenDue, kIfChanged, kPassDone, kNow };
     void PublishStats(StatsMoment moment);
     bool SleepUntil(std::chrono::steady_clock::time_point when);  // false when stopping
     void Pace(const DiagFrame& frame);

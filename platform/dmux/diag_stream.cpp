@@ -16,6 +16,10 @@ void DiagStream::OnFrame(std::span<const uint8_t> body) {
                 }
                 if (frame.subscription != subscription_) {
                     ++stats_.other_subscription;
+                    // Counted by code and version too, where the mask wants the code.
+                    if (mask_ == nullptr || mask_->Enabled(frame.log_code))
+                        versions_.Count(frame.log_code, VersionOf(frame.log_code, frame.record),
+                                        VersionVerdict::kDropped, DropReason::kOtherSubscription);
                     break;
                 }
             }
@@ -46,7 +50,7 @@ void DiagStream::Reoffer(const DiagFrame& frame, const LogCodeMask& only) {
 void DiagStream::Offer(const DiagFrame& frame, const LogCodeMask* mask) {
     if (mask != nullptr && !mask->Enabled(frame.log_code)) return;
     Translation t = translator_.Translate(frame.log_code, frame.record);
-    versions_.Count(frame.log_code, t.version, t.verdict);
+    versions_.Count(frame.log_code, t.version, t.verdict, t.reason);
     if (t.verdict == VersionVerdict::kDropped) {
         ++stats_.dropped;
         return;

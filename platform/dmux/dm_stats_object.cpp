@@ -37,9 +37,21 @@ bool DmStatsObject::Due() const {
     return std::chrono::steady_clock::now() - last_ >= kDmStatsInterval;
 }
 
+bool DmStatsObject::Changed(const DmStatsValues& v) const {
+    const DmStatsValues& l = last_values_;
+    // Not written yet (or the broker was away): try again once due. The
+    // version counts only move when the counts below do.
+    if (!written_) return Due();
+    return v.frames_good != l.frames_good || v.frames_bad != l.frames_bad ||
+           v.log_packets != l.log_packets || v.delivered != l.delivered || v.dropped != l.dropped ||
+           v.other_subscription != l.other_subscription || v.subscription != l.subscription ||
+           v.replay_percent != l.replay_percent || v.replay_passes != l.replay_passes;
+}
+
 void DmStatsObject::Publish(const DmStatsValues& values, bool force) {
     if (!force && !Due()) return;
     last_ = std::chrono::steady_clock::now();
+    written_ = false;
     if (fd_ < 0) {
         std::string path = std::string(kDmStatsObject) + "?nopersist";
         fd_ = pps_open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
@@ -49,7 +61,11 @@ void DmStatsObject::Publish(const DmStatsValues& values, bool force) {
     if (::write(fd_, text.data(), text.size()) < 0) {
         ::close(fd_);  // the broker went away; open again next time
         fd_ = -1;
+        return;
     }
+    written_ = true;
+    last_values_ = values;
+    last_values_.versions_json.clear();
 }
 
 }  // namespace dmux

@@ -1,8 +1,10 @@
 // The DM library's own PPS object: what it delivered, translated and
-// dropped per log code and version, its frame counts, the subscription it
-// keeps and how far a capture replay has come. Written by the reader
-// thread, at most about once a second and at the end of each replay pass,
-// so that it can be watched while the daemon runs (`fieldtest dmstats`).
+// dropped per log code and version (and why), its frame counts, the
+// subscription it keeps and how far a capture replay has come. Written by
+// the reader thread when the counts change: at most about once a second
+// while packets keep coming, at once when the source goes quiet, and at the
+// end of each replay pass; so it is true within a second on any source and
+// can be watched while the daemon runs (`fieldtest dmstats`).
 #pragma once
 
 #include <chrono>
@@ -42,11 +44,15 @@ class DmStatsObject {
     // write. Without a PPS broker nothing is written; the open is tried
     // again at the next write.
     void Publish(const DmStatsValues& values, bool force);
-    // Whether Publish would write now (lets the caller skip gathering).
+    // Whether the interval has passed since the last write.
     bool Due() const;
+    // Whether the counts differ from the last ones written.
+    bool Changed(const DmStatsValues& values) const;
 
   private:
     int fd_ = -1;
+    bool written_ = false;
+    DmStatsValues last_values_;  // without versions_json
     std::chrono::steady_clock::time_point last_{};
 };
 

@@ -1,7 +1,8 @@
 // lteopinfo from a real DIAG capture: ppsd, devsim and radio_tavora as
 // processes, the daemon's DIAG library replaying the capture file once the
 // log mask goes on. The serving cell must be the one the capture's own
-// 0xB0C2 records describe (packet version 2, the layout the report reads).
+// 0xB0C2 records describe (packet version 2, widened by the DIAG library to
+// the version-3 layout the report reads).
 #include <gtest/gtest.h>
 
 #include <cctype>

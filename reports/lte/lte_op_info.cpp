@@ -85,6 +85,7 @@ constexpr Row<SnapshotView> kServingCellRows[] = {
     {"lte_tac", Number<LteServingCell::kTac>},
     {"lte_pci", Number<LteServingCell::kPci>},
     {"lte_tai", TrackingAreaIdentity},
+    // 32-bit EARFCNs, whole: band 66's uplink EARFCNs pass 131000.
     {"lte_dl_freq", Number<LteServingCell::kDlEarfcn>},
     {"lte_ul_freq", Number<LteServingCell::kUlEarfcn>},
     {"lte_dl_bandwidth", BandwidthMhz<LteServingCell::kDlBandwidthRb>},
@@ -116,8 +117,8 @@ void PublishServingMeasurements(ReportWriter& report) {
     WriteRows<SnapshotView>(report, meas, kServingMeasurementRows, meas.has_packet());
 }
 
-// A count above 31 is cut to the 31 entries the 532-byte snapshot holds,
-// and num_utran_meas says how many entries follow.
+// num_utran_meas is the packet's count n; the entries written are cut to
+// the 31 the 532-byte snapshot holds.
 void PublishWcdmaNeighbours(ReportWriter& report) {
     const SnapshotView wcdma = g_log_snapshot_store.View(LteWcdmaNeighbours::kCode);
     if (!wcdma.has_packet()) {
@@ -127,10 +128,10 @@ void PublishWcdmaNeighbours(ReportWriter& report) {
         }
         return;
     }
-    const size_t count = std::min<size_t>(wcdma.Get(LteWcdmaNeighbours::kEntryCount),
-                                          LteWcdmaNeighbours::kMaxEntries);
+    const uint8_t n = wcdma.Get(LteWcdmaNeighbours::kEntryCount);
+    const size_t count = std::min<size_t>(n, LteWcdmaNeighbours::kMaxEntries);
     const uint16_t uarfcn = wcdma.Get(LteWcdmaNeighbours::kUarfcn);
-    report.Int("num_utran_meas", static_cast<int32_t>(count));
+    report.Int("num_utran_meas", n);
     for (size_t i = 1; i <= count; ++i) {
         const int n = static_cast<int>(i);
         report.Int(Numbered("lte_utran_uarfcn%1d", n), uarfcn);

@@ -27,6 +27,7 @@
 
 #include "platform/pps/pps_client.h"
 #include "tools/fieldtest/numbered_array_table.h"
+#include "tools/fieldtest/report_layout.h"
 #include "tools/fieldtest/screen_client.h"
 #include "tools/fieldtest/setting_rules.h"
 #include "tools/fieldtest/web_screen.h"
@@ -35,6 +36,32 @@ namespace {
 
 using fieldtest::Attribute;
 using fieldtest::FindReport;
+
+// dm_stats' counts per code and version as rows under a header of the
+// count names, numbers aligned on the right.
+bool PrintVersionsTable(const Attribute& a) {
+    auto table =
+        fieldtest::VersionsTable(a.name, nlohmann::ordered_json::parse(a.value, nullptr, false));
+    if (!table) return false;
+    std::vector<std::vector<std::string>> lines{{"code version"}};
+    for (const auto& column : (*table)["columns"]) lines[0].push_back(column.get<std::string>());
+    for (const auto& row : (*table)["rows"]) {
+        lines.push_back({row["name"].get<std::string>()});
+        for (const auto& cell : row["cells"])
+            lines.back().push_back(cell.is_null() ? "-" : cell.dump());
+    }
+    std::vector<size_t> width(lines[0].size(), 0);
+    for (const auto& line : lines)
+        for (size_t i = 0; i < line.size(); ++i) width[i] = std::max(width[i], line[i].size());
+    std::printf("  %s\n", a.name.c_str());
+    for (const auto& line : lines) {
+        std::printf("    %-*s", static_cast<int>(width[0]), line[0].c_str());
+        for (size_t i = 1; i < line.size(); ++i)
+            std::printf("  %*s", static_cast<int>(width[i]), line[i].c_str());
+        std::printf("\n");
+    }
+    return true;
+}
 
 void PrintTable(const std::string& report, const std::vector<Attribute>& attrs) {
     size_t width = 0;
@@ -50,6 +77,7 @@ void PrintTable(const std::string& report, const std::vector<Attribute>& attrs) 
                 continue;
             }
         }
+        if (a.encoding == "json" && a.name == "versions" && PrintVersionsTable(a)) continue;
         std::printf("  %-*s  %s\n", static_cast<int>(width), a.name.c_str(), a.value.c_str());
     }
 }

@@ -118,6 +118,29 @@ std::optional<Json> ArrayTable(const std::string& name, const Json& value) {
 
 }  // namespace
 
+std::optional<Json> VersionsTable(const std::string& name, const Json& versions) {
+    if (!versions.is_object() || versions.empty()) return std::nullopt;
+    Json columns = Json::array();
+    Json rows = Json::array();
+    for (const auto& [code, by_version] : versions.items()) {
+        if (!by_version.is_object()) return std::nullopt;
+        for (const auto& [version, counts] : by_version.items()) {
+            if (!counts.is_object()) return std::nullopt;
+            // Columns in the order of the first row; a count another row
+            // lacks is null.
+            if (columns.empty())
+                for (const auto& [count, value] : counts.items()) columns.push_back(count);
+            Json cells = Json::array();
+            for (const Json& column : columns) {
+                const std::string key = column.get<std::string>();
+                cells.push_back(counts.contains(key) ? CellValue(counts[key]) : Json(nullptr));
+            }
+            rows.push_back({{"name", code + " " + version}, {"cells", cells}});
+        }
+    }
+    return Json{{"type", "table"}, {"name", name}, {"columns", columns}, {"rows", rows}};
+}
+
 Json ReportLayout(const std::vector<Attribute>& attributes) {
     Json values = Json::object();
     for (const Attribute& a : attributes) values[a.name] = Value(a);
@@ -134,6 +157,12 @@ Json ReportLayout(const std::vector<Attribute>& attributes) {
         if (auto table = ArrayTable(a.name, value)) {
             items.push_back(*table);
             continue;
+        }
+        if (a.name == "versions") {
+            if (auto table = VersionsTable(a.name, value)) {
+                items.push_back(*table);
+                continue;
+            }
         }
         auto n = SplitNumbered(a.name);
         if (!n || family_size[n->family] < 2) {

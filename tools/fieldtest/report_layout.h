@@ -6,6 +6,8 @@
 //     attribute was;
 //   - a JSON array (the RLC bearers, dch_bler, apn1_pdp_qos) is a table, a
 //     row per member (its element number taken off) and a column per element;
+//   - dm_stats' `versions` (counts per log code and version) is a table, a
+//     row per code and version ("B179 v4") and a column per count;
 //   - the rest are single values.
 //
 //   {"values": {"scell_rscp": -90.7, "aset_rscp1": null, ...},
@@ -15,6 +17,8 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "tools/fieldtest/screen_client.h"
@@ -25,5 +29,11 @@ namespace fieldtest {
 inline constexpr const char* kNoData = "No data available!";
 
 nlohmann::ordered_json ReportLayout(const std::vector<Attribute>& attributes);
+
+// dm_stats' versions object ({"B179":{"v4":{"as_is":216,...}}}) as a table
+// item named `name`: a row per code and version, a column per count in the
+// order the object gives them; none when `versions` is not such an object.
+std::optional<nlohmann::ordered_json> VersionsTable(const std::string& name,
+                                                    const nlohmann::ordered_json& versions);
 
 }  // namespace fieldtest

@@ -77,6 +77,15 @@ TEST(ReportLayout, JsonArraysBecomeTables) {
     EXPECT_EQ(items[1]["rows"][0], (Json{{"name", "Traffic class"}, {"cells", {"Interactive"}}}));
     EXPECT_EQ(items[2]["rows"], (Json{{{"name", "value"}, {"cells", {1, 2, nullptr}}}}));
     EXPECT_EQ(items[3]["rows"], Json::array());
+    // dm_stats' counts per code and version: a row each, a column per count.
+    Json dm = ReportLayout(
+        Parse("versions:json:{\"B179\":{\"v4\":{\"as_is\":216,\"dropped\":7,\"secondary_cell\":7}},"
+              "\"B17F\":{\"v4\":{\"as_is\":0,\"dropped\":0},\"v5\":{\"as_is\":1}}}\n"));
+    EXPECT_EQ(dm["items"][0]["columns"], (Json{"as_is", "dropped", "secondary_cell"}));
+    EXPECT_EQ(dm["items"][0]["rows"],
+              (Json{{{"name", "B179 v4"}, {"cells", {216, 7, 7}}},
+                    {{"name", "B17F v4"}, {"cells", {0, 0, nullptr}}},
+                    {{"name", "B17F v5"}, {"cells", {1, nullptr, nullptr}}}}));
     // A JSON value that does not parse stays text.
     Json bad = ReportLayout(Parse("x:json:[1,\n"));
     EXPECT_EQ(bad["values"]["x"], "[1,");

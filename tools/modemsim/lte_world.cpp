@@ -164,8 +164,8 @@ LteState LteWorld::At(double seconds) const {
     auto carrier = [&](const char* key) { return IntOr(cell, key, IntOr(s, key, 0)); };
     out.pci = static_cast<uint16_t>(IntOr(cell, "pci", 0));
     out.cell_id = static_cast<uint32_t>(Int64Or(cell, "cell_id", 0));
-    out.dl_earfcn = static_cast<uint16_t>(carrier("dl_earfcn"));
-    out.ul_earfcn = static_cast<uint16_t>(carrier("ul_earfcn"));
+    out.dl_earfcn = static_cast<uint32_t>(carrier("dl_earfcn"));
+    out.ul_earfcn = static_cast<uint32_t>(carrier("ul_earfcn"));
     out.dl_bandwidth_rb = static_cast<uint8_t>(carrier("dl_bandwidth_rb"));
     out.ul_bandwidth_rb = static_cast<uint8_t>(carrier("ul_bandwidth_rb"));
     out.band = static_cast<uint32_t>(carrier("band"));

@@ -115,8 +115,8 @@ struct LteState {
     // Serving cell.
     uint16_t pci = 0;
     uint32_t cell_id = 0;
-    uint16_t dl_earfcn = 0;
-    uint16_t ul_earfcn = 0;
+    uint32_t dl_earfcn = 0;
+    uint32_t ul_earfcn = 0;
     uint8_t dl_bandwidth_rb = 0;
     uint8_t ul_bandwidth_rb = 0;
     uint32_t band = 0;

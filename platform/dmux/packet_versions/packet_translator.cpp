@@ -41,8 +41,7 @@ constexpr size_t SourceExtent(const Move (&moves)[N]) {
     return end;
 }
 
-template <size_t N>
-void ApplyMoves(const Move (&moves)[N], const uint8_t* from, uint8_t* to) {
+void ApplyMoves(std::span<const Move> moves, const uint8_t* from, uint8_t* to) {
     for (const Move& m : moves) {
         uint64_t value = Load(from + m.from, m.from_width);
         if (m.to_width < 8) {
@@ -66,45 +65,41 @@ constexpr Move To(uint16_t from, uint8_t from_width, rt::Field<T> to) {
     return {from, from_width, At(to), Width(to)};
 }
 
-// 0xB0C2 version 3: EARFCNs are 32 bits, everything after them moves by 4.
-constexpr Move kServingCellV3[] = {
-    To(13, 2, LteServingCell::kPci),           To(15, 4, LteServingCell::kDlEarfcn),
-    To(19, 4, LteServingCell::kUlEarfcn),      To(23, 1, LteServingCell::kDlBandwidthRb),
-    To(24, 1, LteServingCell::kUlBandwidthRb), To(25, 4, LteServingCell::kCellId),
-    To(29, 2, LteServingCell::kTac),           To(31, 4, LteServingCell::kBand),
-    To(35, 2, LteServingCell::kMcc),           To(37, 1, LteServingCell::kMncDigits),
-    To(38, 2, LteServingCell::kMnc),           To(40, 1, LteServingCell::kAllowedAccess),
+// 0xB0C2 version 2: EARFCNs are 16 bits, everything after them sits 4
+// bytes earlier than in version 3.
+constexpr Move kServingCellV2[] = {
+    To(13, 2, LteServingCell::kPci),           To(15, 2, LteServingCell::kDlEarfcn),
+    To(17, 2, LteServingCell::kUlEarfcn),      To(19, 1, LteServingCell::kDlBandwidthRb),
+    To(20, 1, LteServingCell::kUlBandwidthRb), To(21, 4, LteServingCell::kCellId),
+    To(25, 2, LteServingCell::kTac),           To(27, 4, LteServingCell::kBand),
+    To(31, 2, LteServingCell::kMcc),           To(33, 1, LteServingCell::kMncDigits),
+    To(34, 2, LteServingCell::kMnc),           To(36, 1, LteServingCell::kAllowedAccess),
 };
-constexpr size_t kServingCellV3Size = 41;
-static_assert(SourceExtent(kServingCellV3) == kServingCellV3Size);
+constexpr size_t kServingCellV2Size = 37;
+static_assert(SourceExtent(kServingCellV2) == kServingCellV2Size);
 
-// 0xB179 version 4: serving-cell index at 16, then a 32-bit EARFCN at 20;
-// the rest of the serving cell's values follow it in the same order.
-constexpr Move kServingMeasV4[] = {
-    To(20, 4, LteServingMeasurements::kEarfcn),
-    To(24, 2, LteServingMeasurements::kPci),
-    To(26, 2, LteServingMeasurements::kSubframe),
-    To(28, 2, LteServingMeasurements::kRawRsrp),
-    To(30, 2, LteServingMeasurements::kRawRsrpDuplicate),
-    To(32, 2, LteServingMeasurements::kRawRsrq),
-    To(34, 2, LteServingMeasurements::kRawRsrqDuplicate),
+// 0xB179 in the single-carrier layout (numbered 2): no serving-cell index,
+// a 16-bit EARFCN at 16 and the serving cell's values after it in the same
+// order as in version 4. Its neighbour lists are not carried over.
+constexpr uint8_t kServingMeasSingleCarrier = 2;
+constexpr Move kServingMeasV2[] = {
+    To(16, 2, LteServingMeasurements::kEarfcn),
+    To(18, 2, LteServingMeasurements::kPci),
+    To(20, 2, LteServingMeasurements::kSubframe),
+    To(22, 2, LteServingMeasurements::kRawRsrp),
+    To(24, 2, LteServingMeasurements::kRawRsrpDuplicate),
+    To(26, 2, LteServingMeasurements::kRawRsrq),
+    To(28, 2, LteServingMeasurements::kRawRsrqDuplicate),
 };
-constexpr rt::Field<uint8_t> kServingCellIndexV4{16};
-constexpr rt::Field<uint8_t> kNeighbourCountV4{36};
-constexpr rt::Field<uint8_t> kDetectedCountV4{37};
-constexpr size_t kServingMeasV4Header = 40;
-constexpr size_t kNeighbourV4Size = 12;
-constexpr size_t kDetectedV4Size = 16;
 
-// 0xB17F version 5: a 32-bit EARFCN at 16 and two spare bytes after the
-// PCI move the measurement words by 4.
-constexpr Move kServingRssiV5[] = {
-    To(16, 4, LteServingRssi::kEarfcn),       To(20, 2, LteServingRssi::kPci),
-    To(24, 4, LteServingRssi::kMeasuredRsrp), To(28, 4, LteServingRssi::kAverageRsrp),
-    To(32, 4, LteServingRssi::kRsrq),         To(36, 4, LteServingRssi::kRssiWord),
+// 0xB17F versions 3 and 4: a 16-bit EARFCN at 16 and the PCI at 18, so the
+// measurement words start at 20, 4 bytes before version 5's (the layout of
+// version 4 as public decoders read it; version 3 is the same).
+constexpr Move kServingRssiV3[] = {
+    To(16, 2, LteServingRssi::kEarfcn),       To(18, 2, LteServingRssi::kPci),
+    To(20, 4, LteServingRssi::kMeasuredRsrp), To(24, 4, LteServingRssi::kAverageRsrp),
+    To(28, 4, LteServingRssi::kRsrq),         To(32, 4, LteServingRssi::kRssiWord),
 };
-// The daemon reads up to the RSSI word.
-constexpr size_t kServingRssiV3Extent = 36;
 
 // 0xB087 subpacket version 3: 262-byte entries whose byte counters are 64
 // bits wide. Entry offsets.
@@ -162,13 +157,14 @@ uint16_t U16At(std::span<const uint8_t> r, size_t offset) {
 }
 
 constexpr KnownVersion kKnownVersions[] = {
-    {0xB0C2, {2, PacketVersion::kNone}, VersionVerdict::kAsIs},
-    {0xB0C2, {3, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB0C2, {2, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB0C2, {LteServingCell::kVersionValue, PacketVersion::kNone}, VersionVerdict::kAsIs},
     {0xB0EE, {2, PacketVersion::kNone}, VersionVerdict::kAsIs},
+    {0xB179, {kServingMeasSingleCarrier, PacketVersion::kNone}, VersionVerdict::kTranslated},
     {0xB179, {LteServingMeasurements::kVersionValue, PacketVersion::kNone}, VersionVerdict::kAsIs},
-    {0xB179, {4, PacketVersion::kNone}, VersionVerdict::kTranslated},
-    {0xB17F, {3, PacketVersion::kNone}, VersionVerdict::kAsIs},
-    {0xB17F, {5, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB17F, {3, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB17F, {4, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB17F, {LteServingRssi::kVersionValue, PacketVersion::kNone}, VersionVerdict::kAsIs},
     {0xB081, {1, 1}, VersionVerdict::kAsIs},
     {0xB091, {1, 1}, VersionVerdict::kAsIs},
     // An NB-IoT modem's uplink configuration: no public layout found.
@@ -179,10 +175,56 @@ constexpr KnownVersion kKnownVersions[] = {
     {0xB097, {1, 1}, VersionVerdict::kAsIs},
 };
 
+bool HasVersions(uint16_t code) {
+    switch (code) {
+        case LteServingCell::kCode:
+        case LteUeIdentity::kCode:
+        case LteServingMeasurements::kCode:
+        case LteServingRssi::kCode:
+        case RlcConfig::kDlCode:
+        case RlcConfig::kUlCode:
+        case RlcDlStats::kCode:
+        case RlcUlStats::kCode:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool IsRlc(uint16_t code) {
+    return code == RlcConfig::kDlCode || code == RlcConfig::kUlCode || code == RlcDlStats::kCode ||
+           code == RlcUlStats::kCode;
+}
+
 }  // namespace
+
+const char* DropReasonName(DropReason reason) {
+    switch (reason) {
+        case DropReason::kSecondaryCell:
+            return "secondary_cell";
+        case DropReason::kUnknownVersion:
+            return "unknown_version";
+        case DropReason::kShort:
+            return "short";
+        case DropReason::kOtherSubscription:
+            return "other_subscription";
+        case DropReason::kNone:
+            break;
+    }
+    return "";
+}
 
 std::span<const KnownVersion> KnownVersions() {
     return kKnownVersions;
+}
+
+PacketVersion VersionOf(uint16_t code, std::span<const uint8_t> record) {
+    PacketVersion v;
+    if (!HasVersions(code) || record.size() <= kVersion.offset) return v;
+    v.version = record[kVersion.offset];
+    if (IsRlc(code) && v.version == kRlcVersionValue && record.size() > kSubpacketVersion.offset)
+        v.subpacket = record[kSubpacketVersion.offset];
+    return v;
 }
 
 PacketTranslator::PacketTranslator() : out_(kMaxOutput) {}
@@ -194,79 +236,75 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
         t.record = record;
         return t;
     };
-    auto drop = [&] {
+    auto drop = [&](DropReason reason) {
         t.verdict = VersionVerdict::kDropped;
+        t.reason = reason;
         t.record = {};
         return t;
     };
-    // A fixed-size target: zeroed, header copied, length and version set.
-    auto start_fixed = [&](size_t size, uint8_t version) {
+    // A fixed-size target: zeroed, header copied, length and version set,
+    // the fields moved.
+    auto translate = [&](size_t size, uint8_t version, std::span<const Move> moves) {
         std::memset(out_.data(), 0, size);
         std::memcpy(out_.data(), record.data(), kLogHeaderSize);
         Store(out_.data() + kRecordLength.offset, 2, size);
         out_[kVersion.offset] = version;
+        ApplyMoves(moves, record.data(), out_.data());
         t.verdict = VersionVerdict::kTranslated;
         t.record = std::span<const uint8_t>(out_.data(), size);
+        return t;
+    };
+
+    if (!HasVersions(code)) return as_is();  // no version byte, or no table for the code
+    if (record.size() <= kVersion.offset) return drop(DropReason::kShort);
+    t.version = VersionOf(code, record);
+    const uint8_t version = record[kVersion.offset];
+    // A record of a known version must hold every byte read from it.
+    auto sized = [&](size_t need, auto deliver) {
+        return record.size() >= need ? deliver() : drop(DropReason::kShort);
     };
 
     switch (code) {
         case LteServingCell::kCode:
-        case LteUeIdentity::kCode:
-        case LteServingMeasurements::kCode:
-        case LteServingRssi::kCode:
-        case RlcConfig::kDlCode:
-        case RlcConfig::kUlCode:
-        case RlcDlStats::kCode:
-        case RlcUlStats::kCode:
-            break;
-        default:
-            return as_is();  // no version byte, or no table for the code
-    }
-    if (record.size() <= kVersion.offset) return drop();
-    t.version.version = record[kVersion.offset];
-    const uint8_t version = record[kVersion.offset];
-
-    switch (code) {
-        case LteServingCell::kCode:
             if (version == LteServingCell::kVersionValue)
-                return record.size() == LteServingCell::kSize ? as_is() : drop();
-            if (version == 3 && record.size() == kServingCellV3Size) {
-                start_fixed(LteServingCell::kSize, LteServingCell::kVersionValue);
-                ApplyMoves(kServingCellV3, record.data(), out_.data());
-                return t;
-            }
-            return drop();
+                return sized(LteServingCell::kSize, as_is);
+            if (version == 2)
+                return sized(kServingCellV2Size, [&] {
+                    return translate(LteServingCell::kSize, LteServingCell::kVersionValue,
+                                     kServingCellV2);
+                });
+            return drop(DropReason::kUnknownVersion);
 
         case LteUeIdentity::kCode:
-            return version == LteUeIdentity::kVersionValue && record.size() >= LteUeIdentity::kSize
-                       ? as_is()
-                       : drop();
+            if (version != LteUeIdentity::kVersionValue) return drop(DropReason::kUnknownVersion);
+            return sized(LteUeIdentity::kSize, as_is);
 
         case LteServingMeasurements::kCode: {
-            if (version == LteServingMeasurements::kVersionValue)
-                return record.size() >= LteServingMeasurements::kNeighbourCount.offset ? as_is()
-                                                                                       : drop();
-            if (version != 4 || record.size() < kServingMeasV4Header) return drop();
+            using M = LteServingMeasurements;
+            if (version == kServingMeasSingleCarrier)
+                return sized(SourceExtent(kServingMeasV2),
+                             [&] { return translate(M::kSize, M::kVersionValue, kServingMeasV2); });
+            if (version != M::kVersionValue) return drop(DropReason::kUnknownVersion);
+            if (record.size() < M::kSize) return drop(DropReason::kShort);
             // The neighbour and detected-cell lists must fit the record.
-            size_t lists = kNeighbourV4Size * record[kNeighbourCountV4.offset] +
-                           kDetectedV4Size * record[kDetectedCountV4.offset];
-            if (kServingMeasV4Header + lists > record.size()) return drop();
+            size_t lists = M::kNeighbourSize * record[M::kNeighbourCount.offset] +
+                           M::kDetectedSize * record[M::kDetectedCount.offset];
+            if (M::kSize + lists > record.size()) return drop(DropReason::kShort);
             // A secondary cell's measurement would overwrite the primary's.
-            if ((record[kServingCellIndexV4.offset] & 0x7) != 0) return drop();
-            start_fixed(LteServingMeasurements::kSize, LteServingMeasurements::kVersionValue);
-            ApplyMoves(kServingMeasV4, record.data(), out_.data());
-            return t;
+            if ((record[M::kServingCellIndex.offset] & 0x7) != 0)
+                return drop(DropReason::kSecondaryCell);
+            return as_is();
         }
 
         case LteServingRssi::kCode:
             if (version == LteServingRssi::kVersionValue)
-                return record.size() >= kServingRssiV3Extent ? as_is() : drop();
-            if (version == 5 && record.size() >= SourceExtent(kServingRssiV5)) {
-                start_fixed(LteServingRssi::kSize, LteServingRssi::kVersionValue);
-                ApplyMoves(kServingRssiV5, record.data(), out_.data());
-                return t;
-            }
-            return drop();
+                return sized(LteServingRssi::kSize, as_is);
+            if (version == 3 || version == 4)
+                return sized(SourceExtent(kServingRssiV3), [&] {
+                    return translate(LteServingRssi::kSize, LteServingRssi::kVersionValue,
+                                     kServingRssiV3);
+                });
+            return drop(DropReason::kUnknownVersion);
 
         default:
             break;
@@ -275,45 +313,50 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
     // RLC codes: version 1 with one subpacket whose id is the code's own.
     uint8_t sub_id = ByteAt(record, kSubpacketId.offset);
     uint8_t sub_version = ByteAt(record, kSubpacketVersion.offset);
-    if (version != kRlcVersionValue) return drop();
-    if (record.size() > kSubpacketVersion.offset) t.version.subpacket = sub_version;
-    if (ByteAt(record, kSubpacketCount.offset) != 1) return drop();
+    if (version != kRlcVersionValue) return drop(DropReason::kUnknownVersion);
+    if (record.size() <= kSubpacketVersion.offset) return drop(DropReason::kShort);
+    if (ByteAt(record, kSubpacketCount.offset) != 1) return drop(DropReason::kUnknownVersion);
     size_t sub_size = U16At(record, kSubpacketSize.offset);
     bool sub_fits =
         record.size() >= kSubpacketStart + 4 && kSubpacketStart + sub_size <= record.size();
 
+    // Whether the subpacket's lengths and counts add up.
+    auto fits = [&](bool whole) { return whole ? as_is() : drop(DropReason::kShort); };
     switch (code) {
         case RlcConfig::kDlCode:
         case RlcConfig::kUlCode: {
             bool dl = code == RlcConfig::kDlCode;
             uint8_t want_id = dl ? RlcConfig::kDlSubpacketId : RlcConfig::kUlSubpacketId;
-            if (sub_id != want_id || sub_version != RlcConfig::kSubpacketVersionValue || !sub_fits)
-                return drop();
-            if (record.size() < RlcConfig::kHeaderSize) return drop();
+            if (sub_id != want_id || sub_version != RlcConfig::kSubpacketVersionValue)
+                return drop(DropReason::kUnknownVersion);
+            if (!sub_fits || record.size() < RlcConfig::kHeaderSize)
+                return drop(DropReason::kShort);
             // The bearer list position the daemon computes must lie inside.
-            size_t list = RlcConfig::RbCountOffset(record[RlcConfig::kSkipRecordCount.offset]);
-            return list < record.size() ? as_is() : drop();
+            return fits(RlcConfig::RbCountOffset(record[RlcConfig::kSkipRecordCount.offset]) <
+                        record.size());
         }
         case RlcUlStats::kCode: {
             if (sub_id != RlcUlStats::kSubpacketIdValue ||
-                sub_version != RlcUlStats::kSubpacketVersionValue || !sub_fits ||
-                record.size() < RlcUlStats::kHeaderSize)
-                return drop();
+                sub_version != RlcUlStats::kSubpacketVersionValue)
+                return drop(DropReason::kUnknownVersion);
+            if (!sub_fits || record.size() < RlcUlStats::kHeaderSize)
+                return drop(DropReason::kShort);
             size_t need = RlcUlStats::kHeaderSize +
                           RlcUlStats::kEntrySize * record[RlcUlStats::kCount.offset];
-            return need <= kSubpacketStart + sub_size ? as_is() : drop();
+            return fits(need <= kSubpacketStart + sub_size);
         }
         case RlcDlStats::kCode: {
-            if (sub_id != RlcDlStats::kSubpacketIdValue || !sub_fits ||
-                record.size() < RlcDlStats::kHeaderSize)
-                return drop();
+            if (sub_id != RlcDlStats::kSubpacketIdValue ||
+                (sub_version != RlcDlStats::kSubpacketVersionValue && sub_version != 3))
+                return drop(DropReason::kUnknownVersion);
+            if (!sub_fits || record.size() < RlcDlStats::kHeaderSize)
+                return drop(DropReason::kShort);
             size_t count = record[RlcDlStats::kCount.offset];
             size_t sub_end = kSubpacketStart + sub_size;
             if (sub_version == RlcDlStats::kSubpacketVersionValue)
-                return RlcDlStats::kHeaderSize + RlcDlStats::kEntrySize * count <= sub_end ? as_is()
-                                                                                           : drop();
-            if (sub_version != 3 || RlcDlStats::kHeaderSize + kRlcDlEntryV3Size * count > sub_end)
-                return drop();
+                return fits(RlcDlStats::kHeaderSize + RlcDlStats::kEntrySize * count <= sub_end);
+            if (RlcDlStats::kHeaderSize + kRlcDlEntryV3Size * count > sub_end)
+                return drop(DropReason::kShort);
             size_t size = RlcDlStats::kHeaderSize + RlcDlStats::kEntrySize * count;
             std::memset(out_.data(), 0, size);
             std::memcpy(out_.data(), record.data(), RlcDlStats::kHeaderSize);
@@ -329,7 +372,7 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
             return t;
         }
         default:
-            return drop();
+            return drop(DropReason::kUnknownVersion);
     }
 }
 

@@ -1,15 +1,17 @@
 // Packet versions: before a log record reaches the daemon, its version is
-// checked against the layout the daemon reads (target_layouts.h). A record
-// of that version goes as it is; a known other version is rewritten into
-// the daemon's layout (the fields it reads, at its offsets, in a record of
-// its size and version byte); anything else is dropped. A record whose
-// lengths or counts do not add up is dropped too, so a delivered record
-// always holds what an intact packet held.
+// checked against the layout the daemon reads (log_layouts.h), which for
+// the LTE codes is the newest version known: a record of that version goes
+// as it is; a known older (or other) version is rewritten into that layout
+// (the fields the daemon reads, at its offsets, in a record of its size and
+// version byte); anything else is dropped. A record whose lengths or
+// counts do not add up is dropped too, so a delivered record always holds
+// what an intact packet held.
 //
-// Where a value does not fit the daemon's field:
-//   - an unsigned value wider than its target field saturates: an EARFCN
-//     above 65535 becomes 0xFFFF (no EARFCN has that number), a 64-bit byte
-//     counter above 2^32 - 1 becomes 0xFFFFFFFF;
+// Values are carried whole: the delivered EARFCN fields are 32 bits wide,
+// so an older 16-bit EARFCN widens and a band-66 or band-71 EARFCN of
+// today's versions arrives as it is. Two cases still do not fit:
+//   - a 64-bit RLC byte counter (0xB087 v1/s3) above 2^32 - 1 saturates at
+//     0xFFFFFFFF, the daemon's counters being 32 bits;
 //   - a 0xB179 measurement of a secondary serving cell (carrier
 //     aggregation) is dropped, so the snapshot keeps the primary cell.
 //
@@ -36,11 +38,24 @@ struct PacketVersion {
 enum class VersionVerdict : uint8_t {
     kAsIs,        // the daemon's layout (or a code without versions)
     kTranslated,  // rewritten into the daemon's layout
-    kDropped,     // unknown version, or lengths that do not add up
+    kDropped,     // see DropReason
 };
+
+// Why a record was not delivered.
+enum class DropReason : uint8_t {
+    kNone,
+    kSecondaryCell,      // 0xB179 of a carrier-aggregation secondary cell
+    kUnknownVersion,     // a version (or subpacket) whose layout is not known
+    kShort,              // too short for its version, or counts past its end
+    kOtherSubscription,  // wrapped for a subscription other than the one kept
+};
+inline constexpr size_t kDropReasons = 5;
+// "secondary_cell", "unknown_version", "short", "other_subscription"; "" for kNone.
+const char* DropReasonName(DropReason reason);
 
 struct Translation {
     VersionVerdict verdict = VersionVerdict::kDropped;
+    DropReason reason = DropReason::kNone;
     PacketVersion version;
     // What to deliver: the input itself or the translator's own buffer,
     // valid until the next call. Empty when dropped.
@@ -55,6 +70,10 @@ struct KnownVersion {
     VersionVerdict verdict;
 };
 std::span<const KnownVersion> KnownVersions();
+
+// The version of a record as counted: byte 12 of the codes that have one,
+// and the subpacket's version of the RLC codes; kNone where absent.
+PacketVersion VersionOf(uint16_t code, std::span<const uint8_t> record);
 
 class PacketTranslator {
   public:

@@ -1,6 +1,6 @@
-// The translator on packets built here: each known version's fields land
-// at the daemon's offsets, values that do not fit saturate, and packets
-// whose lengths or counts do not add up are dropped.
+// The translator on packets built here at their own offsets: each known
+// version's fields land at the daemon's offsets whole, and packets whose
+// lengths or counts do not add up are dropped with their reason.
 #include "platform/dmux/packet_versions/packet_translator.h"
 
 #include <gtest/gtest.h>
@@ -39,62 +39,51 @@ Bytes ServingCellV3(uint32_t dl, uint32_t ul) {
     Put(&b, 13, 2, 337);
     Put(&b, 15, 4, dl);
     Put(&b, 19, 4, ul);
-    b[23] = 100;
-    b[24] = 75;
-    Put(&b, 25, 4, 0x111B903);
-    Put(&b, 29, 2, 0x11D6);
-    Put(&b, 31, 4, 38);
-    Put(&b, 35, 2, 460);
-    b[37] = 2;
-    Put(&b, 38, 2, 7);
-    b[40] = 1;
+    Put(&b, 31, 4, 66);
     return b;
 }
 
-TEST(PacketTranslatorTest, ServingCellV3LandsAtTheDaemonsOffsets) {
-    PacketTranslator translator;
-    Bytes in = ServingCellV3(37900, 37900);
-    Translation out = translator.Translate(0xB0C2, in);
-    ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
-    EXPECT_EQ(out.version.version, 3);
-    ASSERT_EQ(out.record.size(), t::LteServingCell::kSize);
-    EXPECT_EQ(Get(out.record, t::kRecordLength), 37);
-    EXPECT_EQ(Get(out.record, t::kVersion), 2);
-    EXPECT_EQ(Get(out.record, rt::Field<uint64_t>{4}), 0x0123456789ABCDEFull);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 337);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), 37900);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), 37900);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kDlBandwidthRb), 100);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kUlBandwidthRb), 75);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kCellId), 0x111B903u);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kTac), 0x11D6);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kBand), 38u);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kMcc), 460);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kMncDigits), 2);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kMnc), 7);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kAllowedAccess), 1);
+// As the qmdl example capture holds it: 16-bit EARFCNs, the rest 4 bytes
+// earlier than in version 3.
+Bytes ServingCellV2() {
+    Bytes b = Record(0xB0C2, 37, 2);
+    Put(&b, 13, 2, 87);
+    Put(&b, 15, 2, 5780);
+    Put(&b, 17, 2, 23780);
+    b[19] = 50;
+    b[20] = 25;
+    Put(&b, 21, 4, 0x086D0B0F);
+    Put(&b, 25, 2, 0x8740);
+    Put(&b, 27, 4, 17);
+    Put(&b, 31, 2, 310);
+    b[33] = 3;
+    Put(&b, 34, 2, 410);
+    b[36] = 1;
+    return b;
 }
 
-// An EARFCN above 65535 (band 66 and up) has no 16-bit form: 0xFFFF, which
-// no EARFCN uses, says so; the rest of the cell is still delivered.
-TEST(PacketTranslatorTest, EarfcnAbove16BitsSaturates) {
-    struct Case {
-        uint32_t dl, ul;
-        uint16_t want_dl, want_ul;
-    };
-    const Case cases[] = {{65535, 0, 65535, 0},
-                          {65536, 131072, 0xFFFF, 0xFFFF},
-                          {66436, 132072, 0xFFFF, 0xFFFF},
-                          {1350, 19350, 1350, 19350}};
+TEST(PacketTranslatorTest, ServingCellV2IsWidenedToV3) {
     PacketTranslator translator;
-    for (const Case& c : cases) {
-        Bytes in = ServingCellV3(c.dl, c.ul);
-        Translation out = translator.Translate(0xB0C2, in);
-        ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
-        EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), c.want_dl) << c.dl;
-        EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), c.want_ul) << c.ul;
-        EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 337);
-    }
+    Bytes in = ServingCellV2();
+    Translation out = translator.Translate(0xB0C2, in);
+    ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
+    EXPECT_EQ(out.version.version, 2);
+    ASSERT_EQ(out.record.size(), 41u);
+    EXPECT_EQ(Get(out.record, t::kRecordLength), 41);
+    EXPECT_EQ(Get(out.record, t::kVersion), 3);
+    EXPECT_EQ(Get(out.record, rt::Field<uint64_t>{4}), 0x0123456789ABCDEFull);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 87);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), 5780u);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), 23780u);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kDlBandwidthRb), 50);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kUlBandwidthRb), 25);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kCellId), 0x086D0B0Fu);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kTac), 0x8740);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kBand), 17u);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kMcc), 310);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kMncDigits), 3);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kMnc), 410);
+    EXPECT_EQ(Get(out.record, t::LteServingCell::kAllowedAccess), 1);
 }
 
 Bytes MeasV4(uint8_t cell_index, uint32_t earfcn, uint8_t neighbours, uint8_t detected,
@@ -111,52 +100,108 @@ Bytes MeasV4(uint8_t cell_index, uint32_t earfcn, uint8_t neighbours, uint8_t de
     return b;
 }
 
-TEST(PacketTranslatorTest, ServingMeasurementsV4) {
-    PacketTranslator translator;
-    Bytes in = MeasV4(0, 5780, 1, 0, 52);
-    Translation out = translator.Translate(0xB179, in);
-    ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
-    ASSERT_EQ(out.record.size(), t::LteServingMeasurements::kSize);
-    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kEarfcn), 5780);
-    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kPci), 405);
-    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kSubframe), 7);
-    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kRawRsrp), 1336);
-    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kRawRsrq), 294);
-    // Neighbours are not carried over: the daemon reads none of this code.
-    EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kNeighbourCount), 0);
+// 0xB17F with the RSSI word (raw value in bits 10 to 23) where the version
+// puts it: @32 in versions 3 and 4, @36 in version 5.
+Bytes Rssi(uint8_t version, uint32_t earfcn, uint32_t raw) {
+    bool v5 = version == 5;
+    Bytes b = Record(0xB17F, v5 ? 52 : 48, version);
+    Put(&b, 16, v5 ? 4 : 2, earfcn);
+    Put(&b, v5 ? 20 : 18, 2, 405);
+    Put(&b, v5 ? 36 : 32, 4, raw << 10 | 0x127);
+    return b;
 }
 
-// Verdicts for packets that must not reach the daemon, and a few that must.
+// EARFCNs above 65535 (bands 66 and 71) arrive whole, whichever version
+// carries them; 16-bit ones are widened.
+TEST(PacketTranslatorTest, EarfcnsArriveWhole) {
+    struct Case {
+        const char* what;
+        uint16_t code;
+        Bytes record;
+        VersionVerdict want;
+        uint32_t dl, ul = 0;  // ul unused for one-EARFCN codes
+    };
+    Bytes single_carrier = Record(0xB179, 40, 2);
+    Put(&single_carrier, 16, 2, 65535);
+    Put(&single_carrier, 18, 2, 405);
+    Put(&single_carrier, 22, 2, 1336);
+    Put(&single_carrier, 26, 2, 294);
+    const Case cases[] = {
+        {"band 66 serving cell", 0xB0C2, ServingCellV3(66786, 131986), VersionVerdict::kAsIs, 66786,
+         131986},
+        {"band 71 serving cell", 0xB0C2, ServingCellV3(68661, 133197), VersionVerdict::kAsIs, 68661,
+         133197},
+        {"the 16-bit top", 0xB0C2, ServingCellV3(65535, 65536), VersionVerdict::kAsIs, 65535,
+         65536},
+        {"band 66 measurement", 0xB179, MeasV4(0, 66786, 0, 0, 40), VersionVerdict::kAsIs, 66786},
+        {"single-carrier measurement", 0xB179, single_carrier, VersionVerdict::kTranslated, 65535},
+        {"band 71 RSSI v5", 0xB17F, Rssi(5, 68661, 672), VersionVerdict::kAsIs, 68661},
+        {"RSSI v4", 0xB17F, Rssi(4, 5780, 672), VersionVerdict::kTranslated, 5780},
+        {"RSSI v3", 0xB17F, Rssi(3, 5780, 672), VersionVerdict::kTranslated, 5780},
+    };
+    PacketTranslator translator;
+    for (const Case& c : cases) {
+        Translation out = translator.Translate(c.code, c.record);
+        ASSERT_EQ(out.verdict, c.want) << c.what;
+        EXPECT_EQ(Get(out.record, t::kVersion), c.code == 0xB0C2   ? 3
+                                                : c.code == 0xB179 ? 4
+                                                                   : 5)
+            << c.what;
+        switch (c.code) {
+            case 0xB0C2:
+                EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), c.dl) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), c.ul) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 337) << c.what;
+                break;
+            case 0xB179:
+                EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kEarfcn), c.dl) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kPci), 405) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kRawRsrp), 1336) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kRawRsrq), 294) << c.what;
+                break;
+            default:
+                EXPECT_EQ(Get(out.record, t::LteServingRssi::kEarfcn), c.dl) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingRssi::kPci), 405) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingRssi::kRssiWord) >> 10 & 0x3FFF, 672u)
+                    << c.what;
+        }
+    }
+}
+
+// Verdicts, and why a packet did not reach the daemon.
 TEST(PacketTranslatorTest, VerdictTable) {
     struct Case {
         const char* what;
         uint16_t code;
         Bytes record;
         VersionVerdict want;
+        DropReason why = DropReason::kNone;
     };
-    Bytes v2_cell = Record(0xB0C2, 37, 2);
     Bytes short_v3 = ServingCellV3(1, 1);
     short_v3.resize(40);
     Bytes long_v3 = ServingCellV3(1, 1);
     long_v3.push_back(0);
+    const auto kDropped = VersionVerdict::kDropped;
     const Case cases[] = {
-        {"v2 serving cell as is", 0xB0C2, v2_cell, VersionVerdict::kAsIs},
-        {"v2 serving cell cut short", 0xB0C2, Record(0xB0C2, 30, 2), VersionVerdict::kDropped},
-        {"v3 serving cell one byte short", 0xB0C2, short_v3, VersionVerdict::kDropped},
-        {"v3 serving cell one byte long", 0xB0C2, long_v3, VersionVerdict::kDropped},
-        {"unknown serving cell version", 0xB0C2, Record(0xB0C2, 41, 9), VersionVerdict::kDropped},
-        {"header only", 0xB0C2, Record(0xB0C2, 12, 0), VersionVerdict::kDropped},
-        {"secondary cell", 0xB179, MeasV4(1, 1975, 0, 0, 40), VersionVerdict::kDropped},
-        {"neighbours past the end", 0xB179, MeasV4(0, 1975, 2, 0, 52), VersionVerdict::kDropped},
-        {"neighbours and detected fit", 0xB179, MeasV4(0, 1975, 1, 1, 68),
-         VersionVerdict::kTranslated},
-        {"v4 measurement cut short", 0xB179, MeasV4(0, 1975, 0, 0, 39), VersionVerdict::kDropped},
+        {"v2 serving cell cut short", 0xB0C2, Record(0xB0C2, 36, 2), kDropped, DropReason::kShort},
+        {"v3 serving cell one byte short", 0xB0C2, short_v3, kDropped, DropReason::kShort},
+        {"v3 serving cell one byte long", 0xB0C2, long_v3, VersionVerdict::kAsIs},
+        {"unknown serving cell version", 0xB0C2, Record(0xB0C2, 41, 9), kDropped,
+         DropReason::kUnknownVersion},
+        {"header only", 0xB0C2, Record(0xB0C2, 12, 0), kDropped, DropReason::kShort},
+        {"secondary cell", 0xB179, MeasV4(1, 1975, 0, 0, 40), kDropped, DropReason::kSecondaryCell},
+        {"neighbours past the end", 0xB179, MeasV4(0, 1975, 2, 0, 52), kDropped,
+         DropReason::kShort},
+        {"neighbours and detected fit", 0xB179, MeasV4(0, 1975, 1, 1, 68), VersionVerdict::kAsIs},
+        {"v4 measurement cut short", 0xB179, MeasV4(0, 1975, 0, 0, 39), kDropped,
+         DropReason::kShort},
+        {"unknown measurement version", 0xB179, Record(0xB179, 60, 5), kDropped,
+         DropReason::kUnknownVersion},
         {"UE identity v2", 0xB0EE, Record(0xB0EE, 31, 2), VersionVerdict::kAsIs},
-        {"UE identity v3", 0xB0EE, Record(0xB0EE, 31, 3), VersionVerdict::kDropped},
-        {"RSSI v3", 0xB17F, Record(0xB17F, 39, 3), VersionVerdict::kAsIs},
-        {"RSSI v5", 0xB17F, Record(0xB17F, 52, 5), VersionVerdict::kTranslated},
-        {"RSSI v5 cut short", 0xB17F, Record(0xB17F, 39, 5), VersionVerdict::kDropped},
-        {"RSSI v4", 0xB17F, Record(0xB17F, 52, 4), VersionVerdict::kDropped},
+        {"UE identity v3", 0xB0EE, Record(0xB0EE, 31, 3), kDropped, DropReason::kUnknownVersion},
+        {"RSSI v5 cut short", 0xB17F, Record(0xB17F, 39, 5), kDropped, DropReason::kShort},
+        {"RSSI v4 cut short", 0xB17F, Record(0xB17F, 35, 4), kDropped, DropReason::kShort},
+        {"RSSI v2", 0xB17F, Record(0xB17F, 52, 2), kDropped, DropReason::kUnknownVersion},
         {"WCDMA code without version", 0x4125, Record(0x4125, 13, 0x77), VersionVerdict::kAsIs},
         {"empty record of a code without version", 0x4110, Bytes{}, VersionVerdict::kAsIs},
     };
@@ -164,6 +209,7 @@ TEST(PacketTranslatorTest, VerdictTable) {
     for (const Case& c : cases) {
         Translation out = translator.Translate(c.code, c.record);
         EXPECT_EQ(out.verdict, c.want) << c.what;
+        EXPECT_EQ(out.reason, c.why) << c.what;
         if (c.want == VersionVerdict::kDropped) {
             EXPECT_TRUE(out.record.empty()) << c.what;
         }
@@ -252,21 +298,24 @@ TEST(PacketTranslatorTest, RlcVerdictTable) {
         const char* what;
         uint16_t code;
         Bytes record;
-        VersionVerdict want;
+        DropReason why;  // kNone: delivered
     };
     const Case cases[] = {
-        {"count past the subpacket", 0xB087, count_past_subpacket, VersionVerdict::kDropped},
-        {"subpacket past the record", 0xB087, subpacket_past_record, VersionVerdict::kDropped},
-        {"two subpackets", 0xB087, two_subpackets, VersionVerdict::kDropped},
-        {"wrong subpacket id", 0xB087, wrong_id, VersionVerdict::kDropped},
-        {"a layout without documentation", 0xB087, pixel_layout, VersionVerdict::kDropped},
-        {"empty statistics", 0xB087, RlcDlStatsV3(0, 13, 29), VersionVerdict::kTranslated},
-        {"uplink statistics", 0xB097, ul, VersionVerdict::kAsIs},
-        {"uplink count past the end", 0xB097, ul_count_too_big, VersionVerdict::kDropped},
+        {"count past the subpacket", 0xB087, count_past_subpacket, DropReason::kShort},
+        {"subpacket past the record", 0xB087, subpacket_past_record, DropReason::kShort},
+        {"two subpackets", 0xB087, two_subpackets, DropReason::kUnknownVersion},
+        {"wrong subpacket id", 0xB087, wrong_id, DropReason::kUnknownVersion},
+        {"a layout without documentation", 0xB087, pixel_layout, DropReason::kUnknownVersion},
+        {"empty statistics", 0xB087, RlcDlStatsV3(0, 13, 29), DropReason::kNone},
+        {"uplink statistics", 0xB097, ul, DropReason::kNone},
+        {"uplink count past the end", 0xB097, ul_count_too_big, DropReason::kShort},
     };
     PacketTranslator translator;
-    for (const Case& c : cases)
-        EXPECT_EQ(translator.Translate(c.code, c.record).verdict, c.want) << c.what;
+    for (const Case& c : cases) {
+        Translation out = translator.Translate(c.code, c.record);
+        EXPECT_EQ(out.reason, c.why) << c.what;
+        EXPECT_EQ(out.verdict == VersionVerdict::kDropped, c.why != DropReason::kNone) << c.what;
+    }
 }
 
 // Every prefix of a translatable packet is either dropped or, for the

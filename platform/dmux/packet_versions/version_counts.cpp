@@ -5,7 +5,8 @@
 
 namespace dmux {
 
-void VersionCounts::Count(uint16_t code, PacketVersion version, VersionVerdict verdict) {
+void VersionCounts::Count(uint16_t code, PacketVersion version, VersionVerdict verdict,
+                          DropReason reason) {
     VersionCount* entry = nullptr;
     if (last_ < entries_.size() && entries_[last_].code == code &&
         entries_[last_].version == version) {
@@ -19,7 +20,7 @@ void VersionCounts::Count(uint16_t code, PacketVersion version, VersionVerdict v
             }
         }
         if (entry == nullptr) {
-            entries_.push_back({code, version, 0, 0, 0});
+            entries_.push_back({code, version});
             last_ = entries_.size() - 1;
             entry = &entries_.back();
         }
@@ -33,6 +34,7 @@ void VersionCounts::Count(uint16_t code, PacketVersion version, VersionVerdict v
             break;
         case VersionVerdict::kDropped:
             ++entry->dropped;
+            ++entry->dropped_for[size_t(reason)];
             break;
     }
 }
@@ -76,7 +78,11 @@ std::string VersionCountsJson(const std::vector<VersionCount>& counts) {
         }
         json += "\"" + VersionText(c.version) + "\":{\"as_is\":" + std::to_string(c.as_is) +
                 ",\"translated\":" + std::to_string(c.translated) +
-                ",\"dropped\":" + std::to_string(c.dropped) + "}";
+                ",\"dropped\":" + std::to_string(c.dropped);
+        for (size_t r = 1; r < kDropReasons; ++r)
+            json += ",\"" + std::string(DropReasonName(DropReason(r))) +
+                    "\":" + std::to_string(c.dropped_for[r]);
+        json += "}";
     }
     if (!counts.empty()) json += "}";
     return json + "}";

@@ -1,6 +1,7 @@
 // Per log code and version: how many records went to the daemon as they
 // came, how many were translated into its layout and how many were
-// dropped. Kept by the reader thread; copied out for the stats object.
+// dropped, and why. Kept by the reader thread; copied out for the stats
+// object.
 #pragma once
 
 #include <cstdint>
@@ -17,11 +18,15 @@ struct VersionCount {
     uint64_t as_is = 0;
     uint64_t translated = 0;
     uint64_t dropped = 0;
+    // Of the dropped, by DropReason (index kNone unused).
+    uint64_t dropped_for[kDropReasons] = {};
+    uint64_t DroppedFor(DropReason reason) const { return dropped_for[size_t(reason)]; }
 };
 
 class VersionCounts {
   public:
-    void Count(uint16_t code, PacketVersion version, VersionVerdict verdict);
+    void Count(uint16_t code, PacketVersion version, VersionVerdict verdict,
+               DropReason reason = DropReason::kNone);
     // Sorted by code, then version.
     std::vector<VersionCount> Sorted() const;
     uint64_t Total(VersionVerdict verdict) const;
@@ -35,7 +40,8 @@ class VersionCounts {
 
 // "v3", "v1/s3" (version 1, subpacket version 3), or "-" without a version.
 std::string VersionText(PacketVersion version);
-// {"B0C2":{"v3":{"as_is":0,"translated":62,"dropped":0}},...}
+// {"B179":{"v4":{"as_is":216,"translated":0,"dropped":7,"secondary_cell":7,
+//  "unknown_version":0,"short":0,"other_subscription":0}},...}
 std::string VersionCountsJson(const std::vector<VersionCount>& counts);
 
 }  // namespace dmux
