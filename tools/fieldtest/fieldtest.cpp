@@ -4,7 +4,9 @@
 //   fieldtest watch [--interval SEC] [--count N] [REPORT... | all]
 //   fieldtest set NAME=VALUE...                     change settings in diag/config
 //                                                   and show it once applied
-//   fieldtest serve [--listen ADDR:PORT] [--interval SEC]   the screen as a web page
+//   fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]
+//                                                   the screen as a web page
+//   fieldtest record [--interval SEC] DIR           every report's values to CSV in DIR
 //
 // A report is asked for by writing msg/id to the daemon's server object as
 // a client; once the reply with the same id is back, the report's status
@@ -147,9 +149,14 @@ int SetSettings(const std::vector<std::string>& settings, int timeout_ms, int& n
     return status;
 }
 
-// Serves the web screen until SIGINT or SIGTERM.
-int Serve(const std::string& listen, double interval_s, int timeout_ms) {
+// Serves the web screen (or only records, without `page`) until SIGINT or
+// SIGTERM; the recording is closed whole before the program ends.
+int Serve(const std::string& listen, double interval_s, int timeout_ms,
+          const std::string& record_dir, bool page) {
+    const char* verb = page ? "serve" : "record";
     fieldtest::WebScreenOptions options;
+    options.record_dir = record_dir;
+    options.page = page;
     if (!fieldtest::ParseListenAddress(listen, &options.host, &options.port)) {
         std::fprintf(stderr, "fieldtest: serve: --listen wants ADDR:PORT, got '%s'\n",
                      listen.c_str());
@@ -168,7 +175,7 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms) {
     fieldtest::WebScreen screen(options);
     std::string error;
     if (!screen.Listen(&error)) {
-        std::fprintf(stderr, "fieldtest: serve: %s\n", error.c_str());
+        std::fprintf(stderr, "fieldtest: %s: %s\n", verb, error.c_str());
         return 1;
     }
     std::thread stopper([&] {
@@ -176,12 +183,17 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms) {
         sigwait(&stop_signals, &signal_number);
         screen.Stop();
     });
-    std::printf("fieldtest: the field-test screen is on http://%s:%d/\n", options.host.c_str(),
-                options.port);
+    if (!record_dir.empty())
+        std::printf("fieldtest: recording to %s\n", options.record_dir.c_str());
+    if (page)
+        std::printf("fieldtest: the field-test screen is on http://%s:%d/\n", options.host.c_str(),
+                    options.port);
     std::fflush(stdout);
     screen.Run();
     pthread_kill(stopper.native_handle(), SIGTERM);
-    stopper.join();
+    stopper.join();  // its Stop has closed the recording
+    if (!record_dir.empty())
+        std::fprintf(stderr, "fieldtest: %s\n", screen.RecordingSummary().c_str());
     return 0;
 }
 
@@ -190,11 +202,13 @@ void Usage(FILE* out) {
                  "usage: fieldtest [--json] [--timeout SEC] [REPORT... | all]\n"
                  "       fieldtest watch [--json] [--interval SEC] [--count N] [REPORT... | all]\n"
                  "       fieldtest set NAME=VALUE...\n"
-                 "       fieldtest serve [--listen ADDR:PORT] [--interval SEC]\n"
+                 "       fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]\n"
+                 "       fieldtest record [--interval SEC] DIR\n"
                  "\n"
                  "Asks radio_tavora for reports the way the field-test screen does and shows\n"
                  "them, or changes its settings in diag/config. serve does both on a web page\n"
-                 "with live reports, plots, the settings and a CSV recording.\n"
+                 "with live reports, plots and the settings; --record DIR (or record, with\n"
+                 "no page) writes every sample to a CSV file in DIR as it is taken.\n"
                  "\n"
                  "Reports: radionwinfo radiostats umtsopinfo hspaopinfo lteopinfo bearer\n"
                  "         tchtxpwr 3gpp2info\n"
@@ -212,6 +226,7 @@ void Usage(FILE* out) {
                  "  --interval SEC  watch, serve: time between rounds (default 2)\n"
                  "  --count N       watch: number of rounds (default: until interrupted)\n"
                  "  --listen A:P    serve: the address to serve on (default 127.0.0.1:8080)\n"
+                 "  --record DIR    serve: record every sample to CSV files in DIR\n"
                  "The PPS broker is found through PPS_SOCKET (default %s).\n"
                  "Exit status: 0 ok, 1 error, 2 usage, 3 a report got no reply.\n",
                  kPpsDefaultSocket);
@@ -222,7 +237,7 @@ void Usage(FILE* out) {
 int main(int argc, char** argv) {
     std::string verb;
     if (argc > 1 && (std::strcmp(argv[1], "watch") == 0 || std::strcmp(argv[1], "set") == 0 ||
-                     std::strcmp(argv[1], "serve") == 0)) {
+                     std::strcmp(argv[1], "serve") == 0 || std::strcmp(argv[1], "record") == 0)) {
         verb = argv[1];
         --argc;
         ++argv;
@@ -231,14 +246,12 @@ int main(int argc, char** argv) {
     double timeout_s = 5, interval_s = 2;
     long count = -1;
     std::string listen = "127.0.0.1:8080";
+    std::string record_dir;
     static const option kOptions[] = {
-        {"json", no_argument, nullptr, 'j'},
-        {"timeout", required_argument, nullptr, 't'},
-        {"interval", required_argument, nullptr, 'i'},
-        {"count", required_argument, nullptr, 'c'},
-        {"listen", required_argument, nullptr, 'l'},
-        {"help", no_argument, nullptr, 'h'},
-        {nullptr, 0, nullptr, 0},
+        {"json", no_argument, nullptr, 'j'},           {"timeout", required_argument, nullptr, 't'},
+        {"interval", required_argument, nullptr, 'i'}, {"count", required_argument, nullptr, 'c'},
+        {"listen", required_argument, nullptr, 'l'},   {"record", required_argument, nullptr, 'r'},
+        {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0},
     };
     for (int opt; (opt = getopt_long(argc, argv, "+", kOptions, nullptr)) != -1;) {
         char* end = nullptr;
@@ -258,6 +271,9 @@ int main(int argc, char** argv) {
             case 'l':
                 listen = optarg;
                 break;
+            case 'r':
+                record_dir = optarg;
+                break;
             case 'h':
                 Usage(stdout);
                 return 0;
@@ -276,7 +292,14 @@ int main(int argc, char** argv) {
             Usage(stderr);
             return 2;
         }
-        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000));
+        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), record_dir, true);
+    }
+    if (verb == "record") {
+        if (args.size() != 1 || !record_dir.empty()) {
+            Usage(stderr);
+            return 2;
+        }
+        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), args[0], false);
     }
     int next_id = static_cast<int>(::getpid() % 10000) * 1000;
     const int timeout_ms = static_cast<int>(timeout_s * 1000);

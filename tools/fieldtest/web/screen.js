@@ -231,6 +231,7 @@ function showHealth(health) {
   const banner = document.getElementById('banner');
   document.getElementById('modem-state').textContent = health.modem_state ?? '–';
   document.getElementById('recorded').textContent = health.recorded;
+  showRecording(health.recording);
   document.getElementById('interval').value = String(health.interval);
   if (!health.broker) {
     banner.textContent = 'The PPS broker is not running: no reports and no settings until it is back.';
@@ -241,6 +242,37 @@ function showHealth(health) {
     return;
   }
   banner.hidden = false;
+}
+
+// ---- recordings on disk ----
+
+let recordingFile = null;
+
+function showRecording(recording) {
+  const state = document.getElementById('recording-state');
+  if (!recording) {
+    state.textContent = 'not recording (fieldtest serve --record DIR)';
+  } else if (recording.error) {
+    state.textContent = `recording stopped: ${recording.error}`;
+  } else {
+    state.textContent = `recording ${recording.file}: ${recording.acknowledged} samples`;
+  }
+  const file = recording ? recording.file : null;
+  if (file !== recordingFile) {
+    recordingFile = file;
+    listRecordings();
+  }
+}
+
+async function listRecordings() {
+  try {
+    const {files} = await (await fetch('/api/recordings')).json();
+    document.getElementById('recording-list').replaceChildren(...files.map((f) =>
+      el('li', {}, el('a', {href: `/api/recordings/${encodeURIComponent(f.name)}`, download: f.name},
+          f.name), ` ${(f.bytes / 1e6).toFixed(1)} MB`)));
+  } catch (error) {
+    // Listed again with the next file.
+  }
 }
 
 function listen() {
@@ -272,5 +304,6 @@ async function makePanels() {
 }
 
 makeCharts();
+document.getElementById('recordings').addEventListener('toggle', listRecordings);
 makeSettingsForm();
 makePanels().then(listen);
