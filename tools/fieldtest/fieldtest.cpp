@@ -7,6 +7,7 @@
 //   fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]
 //                                                   the screen as a web page
 //   fieldtest record [--interval SEC] DIR           every report's values to CSV in DIR
+//   (serve and record take --gpsd HOST[:PORT]: each sample's position from gpsd)
 //
 // A report is asked for by writing msg/id to the daemon's server object as
 // a client; once the reply with the same id is back, the report's status
@@ -28,6 +29,7 @@
 #include <vector>
 
 #include "platform/pps/pps_client.h"
+#include "tools/fieldtest/gpsd_client.h"
 #include "tools/fieldtest/numbered_array_table.h"
 #include "tools/fieldtest/screen_client.h"
 #include "tools/fieldtest/setting_rules.h"
@@ -152,7 +154,7 @@ int SetSettings(const std::vector<std::string>& settings, int timeout_ms, int& n
 // Serves the web screen (or only records, without `page`) until SIGINT or
 // SIGTERM; the recording is closed whole before the program ends.
 int Serve(const std::string& listen, double interval_s, int timeout_ms,
-          const std::string& record_dir, bool page) {
+          const std::string& record_dir, const std::string& gpsd, bool page) {
     const char* verb = page ? "serve" : "record";
     fieldtest::WebScreenOptions options;
     options.record_dir = record_dir;
@@ -165,6 +167,13 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms,
     options.interval_s = interval_s;
     options.timeout_ms = timeout_ms;
     options.chart_js_path = RT_CHART_JS_PATH;
+    options.leaflet_dir = RT_LEAFLET_DIR;
+    if (!gpsd.empty() &&
+        !fieldtest::ParseGpsdAddress(gpsd, &options.gpsd_host, &options.gpsd_port)) {
+        std::fprintf(stderr, "fieldtest: %s: --gpsd wants HOST[:PORT], got '%s'\n", verb,
+                     gpsd.c_str());
+        return 2;
+    }
     // Signals are taken by one thread of our own; the server's threads
     // inherit the mask and never see them.
     sigset_t stop_signals;
@@ -203,7 +212,8 @@ void Usage(FILE* out) {
                  "       fieldtest watch [--json] [--interval SEC] [--count N] [REPORT... | all]\n"
                  "       fieldtest set NAME=VALUE...\n"
                  "       fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]\n"
-                 "       fieldtest record [--interval SEC] DIR\n"
+                 "                       [--gpsd HOST[:PORT]]\n"
+                 "       fieldtest record [--interval SEC] [--gpsd HOST[:PORT]] DIR\n"
                  "\n"
                  "Asks radio_tavora for reports the way the field-test screen does and shows\n"
                  "them, or changes its settings in diag/config. serve does both on a web page\n"
@@ -227,6 +237,8 @@ void Usage(FILE* out) {
                  "  --count N       watch: number of rounds (default: until interrupted)\n"
                  "  --listen A:P    serve: the address to serve on (default 127.0.0.1:8080)\n"
                  "  --record DIR    serve: record every sample to CSV files in DIR\n"
+                 "  --gpsd HOST[:PORT]  serve, record: each sample's position from gpsd\n"
+                 "                  (port 2947 when not given; e.g. --gpsd localhost)\n"
                  "The PPS broker is found through PPS_SOCKET (default %s).\n"
                  "Exit status: 0 ok, 1 error, 2 usage, 3 a report got no reply.\n",
                  kPpsDefaultSocket);
@@ -246,12 +258,17 @@ int main(int argc, char** argv) {
     double timeout_s = 5, interval_s = 2;
     long count = -1;
     std::string listen = "127.0.0.1:8080";
-    std::string record_dir;
+    std::string record_dir, gpsd;
     static const option kOptions[] = {
-        {"json", no_argument, nullptr, 'j'},           {"timeout", required_argument, nullptr, 't'},
-        {"interval", required_argument, nullptr, 'i'}, {"count", required_argument, nullptr, 'c'},
-        {"listen", required_argument, nullptr, 'l'},   {"record", required_argument, nullptr, 'r'},
-        {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0},
+        {"json", no_argument, nullptr, 'j'},
+        {"timeout", required_argument, nullptr, 't'},
+        {"interval", required_argument, nullptr, 'i'},
+        {"count", required_argument, nullptr, 'c'},
+        {"listen", required_argument, nullptr, 'l'},
+        {"record", required_argument, nullptr, 'r'},
+        {"gpsd", required_argument, nullptr, 'g'},
+        {"help", no_argument, nullptr, 'h'},
+        {nullptr, 0, nullptr, 0},
     };
     for (int opt; (opt = getopt_long(argc, argv, "+", kOptions, nullptr)) != -1;) {
         char* end = nullptr;
@@ -274,6 +291,9 @@ int main(int argc, char** argv) {
             case 'r':
                 record_dir = optarg;
                 break;
+            case 'g':
+                gpsd = optarg;
+                break;
             case 'h':
                 Usage(stdout);
                 return 0;
@@ -292,14 +312,15 @@ int main(int argc, char** argv) {
             Usage(stderr);
             return 2;
         }
-        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), record_dir, true);
+        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), record_dir, gpsd,
+                     true);
     }
     if (verb == "record") {
         if (args.size() != 1 || !record_dir.empty()) {
             Usage(stderr);
             return 2;
         }
-        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), args[0], false);
+        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), args[0], gpsd, false);
     }
     int next_id = static_cast<int>(::getpid() % 10000) * 1000;
     const int timeout_ms = static_cast<int>(timeout_s * 1000);

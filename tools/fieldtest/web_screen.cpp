@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -22,6 +23,7 @@
 #include "platform/pps/pps_client.h"
 #include "tools/fieldtest/disk_recording.h"
 #include "tools/fieldtest/event_hub.h"
+#include "tools/fieldtest/gpsd_client.h"
 #include "tools/fieldtest/guarded_server.h"
 #include "tools/fieldtest/recording.h"
 #include "tools/fieldtest/report_layout.h"
@@ -105,7 +107,13 @@ struct WebScreen::Impl {
     EventHub hub;
     Recording recording;
     std::unique_ptr<DiskRecording> disk;
-    std::string chart_js;
+    std::unique_ptr<GpsdClient> gps;
+    // Scripts the system installed, served as read at start: path ->
+    // {content, type, the package that provides it}.
+    struct SystemAsset {
+        std::string content, type, package;
+    };
+    std::map<std::string, SystemAsset> system_assets;
     std::atomic<double> interval_s;
     std::atomic<int> next_id{static_cast<int>(::getpid() % 10000) * 1000 + 500};
 
@@ -125,15 +133,22 @@ struct WebScreen::Impl {
         out["values"] = std::move(layout["values"]);
         out["items"] = std::move(layout["items"]);
         if (error.empty()) {
+            Position position = gps ? gps->Latest() : Position{};
             recording.Add(out["time"].get<long long>(), report.name, out["values"]);
             if (disk)
                 disk->Add(out["time"].get<long long>(), kDevice, report.name, out["values"],
-                          CurrentPosition());
+                          position);
+            // Where it was taken: the page draws the track from these.
+            if (position.known)
+                out["position"] = {{"latitude", position.latitude},
+                                   {"longitude", position.longitude}};
         }
         return out;
     }
 
-    Position CurrentPosition() { return {}; }
+    Json PositionJson() {
+        return gps ? gps->Json() : Json{{"known", false}, {"text", "no position"}};
+    }
 
     Json RecordingJson() {
         if (!disk) return nullptr;
@@ -181,6 +196,7 @@ struct WebScreen::Impl {
                            {"interval", interval_s.load()},
                            {"recorded", recording.rows()},
                            {"recording", RecordingJson()},
+                           {"position", PositionJson()},
                            {"time", UnixMs()}};
             hub.Publish("health", "health", JsonText(health));
         } while (Pause(interval_s.load()));
@@ -242,16 +258,18 @@ struct WebScreen::Impl {
                                 asset.content_type);
             });
         }
-        server.Get("/chart.js", [this](const httplib::Request&, httplib::Response& res) {
-            if (chart_js.empty()) {
-                res.status = 404;
-                res.set_content("Chart.js is not installed (Debian package libjs-chart.js)",
-                                "text/plain");
-                return;
-            }
-            res.set_header("Cache-Control", "max-age=3600");
-            res.set_content(chart_js, "text/javascript");
-        });
+        for (const auto& [path, asset] : system_assets) {
+            server.Get(path, [&asset](const httplib::Request&, httplib::Response& res) {
+                if (asset.content.empty()) {
+                    res.status = 404;
+                    res.set_content("not installed (Debian package " + asset.package + ")",
+                                    "text/plain");
+                    return;
+                }
+                res.set_header("Cache-Control", "max-age=3600");
+                res.set_content(asset.content, asset.type);
+            });
+        }
         server.Get("/api/reports", [](const httplib::Request&, httplib::Response& res) {
             Json list = Json::array();
             for (const ReportInfo& r : Reports())
@@ -378,12 +396,23 @@ struct WebScreen::Impl {
 };
 
 WebScreen::WebScreen(WebScreenOptions options) : impl_(std::make_unique<Impl>(std::move(options))) {
-    if (!impl_->options.chart_js_path.empty()) {
-        std::ifstream in(impl_->options.chart_js_path, std::ios::binary);
+    const WebScreenOptions& o = impl_->options;
+    auto read = [](const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
         std::ostringstream text;
-        text << in.rdbuf();
-        impl_->chart_js = text.str();
-    }
+        if (!path.empty() && in) text << in.rdbuf();
+        return text.str();
+    };
+    impl_->system_assets = {
+        {"/chart.js", {read(o.chart_js_path), "text/javascript", "libjs-chart.js"}},
+        {"/leaflet.js",
+         {read(o.leaflet_dir.empty() ? "" : o.leaflet_dir + "/leaflet.js"), "text/javascript",
+          "libjs-leaflet"}},
+        {"/leaflet.css",
+         {read(o.leaflet_dir.empty() ? "" : o.leaflet_dir + "/leaflet.css"), "text/css",
+          "libjs-leaflet"}},
+    };
+    if (o.gpsd_port != 0) impl_->gps = std::make_unique<GpsdClient>(o.gpsd_host, o.gpsd_port);
     impl_->Routes();
 }
 

@@ -4,7 +4,8 @@
 // Server-Sent Event, watches diag/config and pushes its changes, records the
 // values it took, and changes settings for the page.
 //
-//   GET  /                    the page (and /screen.js, /screen.css, /chart.js)
+//   GET  /                    the page (and /screen.js, /screen.css, /chart.js, /leaflet.js,
+//                             /leaflet.css)
 //   GET  /api/events          the event stream: report, config, health
 //   GET  /api/reports         the reports, in order, with their status objects
 //   GET  /api/report/NAME     one report asked for now, laid out as the page shows it
@@ -31,6 +32,11 @@ struct WebScreenOptions {
     int timeout_ms = 5000;
     // Chart.js as the system installed it; the page draws no plots without it.
     std::string chart_js_path;
+    // Leaflet's folder as the system installed it; the page draws no track without it.
+    std::string leaflet_dir;
+    // gpsd's address; no port: no position.
+    std::string gpsd_host;
+    int gpsd_port = 0;
     // Where every sample is recorded as CSV; "" records in memory only.
     std::string record_dir;
     // false: no HTTP server, only the rounds (and their recording).

@@ -13,10 +13,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -464,6 +466,84 @@ TEST_F(WebScreenProcess, RecordingOnDiskKeepsEverySampleAcknowledged) {
                 << "what was downloaded before the stop is not what the file begins with";
         }
     }
+}
+
+// The comma-separated fields of a line, empty ones kept.
+std::vector<std::string> Fields(const std::string& line) {
+    std::vector<std::string> fields;
+    std::stringstream in(line + ",");
+    for (std::string field; std::getline(in, field, ',');) fields.push_back(field);
+    return fields;
+}
+
+// The fixes of the project's NMEA track in order, from its $GPRMC sentences.
+std::vector<std::pair<double, double>> TrackFixes() {
+    std::vector<std::pair<double, double>> fixes;
+    for (const std::string& line : FileLines(RT_DRIVE_TRACK)) {
+        std::vector<std::string> f = Fields(line);
+        if (f[0] != "$GPRMC") continue;
+        auto degrees = [](const std::string& text, int digits, bool negative) {
+            double value = std::stod(text.substr(0, digits)) + std::stod(text.substr(digits)) / 60;
+            return negative ? -value : value;
+        };
+        fixes.emplace_back(degrees(f[3], 2, f[4] == "S"), degrees(f[5], 3, f[6] == "W"));
+    }
+    return fixes;
+}
+
+// gpsd, fed the project's track by gpsfake: the header shows the fix, and
+// the recorded samples carry the track's positions, in the track's order,
+// each with its fix time.
+TEST_F(WebScreenProcess, SamplesCarryTheGpsdTrackInOrder) {
+    if (::access("/usr/bin/gpsfake", X_OK) != 0)
+        GTEST_SKIP() << "gpsfake is not installed (Debian package gpsd-clients)";
+    rt::test::TempDir dir;
+    const std::string gpsd_port = std::to_string(FreePort());
+    rt::test::ChildProcess gpsfake(
+        {"/usr/bin/gpsfake", "-1", "-q", "-P", gpsd_port, "-c", "0.15", RT_DRIVE_TRACK},
+        {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
+    StartAll(true, {"--record", dir.path(), "--gpsd", "127.0.0.1:" + gpsd_port});
+    ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));
+    const auto fixes = TrackFixes();
+    ASSERT_EQ(fixes.size(), 36u);
+    // The header's fix follows the track to its end.
+    EXPECT_TRUE(serve_->Events(
+        [&](const std::string& event, const Json& data) {
+            return event == "health" && data["position"]["known"] == true &&
+                   std::abs(data["position"]["latitude"].get<double>() - fixes.back().first) <
+                       2e-6 &&
+                   std::abs(data["position"]["longitude"].get<double>() - fixes.back().second) <
+                       2e-6;
+        },
+        40))
+        << gpsfake.Stderr();
+    ASSERT_TRUE(serve_->process().Signal(SIGTERM));
+    EXPECT_EQ(serve_->process().Wait(), 0);
+
+    std::string path;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) path = entry.path();
+    size_t at = 0, positions = 0;
+    for (const std::string& line : FileLines(path)) {
+        // A value may hold commas (quoted): the position is the last three.
+        std::vector<std::string> f = Fields(line);
+        const size_t n = f.size();
+        if (n < 8 || f[n - 3].empty() || f[0] == "time") continue;
+        double lat = std::stod(f[n - 3]), lon = std::stod(f[n - 2]);
+        auto is_fix = [&](size_t i) {
+            return std::abs(fixes[i].first - lat) < 2e-6 && std::abs(fixes[i].second - lon) < 2e-6;
+        };
+        if (is_fix(at)) continue;
+        size_t next = at + 1;
+        while (next < fixes.size() && !is_fix(next)) ++next;
+        ASSERT_LT(next, fixes.size()) << "not a later fix of the track: " << line;
+        at = next;
+        ++positions;
+        char time[32];
+        std::snprintf(time, sizeof time, "2024-06-10T12:00:%02zu.000Z", at);
+        // gpsd's first report of a fix may come before its time.
+        if (!f[n - 1].empty() || positions > 1) EXPECT_EQ(f[n - 1], time) << line;
+    }
+    EXPECT_GE(positions, 8u);
 }
 
 TEST(WebScreenServe, TakenPortIsAClearError) {
