@@ -541,7 +541,9 @@ TEST_F(WebScreenProcess, SamplesCarryTheGpsdTrackInOrder) {
         char time[32];
         std::snprintf(time, sizeof time, "2024-06-10T12:00:%02zu.000Z", at);
         // gpsd's first report of a fix may come before its time.
-        if (!f[n - 1].empty() || positions > 1) EXPECT_EQ(f[n - 1], time) << line;
+        if (!f[n - 1].empty() || positions > 1) {
+            EXPECT_EQ(f[n - 1], time) << line;
+        }
     }
     EXPECT_GE(positions, 8u);
 }
