@@ -43,7 +43,7 @@ pids=()
 stop_all() {
     for ((i = ${#pids[@]} - 1; i >= 0; i--)); do kill "${pids[i]}" 2>/dev/null || true; done
     wait 2>/dev/null || true
-    echo "demo: stopped; logs kept in $run"
+    echo "demo: stopped; logs kept in $run, recordings in $run/recordings"
 }
 trap stop_all EXIT
 trap 'exit 130' INT TERM
@@ -100,8 +100,24 @@ PATH="$root/tools/shellstandins:$PATH" SHELL_STANDINS_LOG="$run/tools.log" \
 pids+=($!)
 wait_for "$run/radio_tavora.log" "tavora_pps started successfully."
 
-# The web screen: the same reports live in a browser, with plots and the settings.
-"$bin/fieldtest" serve --listen "$web" --interval "$interval" >"$run/fieldtest-serve.log" 2>&1 &
+# gpsd, fed the project's NMEA track by gpsfake (a loop, replayed until the
+# demo stops), gives each sample its position.
+serve_args=(--record "$run/recordings")
+if command -v gpsfake >/dev/null; then
+    gpsd_port=$((20000 + RANDOM % 20000))
+    PATH="$PATH:/usr/sbin" gpsfake -q -P "$gpsd_port" -c 0.5 "$root/tools/fieldtest/drive_track.nmea" \
+        >"$run/gpsfake.log" 2>&1 &
+    pids+=($!)
+    serve_args+=(--gpsd "127.0.0.1:$gpsd_port")
+    echo "demo: gpsd (gpsfake) on port $gpsd_port replays tools/fieldtest/drive_track.nmea"
+else
+    echo "demo: gpsfake is not installed (gpsd-clients): the screen shows no position"
+fi
+
+# The web screen: the same reports live in a browser, with plots, the track
+# and the settings; every sample is recorded to CSV as it is taken.
+"$bin/fieldtest" serve --listen "$web" --interval "$interval" "${serve_args[@]}" \
+    >"$run/fieldtest-serve.log" 2>&1 &
 pids+=($!)
 for _ in $(seq 1 50); do
     grep -q "the field-test screen is on" "$run/fieldtest-serve.log" 2>/dev/null && break
@@ -109,6 +125,7 @@ for _ in $(seq 1 50); do
 done
 if grep -q "the field-test screen is on" "$run/fieldtest-serve.log"; then
     echo "demo: the field-test screen is on http://$web/ (open it in a browser)"
+    echo "demo: recording every sample to $run/recordings/ (CSV, one file per start or hour)"
 else
     echo "demo: no web screen: $(cat "$run/fieldtest-serve.log")" >&2
 fi

@@ -9,9 +9,10 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build_dir=${1:-$root/build}
 shift || true
 
-# libcpp-httplib-dev and libjs-chart.js: fieldtest serve's HTTP server and plots.
+# libcpp-httplib-dev, libjs-chart.js and libjs-leaflet: fieldtest serve's HTTP
+# server, plots and track; gpsd and gpsd-clients (gpsfake): the demo's position.
 packages=(g++ cmake ninja-build pkg-config clang-format libgtest-dev libgmock-dev libbenchmark-dev
-    nlohmann-json3-dev libcpp-httplib-dev libjs-chart.js)
+    nlohmann-json3-dev libcpp-httplib-dev libjs-chart.js libjs-leaflet gpsd gpsd-clients)
 
 "$root/scripts/install_packages.sh" setup "${packages[@]}"
 

@@ -15,8 +15,10 @@ if [ "${1:-}" = "--sanitize" ]; then
 fi
 
 # The web screen's browser test drives a headless Chromium; the QMI tests
-# check modemsim and the daemon against libqmi's qmicli and qmi-proxy.
-"$root/scripts/install_packages.sh" test chromium chromium-driver python3-selenium libqmi-utils
+# check modemsim and the daemon against libqmi's qmicli and qmi-proxy; the
+# drive-test tests replay an NMEA track through gpsfake (gpsd-clients) into gpsd.
+"$root/scripts/install_packages.sh" test chromium chromium-driver python3-selenium libqmi-utils \
+    gpsd gpsd-clients
 "$root/scripts/setup.sh" "$build_dir" "${cmake_args[@]}"
 cd "$build_dir"
 ctest --output-on-failure -j "$(nproc 2>/dev/null || echo 2)" --timeout 300

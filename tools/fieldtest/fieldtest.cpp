@@ -4,7 +4,10 @@
 //   fieldtest watch [--interval SEC] [--count N] [REPORT... | all]
 //   fieldtest set NAME=VALUE...                     change settings in diag/config
 //                                                   and show it once applied
-//   fieldtest serve [--listen ADDR:PORT] [--interval SEC]   the screen as a web page
+//   fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]
+//                                                   the screen as a web page
+//   fieldtest record [--interval SEC] DIR           every report's values to CSV in DIR
+//   (serve and record take --gpsd HOST[:PORT]: each sample's position from gpsd)
 //
 // A report is asked for by writing msg/id to the daemon's server object as
 // a client; once the reply with the same id is back, the report's status
@@ -26,6 +29,7 @@
 #include <vector>
 
 #include "platform/pps/pps_client.h"
+#include "tools/fieldtest/gpsd_client.h"
 #include "tools/fieldtest/numbered_array_table.h"
 #include "tools/fieldtest/report_layout.h"
 #include "tools/fieldtest/screen_client.h"
@@ -175,9 +179,14 @@ int SetSettings(const std::vector<std::string>& settings, int timeout_ms, int& n
     return status;
 }
 
-// Serves the web screen until SIGINT or SIGTERM.
-int Serve(const std::string& listen, double interval_s, int timeout_ms) {
+// Serves the web screen (or only records, without `page`) until SIGINT or
+// SIGTERM; the recording is closed whole before the program ends.
+int Serve(const std::string& listen, double interval_s, int timeout_ms,
+          const std::string& record_dir, const std::string& gpsd, bool page) {
+    const char* verb = page ? "serve" : "record";
     fieldtest::WebScreenOptions options;
+    options.record_dir = record_dir;
+    options.page = page;
     if (!fieldtest::ParseListenAddress(listen, &options.host, &options.port)) {
         std::fprintf(stderr, "fieldtest: serve: --listen wants ADDR:PORT, got '%s'\n",
                      listen.c_str());
@@ -186,6 +195,13 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms) {
     options.interval_s = interval_s;
     options.timeout_ms = timeout_ms;
     options.chart_js_path = RT_CHART_JS_PATH;
+    options.leaflet_dir = RT_LEAFLET_DIR;
+    if (!gpsd.empty() &&
+        !fieldtest::ParseGpsdAddress(gpsd, &options.gpsd_host, &options.gpsd_port)) {
+        std::fprintf(stderr, "fieldtest: %s: --gpsd wants HOST[:PORT], got '%s'\n", verb,
+                     gpsd.c_str());
+        return 2;
+    }
     // Signals are taken by one thread of our own; the server's threads
     // inherit the mask and never see them.
     sigset_t stop_signals;
@@ -196,7 +212,7 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms) {
     fieldtest::WebScreen screen(options);
     std::string error;
     if (!screen.Listen(&error)) {
-        std::fprintf(stderr, "fieldtest: serve: %s\n", error.c_str());
+        std::fprintf(stderr, "fieldtest: %s: %s\n", verb, error.c_str());
         return 1;
     }
     std::thread stopper([&] {
@@ -204,12 +220,17 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms) {
         sigwait(&stop_signals, &signal_number);
         screen.Stop();
     });
-    std::printf("fieldtest: the field-test screen is on http://%s:%d/\n", options.host.c_str(),
-                options.port);
+    if (!record_dir.empty())
+        std::printf("fieldtest: recording to %s\n", options.record_dir.c_str());
+    if (page)
+        std::printf("fieldtest: the field-test screen is on http://%s:%d/\n", options.host.c_str(),
+                    options.port);
     std::fflush(stdout);
     screen.Run();
     pthread_kill(stopper.native_handle(), SIGTERM);
-    stopper.join();
+    stopper.join();  // its Stop has closed the recording
+    if (!record_dir.empty())
+        std::fprintf(stderr, "fieldtest: %s\n", screen.RecordingSummary().c_str());
     return 0;
 }
 
@@ -218,11 +239,14 @@ void Usage(FILE* out) {
                  "usage: fieldtest [--json] [--timeout SEC] [REPORT... | all]\n"
                  "       fieldtest watch [--json] [--interval SEC] [--count N] [REPORT... | all]\n"
                  "       fieldtest set NAME=VALUE...\n"
-                 "       fieldtest serve [--listen ADDR:PORT] [--interval SEC]\n"
+                 "       fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]\n"
+                 "                       [--gpsd HOST[:PORT]]\n"
+                 "       fieldtest record [--interval SEC] [--gpsd HOST[:PORT]] DIR\n"
                  "\n"
                  "Asks radio_tavora for reports the way the field-test screen does and shows\n"
                  "them, or changes its settings in diag/config. serve does both on a web page\n"
-                 "with live reports, plots, the settings and a CSV recording.\n"
+                 "with live reports, plots and the settings; --record DIR (or record, with\n"
+                 "no page) writes every sample to a CSV file in DIR as it is taken.\n"
                  "\n"
                  "Reports: radionwinfo radiostats umtsopinfo hspaopinfo lteopinfo bearer\n"
                  "         tchtxpwr 3gpp2info\n"
@@ -240,6 +264,9 @@ void Usage(FILE* out) {
                  "  --interval SEC  watch, serve: time between rounds (default 2)\n"
                  "  --count N       watch: number of rounds (default: until interrupted)\n"
                  "  --listen A:P    serve: the address to serve on (default 127.0.0.1:8080)\n"
+                 "  --record DIR    serve: record every sample to CSV files in DIR\n"
+                 "  --gpsd HOST[:PORT]  serve, record: each sample's position from gpsd\n"
+                 "                  (port 2947 when not given; e.g. --gpsd localhost)\n"
                  "The PPS broker is found through PPS_SOCKET (default %s).\n"
                  "Exit status: 0 ok, 1 error, 2 usage, 3 a report got no reply.\n",
                  kPpsDefaultSocket);
@@ -250,7 +277,7 @@ void Usage(FILE* out) {
 int main(int argc, char** argv) {
     std::string verb;
     if (argc > 1 && (std::strcmp(argv[1], "watch") == 0 || std::strcmp(argv[1], "set") == 0 ||
-                     std::strcmp(argv[1], "serve") == 0)) {
+                     std::strcmp(argv[1], "serve") == 0 || std::strcmp(argv[1], "record") == 0)) {
         verb = argv[1];
         --argc;
         ++argv;
@@ -259,12 +286,15 @@ int main(int argc, char** argv) {
     double timeout_s = 5, interval_s = 2;
     long count = -1;
     std::string listen = "127.0.0.1:8080";
+    std::string record_dir, gpsd;
     static const option kOptions[] = {
         {"json", no_argument, nullptr, 'j'},
         {"timeout", required_argument, nullptr, 't'},
         {"interval", required_argument, nullptr, 'i'},
         {"count", required_argument, nullptr, 'c'},
         {"listen", required_argument, nullptr, 'l'},
+        {"record", required_argument, nullptr, 'r'},
+        {"gpsd", required_argument, nullptr, 'g'},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
@@ -286,6 +316,12 @@ int main(int argc, char** argv) {
             case 'l':
                 listen = optarg;
                 break;
+            case 'r':
+                record_dir = optarg;
+                break;
+            case 'g':
+                gpsd = optarg;
+                break;
             case 'h':
                 Usage(stdout);
                 return 0;
@@ -304,7 +340,15 @@ int main(int argc, char** argv) {
             Usage(stderr);
             return 2;
         }
-        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000));
+        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), record_dir, gpsd,
+                     true);
+    }
+    if (verb == "record") {
+        if (args.size() != 1 || !record_dir.empty()) {
+            Usage(stderr);
+            return 2;
+        }
+        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), args[0], gpsd, false);
     }
     int next_id = static_cast<int>(::getpid() % 10000) * 1000;
     const int timeout_ms = static_cast<int>(timeout_s * 1000);

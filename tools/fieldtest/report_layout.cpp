@@ -107,7 +107,11 @@ std::optional<Json> ArrayTable(const std::string& name, const Json& value) {
             put("value", element);
         }
     }
-    Json table = {{"type", "table"}, {"name", name}, {"columns", columns}, {"rows", Json::array()}};
+    Json table = {{"type", "table"},
+                  {"name", name},
+                  {"attributes", Json::array({name})},
+                  {"columns", columns},
+                  {"rows", Json::array()}};
     for (const std::string& row : row_names) {
         Json cells = rows[row];
         while (cells.size() < value.size()) cells.push_back(nullptr);
@@ -173,9 +177,11 @@ Json ReportLayout(const std::vector<Attribute>& attributes) {
         if (fresh)
             items.push_back({{"type", "table"},
                              {"name", n->family},
+                             {"attributes", Json::array()},
                              {"columns", Json::array()},
                              {"rows", Json::array()}});
         Json& table = items[it->second];
+        table["attributes"].push_back(a.name);
         Json& columns = table["columns"];
         size_t column = 0;
         while (column < columns.size() && columns[column] != n->number) ++column;

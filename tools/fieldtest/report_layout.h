@@ -12,7 +12,8 @@
 //
 //   {"values": {"scell_rscp": -90.7, "aset_rscp1": null, ...},
 //    "items": [{"type": "value", "name": "scell_rscp"},
-//              {"type": "table", "name": "aset", "columns": ["1", "2"],
+//              {"type": "table", "name": "aset", "attributes": ["aset_rscp1", ...],
+//               "columns": ["1", "2"],
 //               "rows": [{"name": "rscp", "cells": [-90, null]}]}, ...]}
 #pragma once
 

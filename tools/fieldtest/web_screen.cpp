@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,12 +15,15 @@
 #include <condition_variable>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <mutex>
 #include <sstream>
 #include <thread>
 
 #include "platform/pps/pps_client.h"
+#include "tools/fieldtest/disk_recording.h"
 #include "tools/fieldtest/event_hub.h"
+#include "tools/fieldtest/gpsd_client.h"
 #include "tools/fieldtest/guarded_server.h"
 #include "tools/fieldtest/recording.h"
 #include "tools/fieldtest/report_layout.h"
@@ -40,6 +44,10 @@ constexpr size_t kMaxRequestBody = 16 * 1024;
 constexpr size_t kMaxStreams = 16, kMaxStreamsPerAddress = 4;
 // Rows of the recording written per slice of a download.
 constexpr size_t kRecordingSliceRows = 2000;
+// Bytes of a recording on disk read per slice of its download.
+constexpr size_t kFileSliceBytes = 64 * 1024;
+// The modem the samples come from, as the daemon's objects name it.
+constexpr const char* kDevice = "modem0";
 // A page that hears nothing for this long gets a comment line, so a closed
 // page is noticed and its thread freed.
 constexpr auto kKeepAlive = std::chrono::seconds(10);
@@ -98,7 +106,14 @@ struct WebScreen::Impl {
     StreamSlots streams{kMaxStreams, kMaxStreamsPerAddress};
     EventHub hub;
     Recording recording;
-    std::string chart_js;
+    std::unique_ptr<DiskRecording> disk;
+    std::unique_ptr<GpsdClient> gps;
+    // Scripts the system installed, served as read at start: path ->
+    // {content, type, the package that provides it}.
+    struct SystemAsset {
+        std::string content, type, package;
+    };
+    std::map<std::string, SystemAsset> system_assets;
     std::atomic<double> interval_s;
     std::atomic<int> next_id{static_cast<int>(::getpid() % 10000) * 1000 + 500};
 
@@ -117,8 +132,30 @@ struct WebScreen::Impl {
         Json layout = ReportLayout(attributes);
         out["values"] = std::move(layout["values"]);
         out["items"] = std::move(layout["items"]);
-        if (error.empty()) recording.Add(out["time"].get<long long>(), report.name, out["values"]);
+        if (error.empty()) {
+            Position position = gps ? gps->Latest() : Position{};
+            recording.Add(out["time"].get<long long>(), report.name, out["values"]);
+            if (disk)
+                disk->Add(out["time"].get<long long>(), kDevice, report.name, out["values"],
+                          position);
+            // Where it was taken: the page draws the track from these.
+            if (position.known)
+                out["position"] = {{"latitude", position.latitude},
+                                   {"longitude", position.longitude}};
+        }
         return out;
+    }
+
+    Json PositionJson() {
+        return gps ? gps->Json() : Json{{"known", false}, {"text", "no position"}};
+    }
+
+    Json RecordingJson() {
+        if (!disk) return nullptr;
+        return {{"dir", disk->dir()},
+                {"file", disk->current_file()},
+                {"acknowledged", disk->acknowledged()},
+                {"error", disk->error()}};
     }
 
     Json ConfigJson() { return ToJson(ParseAttributes(ReadObject(kConfigPath))); }
@@ -158,6 +195,8 @@ struct WebScreen::Impl {
                            {"modem_state", modem.value("modem_state", Json(nullptr))},
                            {"interval", interval_s.load()},
                            {"recorded", recording.rows()},
+                           {"recording", RecordingJson()},
+                           {"position", PositionJson()},
                            {"time", UnixMs()}};
             hub.Publish("health", "health", JsonText(health));
         } while (Pause(interval_s.load()));
@@ -219,16 +258,18 @@ struct WebScreen::Impl {
                                 asset.content_type);
             });
         }
-        server.Get("/chart.js", [this](const httplib::Request&, httplib::Response& res) {
-            if (chart_js.empty()) {
-                res.status = 404;
-                res.set_content("Chart.js is not installed (Debian package libjs-chart.js)",
-                                "text/plain");
-                return;
-            }
-            res.set_header("Cache-Control", "max-age=3600");
-            res.set_content(chart_js, "text/javascript");
-        });
+        for (const auto& [path, asset] : system_assets) {
+            server.Get(path, [&asset](const httplib::Request&, httplib::Response& res) {
+                if (asset.content.empty()) {
+                    res.status = 404;
+                    res.set_content("not installed (Debian package " + asset.package + ")",
+                                    "text/plain");
+                    return;
+                }
+                res.set_header("Cache-Control", "max-age=3600");
+                res.set_content(asset.content, asset.type);
+            });
+        }
         server.Get("/api/reports", [](const httplib::Request&, httplib::Response& res) {
             Json list = Json::array();
             for (const ReportInfo& r : Reports())
@@ -299,6 +340,36 @@ struct WebScreen::Impl {
                     return sink.write(text.data(), text.size());
                 });
         });
+        server.Get("/api/recordings", [this](const httplib::Request&, httplib::Response& res) {
+            Json files = Json::array();
+            if (disk)
+                for (const auto& file : disk->Files())
+                    files.push_back({{"name", file.name}, {"bytes", file.bytes}});
+            ReplyJson(res, Json{{"recording", RecordingJson()}, {"files", files}});
+        });
+        server.Get(R"(/api/recordings/([^/]+))", [this](const httplib::Request& req,
+                                                        httplib::Response& res) {
+            std::string name = req.matches[1];
+            int fd = disk ? disk->OpenFile(name) : -1;
+            if (fd < 0) return ReplyError(res, 404, "no recording named '" + name + "'");
+            // What the file holds now, read a slice at a time as the client
+            // takes it: a download of hours costs one slice of memory.
+            struct stat info {};
+            ::fstat(fd, &info);
+            auto file = std::shared_ptr<int>(new int(fd), [](int* f) {
+                ::close(*f);
+                delete f;
+            });
+            res.set_header("Content-Disposition", "attachment; filename=\"" + name + "\"");
+            res.set_content_provider(
+                static_cast<size_t>(info.st_size), "text/csv",
+                [file](size_t offset, size_t length, httplib::DataSink& sink) {
+                    std::string slice(std::min(length, kFileSliceBytes), '\0');
+                    ssize_t n =
+                        ::pread(*file, slice.data(), slice.size(), static_cast<off_t>(offset));
+                    return n > 0 && sink.write(slice.data(), static_cast<size_t>(n));
+                });
+        });
         server.Get("/api/events", [this](const httplib::Request& req, httplib::Response& res) {
             // Each stream holds a connection for as long as its page is
             // open: a bounded number, fewer from any one address.
@@ -325,12 +396,23 @@ struct WebScreen::Impl {
 };
 
 WebScreen::WebScreen(WebScreenOptions options) : impl_(std::make_unique<Impl>(std::move(options))) {
-    if (!impl_->options.chart_js_path.empty()) {
-        std::ifstream in(impl_->options.chart_js_path, std::ios::binary);
+    const WebScreenOptions& o = impl_->options;
+    auto read = [](const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
         std::ostringstream text;
-        text << in.rdbuf();
-        impl_->chart_js = text.str();
-    }
+        if (!path.empty() && in) text << in.rdbuf();
+        return text.str();
+    };
+    impl_->system_assets = {
+        {"/chart.js", {read(o.chart_js_path), "text/javascript", "libjs-chart.js"}},
+        {"/leaflet.js",
+         {read(o.leaflet_dir.empty() ? "" : o.leaflet_dir + "/leaflet.js"), "text/javascript",
+          "libjs-leaflet"}},
+        {"/leaflet.css",
+         {read(o.leaflet_dir.empty() ? "" : o.leaflet_dir + "/leaflet.css"), "text/css",
+          "libjs-leaflet"}},
+    };
+    if (o.gpsd_port != 0) impl_->gps = std::make_unique<GpsdClient>(o.gpsd_host, o.gpsd_port);
     impl_->Routes();
 }
 
@@ -339,6 +421,15 @@ WebScreen::~WebScreen() {
 }
 
 bool WebScreen::Listen(std::string* error) {
+    if (!impl_->options.record_dir.empty()) {
+        impl_->disk = std::make_unique<DiskRecording>(impl_->options.record_dir);
+        std::string reason;
+        if (!impl_->disk->Start(&reason)) {
+            *error = "cannot record: " + reason;
+            return false;
+        }
+    }
+    if (!impl_->options.page) return true;
     std::string reason = BindError(impl_->options.host, impl_->options.port);
     if (reason.empty() && !impl_->server.Bind(impl_->options.host, impl_->options.port))
         reason = "the address cannot be taken";
@@ -352,6 +443,11 @@ bool WebScreen::Listen(std::string* error) {
 
 void WebScreen::Run() {
     impl_->poller = std::thread([this] { impl_->PollReports(); });
+    if (!impl_->options.page) {
+        std::unique_lock lock(impl_->mutex);
+        impl_->wake.wait(lock, [this] { return impl_->stopping; });
+        return;
+    }
     impl_->config_watcher = std::thread([this] { impl_->WatchConfig(); });
     impl_->server.listen_after_bind();
 }
@@ -366,6 +462,16 @@ void WebScreen::Stop() {
     impl_->server.stop();
     if (impl_->poller.joinable()) impl_->poller.join();
     if (impl_->config_watcher.joinable()) impl_->config_watcher.join();
+    // Nothing takes samples any more: what was taken goes to the file.
+    if (impl_->disk) impl_->disk->Close();
+}
+
+std::string WebScreen::RecordingSummary() {
+    if (!impl_->disk) return "";
+    std::string files;
+    for (const auto& name : impl_->disk->opened()) files += " " + name;
+    return std::to_string(impl_->disk->acknowledged()) + " samples recorded in " +
+           impl_->disk->dir() + " (" + files.substr(files.empty() ? 0 : 1) + ")";
 }
 
 bool ParseListenAddress(const std::string& text, std::string* host, int* port) {

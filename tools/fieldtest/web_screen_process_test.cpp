@@ -12,9 +12,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -92,12 +97,18 @@ class RawConnection {
 // `fieldtest serve` on a free port of the loopback, asking every half second.
 class Serve {
   public:
-    explicit Serve(const std::string& pps_env) : port_(FreePort()) {
-        process_ = std::make_unique<rt::test::ChildProcess>(
-            std::vector<std::string>{rt::test::BinPath("fieldtest"), "serve", "--listen",
-                                     "127.0.0.1:" + std::to_string(port_), "--interval", "0.5",
-                                     "--timeout", "2"},
-            std::vector<std::string>{pps_env});
+    Serve(const std::string& pps_env, const std::vector<std::string>& extra) : port_(FreePort()) {
+        std::vector<std::string> argv{rt::test::BinPath("fieldtest"),
+                                      "serve",
+                                      "--listen",
+                                      "127.0.0.1:" + std::to_string(port_),
+                                      "--interval",
+                                      "0.5",
+                                      "--timeout",
+                                      "2"};
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        process_ =
+            std::make_unique<rt::test::ChildProcess>(argv, std::vector<std::string>{pps_env});
         ready_ = process_->WaitForStdout("the field-test screen is on");
     }
     bool ready() const { return ready_; }
@@ -141,7 +152,7 @@ class Serve {
 
 class WebScreenProcess : public testing::Test {
   protected:
-    void StartAll(bool start_daemon = true) {
+    void StartAll(bool start_daemon = true, const std::vector<std::string>& serve_args = {}) {
         modem_ = std::make_unique<rt::test::ModemsimProcess>(R"({"lte": {"period_ms": 100}})");
         ASSERT_TRUE(modem_->ready()) << modem_->process().Stderr();
         DaemonOptions options;
@@ -151,7 +162,7 @@ class WebScreenProcess : public testing::Test {
         if (start_daemon) {
             ASSERT_TRUE(daemon_->started()) << daemon_->daemon().Stderr();
         }
-        serve_ = std::make_unique<Serve>(daemon_->broker().env());
+        serve_ = std::make_unique<Serve>(daemon_->broker().env(), serve_args);
         ASSERT_TRUE(serve_->ready()) << serve_->process().Stderr();
     }
     std::unique_ptr<rt::test::ModemsimProcess> modem_;
@@ -317,6 +328,7 @@ TEST_F(WebScreenProcess, ForeignHostsOriginsAndTypesAreRefused) {
          "",
          421},
         {"GET", "/api/recording.csv", {{"Host", "rebound.example"}}, "", 421},
+        {"GET", "/api/recordings", {{"Host", "rebound.example"}}, "", 421},
         {"POST", "/api/config", {{"Host", "rebound.example"}}, "application/json", 421},
         {"POST", "/api/config", {}, "text/plain", 415},
         {"POST", "/api/config", {}, "application/x-www-form-urlencoded", 415},
@@ -372,6 +384,171 @@ TEST_F(WebScreenProcess, StreamsAndSlowClientsCannotStarveTheApi) {
     for (auto& connection : slow) EXPECT_FALSE(connection->ClosedByServer(0));
     // Their time is up a few seconds after their first byte.
     for (auto& connection : slow) EXPECT_TRUE(connection->ClosedByServer(15000));
+}
+
+// The lines of a CSV file.
+std::vector<std::string> FileLines(const std::string& path) {
+    std::ifstream in(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+// The count in a stop's "N samples recorded in" line, -1 when absent.
+long long RecordedCount(const std::string& stderr_text) {
+    size_t at = stderr_text.rfind(" samples recorded in ");
+    if (at == std::string::npos) return -1;
+    size_t begin = stderr_text.rfind("fieldtest: ", at) + 11;
+    return std::stoll(stderr_text.substr(begin, at - begin));
+}
+
+// Every sample on disk as it is taken: what the server acknowledged before
+// a SIGTERM is in the file after it, byte for byte, and the page downloads
+// the recordings from that folder only. `fieldtest record` does the same
+// without a page.
+TEST_F(WebScreenProcess, RecordingOnDiskKeepsEverySampleAcknowledged) {
+    rt::test::TempDir dir;
+    StartAll(true, {"--record", dir.file("serve")});
+    ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));
+    rt::test::ChildProcess record(
+        {rt::test::BinPath("fieldtest"), "record", "--interval", "0.5", dir.file("record")},
+        {daemon_->broker().env()});
+    httplib::Client client = serve_->Client();
+    Json listing;
+    rt::test::Eventually([&] {
+        auto reply = client.Get("/api/recordings");
+        listing = reply ? Json::parse(reply->body) : Json();
+        return reply && listing["recording"]["acknowledged"] >= 300;
+    });
+    ASSERT_GE(listing["recording"]["acknowledged"], 300) << listing.dump();
+    const unsigned long long acknowledged = listing["recording"]["acknowledged"];
+    const std::string name = listing["recording"]["file"];
+    ASSERT_EQ(listing["files"].size(), 1u);
+    EXPECT_EQ(listing["files"][0]["name"], name);
+
+    auto download = client.Get("/api/recordings/" + name);
+    ASSERT_TRUE(download);
+    ASSERT_EQ(download->status, 200);
+    const std::string downloaded = download->body;
+    EXPECT_GE(std::count(downloaded.begin(), downloaded.end(), '\n'), acknowledged + 1);
+
+    // Only a recording of that folder is served: no other name, no link out.
+    ::symlink("/etc/passwd", dir.file("serve/fieldtest-20200101-000000.csv").c_str());
+    for (const char* path :
+         {"/api/recordings/..%2F..%2F..%2Fetc%2Fpasswd",
+          "/api/recordings/fieldtest-20200101-000000.csv",
+          "/api/recordings/fieldtest-20200101-000001.csv", "/api/recordings/.."}) {
+        auto refused = client.Get(path);
+        ASSERT_TRUE(refused) << path;
+        EXPECT_EQ(refused->status, 404) << path;
+    }
+
+    ASSERT_TRUE(serve_->process().Signal(SIGTERM));
+    ASSERT_TRUE(record.Signal(SIGTERM));
+    EXPECT_EQ(serve_->process().Wait(), 0);
+    EXPECT_EQ(record.Wait(), 0);
+    for (const auto& [folder, process] :
+         {std::pair<std::string, rt::test::ChildProcess*>{"serve", &serve_->process()},
+          {"record", &record}}) {
+        auto files = std::filesystem::directory_iterator(dir.file(folder));
+        std::string path;
+        for (const auto& entry : files)
+            if (!entry.is_symlink()) path = entry.path();
+        std::ifstream in(path);
+        std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        std::vector<std::string> lines = FileLines(path);
+        ASSERT_GT(lines.size(), 1u) << folder;
+        EXPECT_EQ(lines[0], "time,device,report,attribute,value,latitude,longitude,fix_time");
+        // The count the program gives at its end is what the file holds.
+        EXPECT_EQ(RecordedCount(process->Stderr()), static_cast<long long>(lines.size()) - 1)
+            << process->Stderr();
+        EXPECT_NE(text.find(",modem0,lteopinfo,lte_pci,87,,,\n"), std::string::npos) << folder;
+        if (folder == "serve") {
+            EXPECT_GE(lines.size() - 1, acknowledged);
+            EXPECT_EQ(text.compare(0, downloaded.size(), downloaded), 0)
+                << "what was downloaded before the stop is not what the file begins with";
+        }
+    }
+}
+
+// The comma-separated fields of a line, empty ones kept.
+std::vector<std::string> Fields(const std::string& line) {
+    std::vector<std::string> fields;
+    std::stringstream in(line + ",");
+    for (std::string field; std::getline(in, field, ',');) fields.push_back(field);
+    return fields;
+}
+
+// The fixes of the project's NMEA track in order, from its $GPRMC sentences.
+std::vector<std::pair<double, double>> TrackFixes() {
+    std::vector<std::pair<double, double>> fixes;
+    for (const std::string& line : FileLines(RT_DRIVE_TRACK)) {
+        std::vector<std::string> f = Fields(line);
+        if (f[0] != "$GPRMC") continue;
+        auto degrees = [](const std::string& text, int digits, bool negative) {
+            double value = std::stod(text.substr(0, digits)) + std::stod(text.substr(digits)) / 60;
+            return negative ? -value : value;
+        };
+        fixes.emplace_back(degrees(f[3], 2, f[4] == "S"), degrees(f[5], 3, f[6] == "W"));
+    }
+    return fixes;
+}
+
+// gpsd, fed the project's track by gpsfake: the header shows the fix, and
+// the recorded samples carry the track's positions, in the track's order,
+// each with its fix time.
+TEST_F(WebScreenProcess, SamplesCarryTheGpsdTrackInOrder) {
+    if (::access("/usr/bin/gpsfake", X_OK) != 0)
+        GTEST_SKIP() << "gpsfake is not installed (Debian package gpsd-clients)";
+    rt::test::TempDir dir;
+    const std::string gpsd_port = std::to_string(FreePort());
+    rt::test::ChildProcess gpsfake(
+        {"/usr/bin/gpsfake", "-1", "-q", "-P", gpsd_port, "-c", "0.15", RT_DRIVE_TRACK},
+        {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
+    StartAll(true, {"--record", dir.path(), "--gpsd", "127.0.0.1:" + gpsd_port});
+    ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));
+    const auto fixes = TrackFixes();
+    ASSERT_EQ(fixes.size(), 36u);
+    // The header's fix follows the track to its end.
+    EXPECT_TRUE(serve_->Events(
+        [&](const std::string& event, const Json& data) {
+            return event == "health" && data["position"]["known"] == true &&
+                   std::abs(data["position"]["latitude"].get<double>() - fixes.back().first) <
+                       2e-6 &&
+                   std::abs(data["position"]["longitude"].get<double>() - fixes.back().second) <
+                       2e-6;
+        },
+        40))
+        << gpsfake.Stderr();
+    ASSERT_TRUE(serve_->process().Signal(SIGTERM));
+    EXPECT_EQ(serve_->process().Wait(), 0);
+
+    std::string path;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) path = entry.path();
+    size_t at = 0, positions = 0;
+    for (const std::string& line : FileLines(path)) {
+        // A value may hold commas (quoted): the position is the last three.
+        std::vector<std::string> f = Fields(line);
+        const size_t n = f.size();
+        if (n < 8 || f[n - 3].empty() || f[0] == "time") continue;
+        double lat = std::stod(f[n - 3]), lon = std::stod(f[n - 2]);
+        auto is_fix = [&](size_t i) {
+            return std::abs(fixes[i].first - lat) < 2e-6 && std::abs(fixes[i].second - lon) < 2e-6;
+        };
+        if (is_fix(at)) continue;
+        size_t next = at + 1;
+        while (next < fixes.size() && !is_fix(next)) ++next;
+        ASSERT_LT(next, fixes.size()) << "not a later fix of the track: " << line;
+        at = next;
+        ++positions;
+        char time[32];
+        std::snprintf(time, sizeof time, "2024-06-10T12:00:%02zu.000Z", at);
+        // gpsd's first report of a fix may come before its time.
+        if (!f[n - 1].empty() || positions > 1) {
+            EXPECT_EQ(f[n - 1], time) << line;
+        }
+    }
+    EXPECT_GE(positions, 8u);
 }
 
 TEST(WebScreenServe, TakenPortIsAClearError) {

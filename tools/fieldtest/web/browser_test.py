@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """The web screen in a real browser: headless Chromium loads the page that
 `fieldtest serve` gives for ppsd, devsim, modemsim and radio_tavora, waits
-for live values, checks that a plot has points and grows, changes a setting
-on the page and finds it in diag/config, checks that a page of another
-origin cannot change it, and saves a screenshot.
+for live values, checks that a plot has points and grows, that no attribute
+shows in two panels, that gpsd's track (gpsfake replaying the project's NMEA
+track) is drawn, changes a setting on the page and finds it in diag/config,
+checks that a page of another origin cannot change it, and saves a screenshot.
 
     browser_test.py --bin build/bin --artifacts build/artifacts
 
@@ -87,8 +88,19 @@ class Stack:
                                     SLOGF_STDERR="1"))
         self.wait_for(lambda: "tavora_pps started successfully." in self.log("radio_tavora"),
                       "radio_tavora")
+        gps = []
+        self.gpsfake = shutil.which("gpsfake")
+        if self.gpsfake:
+            gpsd_port = free_port()
+            track = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "drive_track.nmea")
+            log = open(os.path.join(self.dir, "gpsfake.log"), "w")
+            self.processes.append(subprocess.Popen(
+                [self.gpsfake, "-q", "-P", str(gpsd_port), "-c", "0.2", track],
+                env=dict(self.env, PATH=self.env.get("PATH", "") + ":/usr/sbin"),
+                stdout=log, stderr=subprocess.STDOUT))
+            gps = ["--gpsd", f"127.0.0.1:{gpsd_port}"]
         self.start("fieldtest", "serve", "--listen", f"127.0.0.1:{self.port}", "--interval", "1",
-                   "--timeout", "3")
+                   "--timeout", "3", "--record", os.path.join(self.dir, "recordings"), *gps)
         self.wait_for(lambda: "the field-test screen is on" in self.log("fieldtest"),
                       "fieldtest serve")
 
@@ -196,7 +208,7 @@ document.getElementById("f").submit();
         stack.wait_for(lambda: script(
             "const r = window.fieldtestScreen.reports.lteopinfo;"
             "return !!r && r.values.lte_pci === 87"), "lteopinfo's PCI on the page")
-        panel = script("return document.getElementById('report-lteopinfo').innerText")
+        panel = script("return document.getElementById('object-status_eutra').innerText")
         assert "lte_pci" in panel and "87" in panel, panel
         assert "No data available!" not in panel, "absent values must not show as text"
 
@@ -207,6 +219,43 @@ document.getElementById("f").submit();
         stack.wait_for(lambda: script("return window.fieldtestScreen.pointCount('lte')") > before,
                        "the LTE plot to move")
         assert script("return document.getElementById('banner').hidden"), "banner shown"
+
+        # Each attribute in one panel only, once the UMTS reports have all
+        # filled theirs.
+        stack.wait_for(lambda: all(script(f"return !!window.fieldtestScreen.reports.{r}")
+                                   for r in ("radionwinfo", "radiostats", "umtsopinfo",
+                                             "hspaopinfo", "tchtxpwr", "bearer")),
+                       "every UMTS report on the page")
+        # A name may show twice only where two status objects both hold it
+        # (the daemon writes its PDN attributes, apn1_..., in status_utra and
+        # status_eutra alike): then they are two values, not a repetition.
+        shown = script("return window.fieldtestScreen.panelAttributes()")
+        held = script("const held = {};"
+                      "for (const r of Object.values(window.fieldtestScreen.reports))"
+                      "  held['object-' + r.object] = Object.keys(r.values || {});"
+                      "return held;")
+        seen, shared = {}, set()
+        for panel_id, names in shown.items():
+            assert len(names) == len(set(names)), f"a name twice in {panel_id}: {names}"
+            for name in names:
+                if name in seen:
+                    both = name in held.get(seen[name], []) and name in held.get(panel_id, [])
+                    assert both, f"{name} shows in {seen[name]} and {panel_id}"
+                    shared.add(name)
+                seen[name] = panel_id
+        assert "scell_rscp" in seen and "lte_pci" in seen, shown
+        print(f"names held by two status objects: {sorted(shared)}")
+
+        # The track, from gpsd, coloured by RSRP, and the fix in the header.
+        if stack.gpsfake:
+            stack.wait_for(lambda: script("return window.fieldtestScreen.trackPoints()") >= 3,
+                           "the track on the map")
+            position = script("return document.getElementById('position').textContent")
+            assert position.startswith("52.5"), position
+        else:
+            print("note: gpsfake is not installed (gpsd-clients): no track to check")
+        assert script("return document.getElementById('recording-state').textContent") \
+            .startswith("recording fieldtest-"), "not recording"
 
         time.sleep(args.settle)
         os.makedirs(args.artifacts, exist_ok=True)

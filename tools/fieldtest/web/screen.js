@@ -21,11 +21,20 @@ const PLOTS = [
   {id: 'cqi', title: 'HSDPA CQI', series: [['hspaopinfo', 'hsdpa_cqi_num', 'CQI']]},
 ];
 
+// What the track can be coloured by: [report, attribute, label]; the first is the default.
+const TRACK_VALUES = [
+  ['lteopinfo', 'lte_rsrp', 'LTE RSRP (dBm)'], ['lteopinfo', 'lte_rsrq', 'LTE RSRQ (dB)'],
+  ['radionwinfo', 'scell_rscp', 'WCDMA RSCP (dBm)'], ['radionwinfo', 'scell_ecio', 'WCDMA Ec/Io (dB)'],
+  ['tchtxpwr', 'dch_tx_pwr', 'DCH transmit power (dBm)'],
+];
+const TRACK_LIMIT = 20000;  // points kept on the page
+
 const COLOURS = ['#1f77b4', '#d62728', '#2ca02c', '#9467bd', '#ff7f0e', '#8c564b', '#e377c2'];
 
 const started = Date.now();
 const charts = {};  // plot id -> Chart
-const panels = {};  // report -> panel element
+const panels = {};  // status object -> panel element
+const fillers = {};  // status object -> the reports that fill it
 let settingControls = {};  // setting -> {input, current}
 
 // What the browser test and a curious user can look at.
@@ -33,6 +42,17 @@ window.fieldtestScreen = {
   charts,
   reports: {},
   config: {},
+  // Points of the track drawn on the map (coloured markers).
+  trackPoints() { return track.layer ? track.layer.getLayers().length : 0; },
+  // The attribute names each panel shows: panel id -> [names].
+  panelAttributes() {
+    const out = {};
+    for (const panel of document.querySelectorAll('#report-grid .panel')) {
+      out[panel.id] = [...panel.querySelectorAll('[data-attribute]')]
+        .flatMap((e) => e.dataset.attribute.split(' '));
+    }
+    return out;
+  },
   pointCount(plotId) {
     const chart = charts[plotId];
     if (!chart) return 0;
@@ -74,29 +94,85 @@ function asNumber(value) {
 
 // ---- reports ----
 
-function panelFor(report) {
-  if (!panels[report.report]) {
-    const panel = el('article', {class: 'panel', id: `report-${report.report}`});
+// One panel per status object: every report that fills it reads the whole
+// object, so the panel shows the latest of them and no attribute twice.
+function panelFor(object, report) {
+  if (!panels[object]) {
+    const panel = el('article', {class: 'panel', id: `object-${object}`});
     document.getElementById('report-grid').append(panel);
-    panels[report.report] = panel;
+    panels[object] = panel;
+    fillers[object] = [];
   }
-  return panels[report.report];
+  if (report && !fillers[object].includes(report)) fillers[object].push(report);
+  return panels[object];
 }
 
 function renderTable(item) {
   const head = el('tr', {}, el('th', {}, ''), ...item.columns.map((c) => el('th', {}, `#${c}`)));
   const rows = item.rows.map((row) => el('tr', {}, el('th', {}, row.name),
       ...row.cells.map(valueCell)));
-  return [el('div', {class: 'table-name'}, item.name), el('table', {}, head, ...rows)];
+  // The attributes the table shows, for the page's own checks.
+  return [el('div', {class: 'table-name', 'data-attribute': (item.attributes || [item.name]).join(' ')},
+      item.name), el('table', {}, head, ...rows)];
+}
+
+// A JSON value of nested objects as one table: a row per path down to the
+// objects that hold plain values (e.g. code × version), a column per key
+// found in them, whatever the keys are.
+function nestedTable(name, value) {
+  const rows = [];
+  const walk = (node, path) => {
+    const entries = Object.entries(node);
+    if (entries.length && entries.every(([, v]) => v !== null && typeof v === 'object' &&
+        !Array.isArray(v) && Object.values(v).some((x) => x === null || typeof x !== 'object'))) {
+      for (const [key, leaf] of entries) rows.push([[...path, key], leaf]);
+    } else {
+      for (const [key, child] of entries) {
+        if (child !== null && typeof child === 'object') walk(child, [...path, key]);
+      }
+    }
+  };
+  walk(value, []);
+  const columns = [...new Set(rows.flatMap(([, leaf]) => Object.keys(leaf)))];
+  const depth = Math.max(0, ...rows.map(([path]) => path.length));
+  const head = el('tr', {}, ...Array.from({length: depth}, () => el('th', {}, '')),
+      ...columns.map((c) => el('th', {}, c)));
+  const body = rows.map(([path, leaf]) => el('tr', {}, ...path.map((p) => el('th', {}, p)),
+      ...columns.map((c) => valueCell(typeof leaf[c] === 'object' && leaf[c] !== null
+        ? Object.entries(leaf[c]).map(([k, v]) => `${k}: ${v}`).join(', ') : leaf[c]))));
+  return [el('div', {class: 'table-name', 'data-attribute': name}, name),
+    el('table', {}, head, ...body)];
+}
+
+// dm_stats: its counts as a table of values, a replay's progress as a bar,
+// and its per-code counts as a table generic over their keys.
+function renderStats(report) {
+  const bar = [], singles = el('table', {}), tables = [];
+  for (const [name, value] of Object.entries(report.values)) {
+    if (value !== null && typeof value === 'object') {
+      tables.push(...nestedTable(name, value));
+    } else if (name === 'replay_percent') {
+      if (typeof value === 'number' && value >= 0) {
+        bar.push(el('label', {'data-attribute': name}, `replay ${value}%`,
+            el('progress', {max: 100, value})));
+      }
+    } else {
+      singles.append(el('tr', {}, el('th', {'data-attribute': name}, name), valueCell(value, false)));
+    }
+  }
+  return [...bar, singles, ...tables];
 }
 
 function renderReport(report) {
   window.fieldtestScreen.reports[report.report] = report;
-  const panel = panelFor(report);
+  const panel = panelFor(report.object, report.report);
   const time = new Date(report.time).toLocaleTimeString();
-  const children = [el('h3', {}, report.report, el('small', {}, `${report.object} · ${time}`))];
+  const children = [el('h3', {}, report.object, el('small', {}, `${report.report} · ${time}`)),
+    el('p', {class: 'fillers'}, `filled by ${fillers[report.object].join(', ')}`)];
   if (report.error) {
     children.push(el('p', {class: 'error'}, report.error));
+  } else if (report.object === 'dm_stats') {
+    children.push(...renderStats(report));
   } else {
     let singles = null;
     for (const item of report.items) {
@@ -105,7 +181,7 @@ function renderReport(report) {
           singles = el('table', {});
           children.push(singles);
         }
-        singles.append(el('tr', {}, el('th', {}, item.name),
+        singles.append(el('tr', {}, el('th', {'data-attribute': item.name}, item.name),
             valueCell(report.values[item.name], false)));
       } else {
         singles = null;
@@ -115,6 +191,66 @@ function renderReport(report) {
   }
   panel.replaceChildren(...children);
   plotReport(report);
+  trackReport(report);
+}
+
+// ---- the track ----
+
+const track = {map: null, layer: null, line: null, points: [], fitted: false};
+
+function makeTrack() {
+  const select = document.getElementById('track-value');
+  TRACK_VALUES.forEach(([report, attribute, label], i) =>
+    select.append(el('option', {value: String(i)}, label)));
+  select.addEventListener('change', drawTrack);
+  if (typeof L === 'undefined') {
+    document.getElementById('no-track').hidden = false;
+    return;
+  }
+  // No tile layer: nothing is fetched from the network, the track is drawn
+  // on a plain background.
+  track.map = L.map('track', {attributionControl: false}).setView([0, 0], 2);
+  track.line = L.polyline([], {color: '#8a94a6', weight: 2}).addTo(track.map);
+  track.layer = L.layerGroup().addTo(track.map);
+}
+
+function trackReport(report) {
+  if (!report.position || report.error) return;
+  const values = {};
+  TRACK_VALUES.forEach(([name, attribute], i) => {
+    if (name === report.report) values[i] = asNumber(report.values[attribute]);
+  });
+  if (!Object.keys(values).length) return;
+  track.points.push({lat: report.position.latitude, lon: report.position.longitude, values});
+  if (track.points.length > TRACK_LIMIT) track.points.shift();
+  drawTrack();
+}
+
+// Low values red, high green, on the scale of what was seen.
+function colour(value, min, max) {
+  if (value === null || value === undefined) return '#9aa0aa';
+  const t = max > min ? (value - min) / (max - min) : 0.5;
+  return `hsl(${Math.round(120 * t)}, 75%, 42%)`;
+}
+
+function drawTrack() {
+  if (!track.map) return;
+  const chosen = document.getElementById('track-value').value || '0';
+  const points = track.points.filter((p) => chosen in p.values);
+  const seen = points.map((p) => p.values[chosen]).filter((v) => v !== null);
+  const min = Math.min(...seen), max = Math.max(...seen);
+  document.getElementById('track-scale').textContent =
+    seen.length ? `red ${+min.toFixed(1)} … green ${+max.toFixed(1)}` : '';
+  track.line.setLatLngs(track.points.map((p) => [p.lat, p.lon]));
+  track.layer.clearLayers();
+  for (const p of points) {
+    L.circleMarker([p.lat, p.lon], {radius: 5, stroke: false, fillOpacity: 0.9,
+      fillColor: colour(p.values[chosen], min, max)}).addTo(track.layer);
+  }
+  if (points.length && (!track.fitted || points.length % 20 === 0)) {
+    track.map.fitBounds(track.line.getBounds(), {padding: [20, 20], maxZoom: 17});
+    track.fitted = true;
+  }
 }
 
 // ---- plots ----
@@ -229,8 +365,14 @@ function showConfig(config) {
 
 function showHealth(health) {
   const banner = document.getElementById('banner');
-  document.getElementById('modem-state').textContent = health.modem_state ?? '–';
+  document.getElementById('modem-state').textContent = health.modem_state ?? 'unknown';
+  const position = health.position || {};
+  document.getElementById('position').textContent = position.known
+    ? `${position.latitude.toFixed(5)}, ${position.longitude.toFixed(5)}` +
+      (position.fix_time ? ` at ${new Date(position.fix_time).toLocaleTimeString()}` : '')
+    : position.text || 'no position';
   document.getElementById('recorded').textContent = health.recorded;
+  showRecording(health.recording);
   document.getElementById('interval').value = String(health.interval);
   if (!health.broker) {
     banner.textContent = 'The PPS broker is not running: no reports and no settings until it is back.';
@@ -241,6 +383,37 @@ function showHealth(health) {
     return;
   }
   banner.hidden = false;
+}
+
+// ---- recordings on disk ----
+
+let recordingFile = null;
+
+function showRecording(recording) {
+  const state = document.getElementById('recording-state');
+  if (!recording) {
+    state.textContent = 'not recording (fieldtest serve --record DIR)';
+  } else if (recording.error) {
+    state.textContent = `recording stopped: ${recording.error}`;
+  } else {
+    state.textContent = `recording ${recording.file}: ${recording.acknowledged} samples`;
+  }
+  const file = recording ? recording.file : null;
+  if (file !== recordingFile) {
+    recordingFile = file;
+    listRecordings();
+  }
+}
+
+async function listRecordings() {
+  try {
+    const {files} = await (await fetch('/api/recordings')).json();
+    document.getElementById('recording-list').replaceChildren(...files.map((f) =>
+      el('li', {}, el('a', {href: `/api/recordings/${encodeURIComponent(f.name)}`, download: f.name},
+          f.name), ` ${(f.bytes / 1e6).toFixed(1)} MB`)));
+  } catch (error) {
+    // Listed again with the next file.
+  }
 }
 
 function listen() {
@@ -265,12 +438,14 @@ document.getElementById('interval').addEventListener('change', (e) => {
 async function makePanels() {
   try {
     const reports = await (await fetch('/api/reports')).json();
-    for (const {name} of reports) panelFor({report: name});
+    for (const {name, object} of reports) panelFor(object, name);
   } catch (error) {
     // The events create the panels as they come.
   }
 }
 
 makeCharts();
+makeTrack();
+document.getElementById('recordings').addEventListener('toggle', listRecordings);
 makeSettingsForm();
 makePanels().then(listen);
