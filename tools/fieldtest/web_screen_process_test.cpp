@@ -575,7 +575,7 @@ TEST(WebScreenServe, TakenPortIsAClearError) {
 // writer does: only its owner and the screen's group may touch it.
 TEST(WebScreenServe, ConfigItMakesIsTheScreensGroupsOnly) {
     rt::test::PpsBroker broker;
-    Serve serve(broker.env());
+    Serve serve(broker.env(), {});
     ASSERT_TRUE(serve.ready()) << serve.process().Stderr();
     struct stat info {};
     ASSERT_TRUE(
