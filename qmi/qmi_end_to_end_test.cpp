@@ -142,8 +142,7 @@ TEST_F(ControlChannel, TerminationEndsTheDaemonWhileItWaitsForTheModem) {
     // The daemon was gone before the answer was due: modemsim saw it leave
     // and had nobody to send the answer to.
     ASSERT_TRUE(modem_->WaitForStderr("qmi connection closed"));
-    EXPECT_EQ(modem_->CountInStderr("delayed answer sent"), 0)
-        << modem_->Stderr();
+    EXPECT_EQ(modem_->CountInStderr("delayed answer sent"), 0) << modem_->Stderr();
 }
 
 }  // namespace

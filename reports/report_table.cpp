@@ -33,8 +33,8 @@ constexpr ReportEntry kReports[] = {
 };
 
 template <size_t kIndex>
-void AnswerReport(PPSServer* server, void* arg, uint64_t client_id, const char* msg,
-                  const char* id, const char* dat) {
+void AnswerReport(PPSServer* server, void* arg, uint64_t client_id, const char* msg, const char* id,
+                  const char* dat) {
     constexpr const ReportEntry& entry = kReports[kIndex];
     auto* context = static_cast<TavoraContext*>(arg);
     ReportWriter report(context != nullptr ? context->*entry.status_object : -1);
