@@ -13,15 +13,12 @@
 #include "qmi/vendor_client.h"
 #include "service/tavora_context.h"
 #include "service/tavora_log.h"
+#include "service/termination_point.h"
 
 void Cleanup(int /*signal_number*/) {
     // Run once: a second termination signal must not start Cleanup again
     // from one of the waits below (a QMI release may wait for its answer).
-    sigset_t termination;
-    sigemptyset(&termination);
-    sigaddset(&termination, SIGHUP);
-    sigaddset(&termination, SIGTERM);
-    sigaddset(&termination, SIGINT);
+    const sigset_t termination = TerminationSignals();
     pthread_sigmask(SIG_BLOCK, &termination, nullptr);
     qmi_client_set_wait_signals(nullptr);
     // 1. The context's objects.

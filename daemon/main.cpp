@@ -15,6 +15,7 @@
 #include "service/tavora_default.h"
 #include "service/tavora_log.h"
 #include "service/tavora_strings.h"
+#include "service/termination_point.h"
 
 int main(int argc, char** argv) {
     constexpr const char* kName = "main";
@@ -81,11 +82,7 @@ int main(int argc, char** argv) {
     // Cleanup takes locks and frees memory, so it must not interrupt code
     // holding them: the signals stay blocked (in every thread started from
     // here on too) except while PPSRun waits.
-    sigset_t termination;
-    sigemptyset(&termination);
-    sigaddset(&termination, SIGHUP);
-    sigaddset(&termination, SIGTERM);
-    sigaddset(&termination, SIGINT);
+    const sigset_t termination = TerminationSignals();
     pthread_sigmask(SIG_BLOCK, &termination, nullptr);
     // A QMI request lets them in while it waits for the modem's answer (up
     // to 2 s), so an exchange in progress does not hold up the end.

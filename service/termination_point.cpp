@@ -4,6 +4,15 @@
 
 #include <ctime>
 
+sigset_t TerminationSignals() {
+    sigset_t termination;
+    sigemptyset(&termination);
+    sigaddset(&termination, SIGHUP);
+    sigaddset(&termination, SIGTERM);
+    sigaddset(&termination, SIGINT);
+    return termination;
+}
+
 int PollLettingTerminationIn(pollfd* fds, nfds_t count, int timeout_ms) {
     sigset_t wait_mask;
     pthread_sigmask(SIG_BLOCK, nullptr, &wait_mask);

@@ -7,6 +7,10 @@
 #pragma once
 
 #include <poll.h>
+#include <signal.h>
+
+// SIGHUP, SIGTERM and SIGINT.
+sigset_t TerminationSignals();
 
 // poll, with the termination signals let in for its duration (EINTR then,
 // when a signal's handler returned; Cleanup never does).
