@@ -104,7 +104,9 @@ ChildProcess::ChildProcess(std::vector<std::string> argv, std::vector<std::strin
 
 ChildProcess::~ChildProcess() {
     if (!reaped_ && pid_ > 0) {
-        ::kill(pid_, SIGKILL);
+        // The child leads its own process group: whatever it started (gpsd
+        // under gpsfake, a shell tool under the daemon) goes with it.
+        ::kill(-pid_, SIGKILL);
         ::waitpid(pid_, nullptr, 0);
     }
 }
