@@ -153,6 +153,14 @@ printf '\x01@control\nres::set_apn_setting\nid::3323\nerr:n:5\n' \
 printf '\x02@control\nres::get_apn_setting\nid::3323\ndat:json:{"name":"internet","APN":"vzwinternet"}\n' \
     >"$seeds/settings_answers_fuzz/get_answer"
 
+# The web screen's other outside input: gpsd's lines as gpsd 3.22 sent them
+# while gpsfake replayed the project's track, and the facts of a request
+# from another origin.
+mkdir -p "$seeds/outside_input_fuzz"
+printf '\x00{"class":"VERSION","release":"3.22","rev":"3.22","proto_major":3,"proto_minor":14}\n{"class":"WATCH","enable":true,"json":true,"nmea":false,"raw":0,"scaled":false,"timing":false,"split24":false,"pps":false}\n{"class":"TPV","device":"/dev/pts/1","mode":3,"lat":52.518100000,"lon":13.380700000,"altHAE":73.0000,"altMSL":34.0000,"alt":34.0000,"magvar":4.1,"geoidSep":39.000,"eph":17.100}\n{"class":"TPV","device":"/dev/pts/1","mode":3,"time":"2024-06-10T12:00:10.000Z","ept":0.005,"lat":52.518073333,"lon":13.381221667,"altHAE":73.0000,"altMSL":34.0000,"alt":34.0000,"track":100.0000,"magtrack":104.0519,"magvar":4.1,"speed":9.517,"geoidSep":39.000,"eph":17.100}\n{"class":"TPV","device":"/dev/pts/1","mode":3,"time":"2024-06-10T12:00:11.000Z","ept":0.005,"lat":52.517991667,"lon":13.381726667,"altHAE":73.0000,"altMSL":34.0000,"alt":34.0000,"track":110.0000,"magtrack":114.0521,"magvar":4.1,"speed":9.517,"climb":0.000,"geoidSep":39.000,"eph":17.100}\n' >"$seeds/outside_input_fuzz/gpsd"
+printf '\x01POST\n127.0.0.1:8080\nhttp://evil.example\ntext/plain\n127.0.0.1\n' \
+    >"$seeds/outside_input_fuzz/foreign_post"
+
 corpus=$build_dir/corpus
 crashes=$build_dir/crashes
 mkdir -p "$corpus" "$crashes"
