@@ -23,8 +23,8 @@ constexpr const char* kRadioControlPath = "/pps/services/radioctrl/modem0/contro
 constexpr const char* kRequestId = "3323";
 
 constexpr RatName kRatNames[] = {
-    {"NONE", 0},       {"CDMA_ONLY", 4}, {"EVDO_ONLY", 8},  {"WCDMA", 2},
-    {"CDMA+EVDO", 12}, {"LTE_ONLY", 16}, {"WCDMA+LTE", 18}, {"CDMA1X+EVDO+LTE", 28},
+    {0, "NONE"},       {4, "CDMA_ONLY"}, {8, "EVDO_ONLY"},  {2, "WCDMA"},
+    {12, "CDMA+EVDO"}, {16, "LTE_ONLY"}, {18, "WCDMA+LTE"}, {28, "CDMA1X+EVDO+LTE"},
 };
 
 constexpr int32_t kWcdmaOnly[] = {0, 2};
@@ -45,18 +45,6 @@ std::span<const int32_t> SupportedSettings() {
             return device.settings;
     }
     return {};
-}
-
-const RatName* FindRatByMask(int32_t mask) {
-    for (const RatName& row : kRatNames)
-        if (row.mask == mask) return &row;
-    return nullptr;
-}
-
-const RatName* FindRatByName(const char* name) {
-    for (const RatName& row : kRatNames)
-        if (std::strcmp(row.name, name) == 0) return &row;
-    return nullptr;
 }
 
 int32_t ContextFd(int32_t TavoraContext::*field) {
@@ -126,8 +114,8 @@ void Update_Rat_Menu(int32_t setting) {
         return;
     }
     ReportWriter menu(config_fd);
-    if (const RatName* row = FindRatByMask(current_rat); row != nullptr)
-        menu.String("enabled_rats", row->name);
+    if (const char* name = rt::NameOf(kRatNames, current_rat); name != nullptr)
+        menu.String("enabled_rats", name);
     menu.Write();
     Enable_Rat(setting);
 }
@@ -197,10 +185,10 @@ void GetRatsStateWatcher(PPSServer* /*server*/, void* /*arg*/, int /*fd*/) {
 }
 
 void SelectRatByName(const char* name) {
-    const RatName* row = FindRatByName(name);
-    if (row == nullptr || row->mask == current_rat) return;
-    if (Is_Rat_Supported(row->mask)) {
-        Enable_Rat(row->mask);
+    const RatName* row = rt::RowNamed(kRatNames, name);
+    if (row == nullptr || row->code == current_rat) return;
+    if (Is_Rat_Supported(row->code)) {
+        Enable_Rat(row->code);
     } else {
         // Show and send the setting in force again.
         Update_Rat_Menu(current_rat);

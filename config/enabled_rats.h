@@ -8,13 +8,13 @@
 #include <optional>
 #include <span>
 
+#include "platform/common/code_name.h"
+
 class PPSServer;
 
 // RAT settings are bit masks: 2 WCDMA, 4 CDMA 1x, 8 EVDO, 16 LTE; 0 none.
-struct RatName {
-    const char* name;
-    int32_t mask;
-};
+// A menu name's code is its setting.
+using RatName = rt::CodeName<int32_t>;
 // The menu names, searched in this order.
 std::span<const RatName> RatNameTable();
 

@@ -90,7 +90,7 @@ std::string NotSupportedLine(int setting) {
 
 TEST(RatTablesTest, MenuNamesInTheirFixedOrder) {
     std::vector<std::pair<std::string, int>> rows;
-    for (const RatName& row : RatNameTable()) rows.emplace_back(row.name, row.mask);
+    for (const RatName& row : RatNameTable()) rows.emplace_back(row.name, row.code);
     EXPECT_THAT(rows, ElementsAre(std::pair<std::string, int>{"NONE", 0}, std::pair{"CDMA_ONLY", 4},
                                   std::pair{"EVDO_ONLY", 8}, std::pair{"WCDMA", 2},
                                   std::pair{"CDMA+EVDO", 12}, std::pair{"LTE_ONLY", 16},

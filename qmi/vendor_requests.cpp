@@ -31,8 +31,15 @@ struct VendorRequest {
     const char* response_error_format;
 };
 
+// The one TLV a request may carry after the raw request's header: type 1,
+// length 1, then the byte.
+constexpr rt::Field<uint8_t> kTlvType{kQmiRawRequestHeaderLen};
+constexpr rt::Field<uint16_t> kTlvLength{kQmiRawRequestHeaderLen + 1};
+constexpr rt::Field<uint8_t> kTlvValue{kQmiRawRequestHeaderLen + 3};
+constexpr uint8_t kTlvTypeValue = 0x01;
+
 constexpr unsigned kNoTlvLength = kQmiRawRequestHeaderLen;
-constexpr unsigned kOneTlvLength = kQmiRawRequestHeaderLen + 4;
+constexpr unsigned kOneTlvLength = kTlvValue.offset + 1;
 
 constexpr VendorRequest kSetEnsRequest{
     "radio_tavora_vendor_set_ens",
@@ -111,11 +118,10 @@ int Exchange(const VendorRequest& request, qmi_client_type client, long msg_id, 
              uint8_t* response) {
     uint8_t bytes[kOneTlvLength] = {};
     if (request.request_length == kOneTlvLength) {
-        uint8_t* tlv = bytes + kQmiRawRequestHeaderLen;
-        tlv[0] = 0x01;  // type
-        tlv[1] = 0x01;  // length, little-endian
-        tlv[2] = 0x00;
-        tlv[3] = tlv_value;
+        rt::FieldWriter tlv(bytes);
+        tlv.Write(kTlvType, kTlvTypeValue);
+        tlv.Write(kTlvLength, 1);
+        tlv.Write(kTlvValue, tlv_value);
     }
     int rc = qmi_client_send_raw_msg_sync(
         client, static_cast<unsigned>(msg_id), bytes, request.request_length, response,

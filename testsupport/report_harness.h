@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "diaglog/log_snapshot_store.h"
+#include "platform/common/byte_layout.h"
 #include "reports/report_table.h"
 #include "service/pps_server.h"
 #include "service/report_writer.h"
@@ -28,36 +29,35 @@
 
 namespace rt::test {
 
-// Little-endian fields at byte offsets of a buffer of fixed size; a field
-// that would not fit is dropped, so builders can state over-large layouts.
-class FieldBuilder {
+// Little-endian fields at byte offsets of a zero-filled buffer of fixed
+// size, written through rt::FieldWriter; a field that would not fit is
+// dropped, so builders can state over-large layouts. Self is the builder,
+// so that calls chain.
+template <class Self>
+class FieldsAt {
   public:
-    explicit FieldBuilder(size_t size) : bytes_(size, 0) {}
-    FieldBuilder& U8(size_t at, unsigned value) { return Put(at, 1, value); }
-    FieldBuilder& U16(size_t at, unsigned value) { return Put(at, 2, value); }
-    FieldBuilder& U32(size_t at, uint32_t value) { return Put(at, 4, value); }
+    explicit FieldsAt(size_t size) : bytes_(size, 0) {}
+    Self& Set8(size_t at, unsigned value) { return Set<uint8_t>(at, value); }
+    Self& Set16(size_t at, unsigned value) { return Set<uint16_t>(at, value); }
+    Self& Set32(size_t at, uint32_t value) { return Set<uint32_t>(at, value); }
     const std::vector<uint8_t>& bytes() const { return bytes_; }
 
   protected:
-    FieldBuilder& Put(size_t at, size_t width, uint32_t value) {
-        for (size_t i = 0; i < width && at + i < bytes_.size(); ++i)
-            bytes_[at + i] = static_cast<uint8_t>(value >> (8 * i));
-        return *this;
+    template <class T>
+    Self& Set(size_t at, T value) {
+        rt::FieldWriter(bytes_).Write(rt::Field<T>{at}, value);
+        return static_cast<Self&>(*this);
     }
     std::vector<uint8_t> bytes_;
 };
 
 // A log packet of `size` bytes (header included) whose fields are set at
 // snapshot offsets; the header's length and code are filled in.
-class LogPacket : public FieldBuilder {
+class LogPacket : public FieldsAt<LogPacket> {
   public:
-    LogPacket(uint16_t code, size_t size) : FieldBuilder(size), code_(code) {
-        Put(0, 2, static_cast<uint32_t>(size));
-        Put(2, 2, code);
+    LogPacket(uint16_t code, size_t size) : FieldsAt(size), code_(code) {
+        Set16(0, static_cast<unsigned>(size)).Set16(2, code);
     }
-    LogPacket& Set8(size_t at, unsigned value) { return static_cast<LogPacket&>(U8(at, value)); }
-    LogPacket& Set16(size_t at, unsigned value) { return static_cast<LogPacket&>(U16(at, value)); }
-    LogPacket& Set32(size_t at, uint32_t value) { return static_cast<LogPacket&>(U32(at, value)); }
     void Deliver() const {
         DM_recv_log_packet_cb(nullptr, code_, bytes_.data(), static_cast<uint32_t>(bytes_.size()));
     }
@@ -69,20 +69,12 @@ class LogPacket : public FieldBuilder {
 // The 1331-byte RAT measurement response as the daemon's buffer holds it:
 // a successful result TLV, the measurement TLV's header, then the payload
 // fields at buffer offsets. Hex() is modemsim's raw_response form.
-class RatMeasResponse : public FieldBuilder {
+class RatMeasResponse : public FieldsAt<RatMeasResponse> {
   public:
     static constexpr size_t kSize = 1331;
-    RatMeasResponse() : FieldBuilder(kSize) {
-        Put(0, 1, 0x02);  // result TLV: type, length 4, result 0, error 0
-        Put(1, 2, 4);
-        Put(7, 1, 0x10);  // the measurement TLV
-        Put(8, 2, kSize - 10);
-    }
-    RatMeasResponse& Set8(size_t at, unsigned v) {
-        return static_cast<RatMeasResponse&>(U8(at, v));
-    }
-    RatMeasResponse& Set16(size_t at, unsigned v) {
-        return static_cast<RatMeasResponse&>(U16(at, v));
+    RatMeasResponse() : FieldsAt(kSize) {
+        Set8(0, 0x02).Set16(1, 4);           // result TLV: type, length 4, result 0, error 0
+        Set8(7, 0x10).Set16(8, kSize - 10);  // the measurement TLV
     }
     // A measured cell at `at`: PSC, Ec/Io, RSCP.
     RatMeasResponse& Cell(size_t at, unsigned psc, int ecio, int rscp) {

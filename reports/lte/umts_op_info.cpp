@@ -1,9 +1,9 @@
 #include "reports/lte/umts_op_info.h"
 
 #include <optional>
-#include <span>
 
 #include "diaglog/log_snapshot_store.h"
+#include "platform/common/code_name.h"
 #include "reports/lte/pdn_info.h"
 #include "reports/lte/qos_decoders.h"
 #include "reports/wcdma/umts_neighbours.h"
@@ -18,16 +18,18 @@ using log_layout::IratCompressedMode;
 using log_layout::MmUpdateStatus;
 using log_layout::PdpQos;
 
-// Indexed by the status code.
-constexpr const char* kMmStatusTexts[] = {"Updated", "Not Updated", "Roaming Not Allowed",
-                                          "Location Area Not Allowed"};
-constexpr const char* kGmmStatusTexts[] = {"GMM GU1 Updated", "GMM GU Not Updated",
-                                           "GMM GU2 PLMN Not Allowed",
-                                           "GMM GU3 Routing Area Not Allowed"};
-
-const char* TextAt(std::span<const char* const> texts, uint8_t code) {
-    return code < texts.size() ? texts[code] : nullptr;
-}
+constexpr rt::CodeName<uint8_t> kMmStatusTexts[] = {
+    {0, "Updated"},
+    {1, "Not Updated"},
+    {2, "Roaming Not Allowed"},
+    {3, "Location Area Not Allowed"},
+};
+constexpr rt::CodeName<uint8_t> kGmmStatusTexts[] = {
+    {0, "GMM GU1 Updated"},
+    {1, "GMM GU Not Updated"},
+    {2, "GMM GU2 PLMN Not Allowed"},
+    {3, "GMM GU3 Routing Area Not Allowed"},
+};
 
 // The status text, or "No data available!" for no packet or an unknown status.
 void PublishUpdateStatus(ReportWriter& report, const char* name, uint16_t code,
@@ -80,11 +82,11 @@ static_assert(std::size(kQosMembers) == 18);
 }  // namespace
 
 const char* MmUpdateStatusText(uint8_t status) {
-    return TextAt(kMmStatusTexts, status);
+    return rt::NameOf(kMmStatusTexts, status);
 }
 
 const char* GmmUpdateStatusText(uint8_t status) {
-    return TextAt(kGmmStatusTexts, status);
+    return rt::NameOf(kGmmStatusTexts, status);
 }
 
 void PublishUmtsMobility(ReportWriter& report) {

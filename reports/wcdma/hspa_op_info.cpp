@@ -1,8 +1,11 @@
 #include "reports/wcdma/hspa_op_info.h"
 
 #include <algorithm>
+#include <iterator>
+#include <span>
 
 #include "diaglog/log_snapshot_store.h"
+#include "platform/common/code_name.h"
 #include "reports/report_rows.h"
 #include "service/report_writer.h"
 #include "service/tavora_context.h"
@@ -18,18 +21,23 @@ using log_layout::TransportChannels;
 // type, and the number sits above the code. The two formats code the types
 // the opposite way round.
 struct CqiCode {
-    uint8_t format;
-    uint16_t code_mask;
     uint16_t code;
-    const char* type;
-    int number_shift;
+    const char* name;
     int number_mask;
 };
-constexpr CqiCode kCqiCodes[] = {
-    {0, 0x1, 1, "Type A CQI", 1, 0xFF}, {0, 0x1, 0, "Type B CQI", 1, 0xFF},
-    {1, 0x3, 0, "No CQI DTX", 2, 0x00}, {1, 0x3, 1, "Type B CQI", 2, 0x1F},
-    {1, 0x3, 2, "Type A CQI", 2, 0xFF}, {1, 0x3, 3, "DCHSPA CQI", 2, 0x1F},
+constexpr CqiCode kFormat0Codes[] = {{1, "Type A CQI", 0xFF}, {0, "Type B CQI", 0xFF}};
+constexpr CqiCode kFormat1Codes[] = {
+    {0, "No CQI DTX", 0x00},
+    {1, "Type B CQI", 0x1F},
+    {2, "Type A CQI", 0xFF},
+    {3, "DCHSPA CQI", 0x1F},
 };
+struct CqiFormat {
+    uint16_t code_mask;
+    int number_shift;
+    std::span<const CqiCode> codes;
+};
+constexpr CqiFormat kCqiFormats[] = {{0x1, 1, kFormat0Codes}, {0x3, 2, kFormat1Codes}};
 
 void PublishCqi(ReportWriter& report) {
     const SnapshotView cqi = g_log_snapshot_store.View(Cqi::kCode);
@@ -91,11 +99,11 @@ void PublishUeState(ReportWriter& report) {
 }  // namespace
 
 CqiReading DecodeCqiSample(uint8_t format, uint16_t sample) {
-    for (const CqiCode& row : kCqiCodes) {
-        if (row.format != format || (sample & row.code_mask) != row.code) continue;
-        return {row.type, (sample >> row.number_shift) & row.number_mask};
-    }
-    return {nullptr, 0};
+    if (format >= std::size(kCqiFormats)) return {nullptr, 0};
+    const CqiFormat& f = kCqiFormats[format];
+    const CqiCode* code = rt::RowOf(f.codes, sample & f.code_mask);
+    if (code == nullptr) return {nullptr, 0};
+    return {code->name, (sample >> f.number_shift) & code->number_mask};
 }
 
 void PublishHspaOpInfo(ReportWriter& report) {

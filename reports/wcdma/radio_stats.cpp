@@ -1,6 +1,7 @@
 #include "reports/wcdma/radio_stats.h"
 
 #include "diaglog/log_snapshot_store.h"
+#include "platform/common/code_name.h"
 #include "service/report_writer.h"
 #include "service/tavora_context.h"
 
@@ -8,20 +9,10 @@ namespace {
 
 using log_layout::RrcState;
 
-struct RrcStateName {
-    uint8_t key;
-    const char* name;
-};
-constexpr RrcStateName kRrcStateNames[] = {
+constexpr rt::CodeName<uint8_t> kRrcStateNames[] = {
     {0, "RRC_Disconnected"}, {1, "RRC_Connecting"}, {2, "CELL_FACH"},  {3, "CELL_DCH"},
     {4, "CELL_PCH"},         {5, "URA_PCH"},        {0xFF, "Invalid"},
 };
-
-const char* RrcStateName(uint8_t key) {
-    for (const auto& entry : kRrcStateNames)
-        if (entry.key == key) return entry.name;
-    return nullptr;
-}
 
 }  // namespace
 
@@ -33,9 +24,9 @@ void PublishRadioStats(ReportWriter& report, [[maybe_unused]] TavoraContext* con
         report.NoData("rrc_conn_state");
     } else if (static_cast<uint8_t>(state - 2) > 252) {
         // 0, 1 and 0xFF: not connected, or no valid state.
-        report.String("rrc_state", RrcStateName(state));
+        report.String("rrc_state", rt::NameOf(kRrcStateNames, state));
         report.NoData("rrc_conn_state");
-    } else if (const char* connected = state <= 5 ? RrcStateName(state) : nullptr) {
+    } else if (const char* connected = rt::NameOf(kRrcStateNames, state)) {
         report.String("rrc_state", "RRC_CONNECTED");
         report.String("rrc_conn_state", connected);
     }

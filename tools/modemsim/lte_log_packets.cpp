@@ -12,80 +12,80 @@ namespace R = lte_record;
 
 std::vector<uint8_t> ServingCell(const LteState& state) {
     using F = R::ServingCell;
-    PayloadWriter p(F::kSize);
-    p.Set(R::kVersion, F::kVersionValue);
-    p.Set(F::kPci, state.pci);
-    p.Set(F::kDlEarfcn, state.dl_earfcn);
-    p.Set(F::kUlEarfcn, state.ul_earfcn);
-    p.Set(F::kDlBandwidthRb, state.dl_bandwidth_rb);
-    p.Set(F::kUlBandwidthRb, state.ul_bandwidth_rb);
-    p.Set(F::kCellId, state.cell_id);
-    p.Set(F::kTac, state.tac);
-    p.Set(F::kBand, state.band);
-    p.Set(F::kMcc, state.mcc);
-    p.Set(F::kMncDigits, state.mnc_digits);
-    p.Set(F::kMnc, state.mnc);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(R::kVersion, F::kVersionValue);
+        p.Write(F::kPci, state.pci);
+        p.Write(F::kDlEarfcn, state.dl_earfcn);
+        p.Write(F::kUlEarfcn, state.ul_earfcn);
+        p.Write(F::kDlBandwidthRb, state.dl_bandwidth_rb);
+        p.Write(F::kUlBandwidthRb, state.ul_bandwidth_rb);
+        p.Write(F::kCellId, state.cell_id);
+        p.Write(F::kTac, state.tac);
+        p.Write(F::kBand, state.band);
+        p.Write(F::kMcc, state.mcc);
+        p.Write(F::kMncDigits, state.mnc_digits);
+        p.Write(F::kMnc, state.mnc);
+    });
 }
 
 std::vector<uint8_t> ServingMeasurements(const LteState& state) {
     using F = R::ServingMeasurements;
-    PayloadWriter p(F::kSize);
-    p.Set(R::kVersion, F::kVersionValue);
-    p.Set(F::kServingCellIndex, 0);  // the primary cell
-    p.Set(F::kEarfcn, state.dl_earfcn);
-    p.Set(F::kPci, state.pci);
-    for (auto field : {F::kRawRsrp, F::kRawRsrpRepeated}) p.Set(field, state.rsrp);
-    for (auto field : {F::kRawRsrq, F::kRawRsrqRepeated}) p.Set(field, state.rsrq);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(R::kVersion, F::kVersionValue);
+        p.Write(F::kServingCellIndex, 0);  // the primary cell
+        p.Write(F::kEarfcn, state.dl_earfcn);
+        p.Write(F::kPci, state.pci);
+        for (auto field : {F::kRawRsrp, F::kRawRsrpRepeated}) p.Write(field, state.rsrp);
+        for (auto field : {F::kRawRsrq, F::kRawRsrqRepeated}) p.Write(field, state.rsrq);
+    });
 }
 
 std::vector<uint8_t> ServingRssi(const LteState& state) {
     using F = R::ServingRssi;
-    PayloadWriter p(F::kSize);
-    p.Set(R::kVersion, F::kVersionValue);
-    p.Set(F::kEarfcn, state.dl_earfcn);
-    p.Set(F::kPci, state.pci);
-    p.Set(F::kRssiWord, RssiWord(state.rssi_dbm));
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(R::kVersion, F::kVersionValue);
+        p.Write(F::kEarfcn, state.dl_earfcn);
+        p.Write(F::kPci, state.pci);
+        p.Write(F::kRssiWord, RssiWord(state.rssi_dbm));
+    });
 }
 
 std::vector<uint8_t> WcdmaNeighbours(const LteState& state) {
     using F = R::WcdmaNeighbours;
-    PayloadWriter p(F::kSize);
-    size_t count = std::min(state.wcdma_rscp.size(), F::kMaxEntries);
-    p.Set(F::kUarfcn, state.wcdma_uarfcn);
-    p.Set(F::kEntryCount, int64_t(count));
-    for (size_t i = 1; i <= count; ++i) p.Set(F::Rscp(i), state.wcdma_rscp[i - 1]);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        size_t count = std::min(state.wcdma_rscp.size(), F::kMaxEntries);
+        p.Write(F::kUarfcn, state.wcdma_uarfcn);
+        p.Write(F::kEntryCount, int64_t(count));
+        for (size_t i = 1; i <= count; ++i) p.Write(F::Rscp(i), state.wcdma_rscp[i - 1]);
+    });
 }
 
 std::vector<uint8_t> CdmaNeighbours(const LteState& state) {
     using F = R::CdmaNeighbours;
-    PayloadWriter p(F::kSize);
-    for (size_t k = 0; k < std::min(state.cdma.size(), F::kEntries); ++k) {
-        p.Set(F::PilotPn(k), state.cdma[k].pilot_pn);
-        p.Set(F::Rssi(k), state.cdma[k].rssi);
-        p.Set(F::Ecio(k), state.cdma[k].ecio);
-    }
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        for (size_t k = 0; k < std::min(state.cdma.size(), F::kEntries); ++k) {
+            p.Write(F::PilotPn(k), state.cdma[k].pilot_pn);
+            p.Write(F::Rssi(k), state.cdma[k].rssi);
+            p.Write(F::Ecio(k), state.cdma[k].ecio);
+        }
+    });
 }
 
 std::vector<uint8_t> UeIdentity(const LteState& state) {
     using F = R::UeIdentity;
-    PayloadWriter p(F::kSize);
-    p.Set(R::kVersion, F::kVersionValue);
-    std::vector<uint8_t> plmn = state.PlmnOctets();
-    p.Bytes(F::kPlmn, plmn);
-    p.Set(F::kValid, state.identity_valid ? 1 : 0);
-    p.Set(F::kIdentityType, state.identity_type);
-    p.Bytes(F::kGutiPlmn, plmn);
-    p.Set(F::kMmegi, state.mmegi);
-    p.Set(F::kMmec, state.mmec);
-    const uint32_t m = state.m_tmsi;
-    p.Bytes(F::kMTmsi,
-            std::vector<uint8_t>{uint8_t(m >> 24), uint8_t(m >> 16), uint8_t(m >> 8), uint8_t(m)});
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(R::kVersion, F::kVersionValue);
+        std::vector<uint8_t> plmn = state.PlmnOctets();
+        p.WriteBytes(F::kPlmn, plmn);
+        p.Write(F::kValid, state.identity_valid ? 1 : 0);
+        p.Write(F::kIdentityType, state.identity_type);
+        p.WriteBytes(F::kGutiPlmn, plmn);
+        p.Write(F::kMmegi, state.mmegi);
+        p.Write(F::kMmec, state.mmec);
+        const uint32_t m = state.m_tmsi;
+        p.WriteBytes(F::kMTmsi, std::vector<uint8_t>{uint8_t(m >> 24), uint8_t(m >> 16),
+                                                     uint8_t(m >> 8), uint8_t(m)});
+    });
 }
 
 // A record of `content` bytes, grown so that its subpacket is a whole
@@ -98,12 +98,12 @@ size_t PaddedRlcSize(size_t content) {
 
 // The RLC packets' header: version, one subpacket, then its id, version
 // and size.
-void RlcHeader(PayloadWriter& p, uint8_t id, uint8_t version) {
-    p.Set(R::kVersion, R::rlc::kVersionValue);
-    p.Set(R::rlc::kSubpacketCount, 1);
-    p.Set(R::rlc::kSubpacketId, id);
-    p.Set(R::rlc::kSubpacketVersion, version);
-    p.Set(R::rlc::kSubpacketSize, int64_t(p.record_size() - R::rlc::kSubpacketStart));
+void RlcHeader(rt::FieldWriter& p, uint8_t id, uint8_t version) {
+    p.Write(R::kVersion, R::rlc::kVersionValue);
+    p.Write(R::rlc::kSubpacketCount, 1);
+    p.Write(R::rlc::kSubpacketId, id);
+    p.Write(R::rlc::kSubpacketVersion, version);
+    p.Write(R::rlc::kSubpacketSize, int64_t(p.size() - R::rlc::kSubpacketStart));
 }
 
 // One direction's RLC configuration: the released records, the bearer
@@ -117,21 +117,21 @@ std::vector<uint8_t> RlcConfig(const LteState& state, uint8_t subpacket_id,
     rt::Field<uint8_t> count = C::BearerCount(state.rlc_released);
     size_t content = count.offset + 1;
     for (const RlcBearer& bearer : state.bearers) content += entry_size(bearer);
-    PayloadWriter p(PaddedRlcSize(content));
-    RlcHeader(p, subpacket_id, C::kSubpacketVersion);
-    p.Set(C::kReleasedCount, state.rlc_released);
-    for (size_t r = 0; r < state.rlc_released; ++r)
-        p.Set(C::Released(r), int64_t(0x20 + r));  // a released bearer's id
-    p.Set(count, int64_t(state.bearers.size()));
-    size_t at = count.offset + 1;
-    for (const RlcBearer& bearer : state.bearers) {
-        p.SetIn(at, C::kEntryType, uint8_t(bearer.mode));
-        p.SetIn(at, C::kEntryRbId, bearer.rb_id);
-        p.SetIn(at, C::kEntryCfgIdx, bearer.cfg_idx);
-        p.SetIn(at, C::kEntryKind, uint8_t(bearer.kind));
-        at += entry_size(bearer);
-    }
-    return p.Take();
+    return BuildPayload(PaddedRlcSize(content), [&](rt::FieldWriter& p) {
+        RlcHeader(p, subpacket_id, C::kSubpacketVersion);
+        p.Write(C::kReleasedCount, state.rlc_released);
+        for (size_t r = 0; r < state.rlc_released; ++r)
+            p.Write(C::Released(r), int64_t(0x20 + r));  // a released bearer's id
+        p.Write(count, int64_t(state.bearers.size()));
+        size_t at = count.offset + 1;
+        for (const RlcBearer& bearer : state.bearers) {
+            p.Write(C::kEntryType.In(at), uint8_t(bearer.mode));
+            p.Write(C::kEntryRbId.In(at), bearer.rb_id);
+            p.Write(C::kEntryCfgIdx.In(at), bearer.cfg_idx);
+            p.Write(C::kEntryKind.In(at), uint8_t(bearer.kind));
+            at += entry_size(bearer);
+        }
+    });
 }
 
 // Where each counter of a bearer goes in its direction's statistics entry.
@@ -179,17 +179,18 @@ constexpr CounterField<RlcUlCounters> kUlCounterFields[] = {
 template <class Stats, class Layout, class Counters, size_t N>
 std::vector<uint8_t> RlcStatistics(const std::vector<Stats>& stats, Layout,
                                    const CounterField<Counters> (&fields)[N]) {
-    PayloadWriter p(PaddedRlcSize(Layout::kEntriesStart + Layout::kEntrySize * stats.size()));
-    RlcHeader(p, Layout::kSubpacketId, Layout::kSubpacketVersion);
-    p.Set(Layout::kCount, int64_t(stats.size()));
-    for (size_t s = 0; s < stats.size(); ++s) {
-        size_t at = Layout::kEntriesStart + Layout::kEntrySize * s;
-        p.SetIn(at, Layout::kCfgIdx, stats[s].bearer.cfg_idx);
-        p.SetIn(at, Layout::kMode, uint8_t(stats[s].bearer.mode));
-        for (const CounterField<Counters>& counter : fields)
-            p.SetIn(at, counter.field, stats[s].counters.*counter.value);
-    }
-    return p.Take();
+    return BuildPayload(PaddedRlcSize(Layout::kEntriesStart + Layout::kEntrySize * stats.size()),
+                        [&](rt::FieldWriter& p) {
+                            RlcHeader(p, Layout::kSubpacketId, Layout::kSubpacketVersion);
+                            p.Write(Layout::kCount, int64_t(stats.size()));
+                            for (size_t s = 0; s < stats.size(); ++s) {
+                                size_t at = Layout::kEntriesStart + Layout::kEntrySize * s;
+                                p.Write(Layout::kCfgIdx.In(at), stats[s].bearer.cfg_idx);
+                                p.Write(Layout::kMode.In(at), uint8_t(stats[s].bearer.mode));
+                                for (const CounterField<Counters>& counter : fields)
+                                    p.Write(counter.field.In(at), stats[s].counters.*counter.value);
+                            }
+                        });
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/common/byte_layout.h"
 #include "platform/qmi_client/qmux_codec.h"
 #include "tools/modemsim/scenario.h"
 #include "tools/modemsim/world_support.h"
@@ -14,22 +15,22 @@ namespace {
 // measurement TLV's value begins at byte 10.
 constexpr size_t kValueStart = 10;
 
+// The buffer from its start, written field by field; Take() keeps the
+// measurement TLV's value. A field that does not fit is not written.
 class Payload {
   public:
-    Payload() : bytes_(kRatMeasResponseSize - kValueStart, 0) {}
-    void U8(size_t offset, int value) { Put(offset, 1, value); }
-    void U16(size_t offset, int value) { Put(offset, 2, value); }
-    std::vector<uint8_t> Take() { return std::move(bytes_); }
+    Payload() = default;
+    Payload(const Payload&) = delete;  // the writer holds the buffer
+    void U8(size_t offset, int value) { writer_.Write(rt::Field<uint8_t>{offset}, value); }
+    void U16(size_t offset, int value) { writer_.Write(rt::Field<uint16_t>{offset}, value); }
+    std::vector<uint8_t> Take() {
+        bytes_.erase(bytes_.begin(), bytes_.begin() + kValueStart);
+        return std::move(bytes_);
+    }
 
   private:
-    void Put(size_t offset, size_t width, int value) {
-        for (size_t i = 0; i < width; ++i) {
-            size_t at = offset - kValueStart + i;
-            if (offset < kValueStart || at >= bytes_.size()) return;
-            bytes_[at] = static_cast<uint8_t>((static_cast<unsigned>(value) >> (8 * i)) & 0xFF);
-        }
-    }
-    std::vector<uint8_t> bytes_;
+    std::vector<uint8_t> bytes_ = std::vector<uint8_t>(kRatMeasResponseSize, 0);
+    rt::FieldWriter writer_{bytes_};
 };
 
 // A cell: PSC u16, Ec/Io s16, RSCP s16.

@@ -12,15 +12,15 @@ namespace R = wcdma_record;
 
 std::vector<uint8_t> ActiveSet(const WcdmaState& state) {
     using F = R::ActiveSet;
-    PayloadWriter p(F::kSize);
-    size_t count = std::min(state.active_set.size(), F::kMaxCells);
-    p.Set(F::kCount, int64_t(count));
-    p.Set(F::kUarfcn, state.uarfcn);
-    for (size_t k = 0; k < count; ++k) {
-        p.Set(F::Psc(k), state.active_set[k].psc);
-        p.Set(F::CellId(k), state.active_set[k].cell_id);
-    }
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        size_t count = std::min(state.active_set.size(), F::kMaxCells);
+        p.Write(F::kCount, int64_t(count));
+        p.Write(F::kUarfcn, state.uarfcn);
+        for (size_t k = 0; k < count; ++k) {
+            p.Write(F::Psc(k), state.active_set[k].psc);
+            p.Write(F::CellId(k), state.active_set[k].cell_id);
+        }
+    });
 }
 
 std::vector<uint8_t> MonitoredSet(const WcdmaState& state) {
@@ -30,28 +30,28 @@ std::vector<uint8_t> MonitoredSet(const WcdmaState& state) {
     carriers.insert(carriers.end(), state.inter_freq.begin(), state.inter_freq.end());
     if (carriers.size() > F::kMaxBlocks) carriers.resize(F::kMaxBlocks);
 
-    PayloadWriter p(F::kSize);
-    p.Set(F::kBlockCount, int64_t(carriers.size()));
-    for (size_t f = 0; f < carriers.size(); ++f) {
-        size_t block = F::Block(f);
-        size_t count = std::min(carriers[f].cells.size(), F::kMaxCells);
-        p.SetIn(block, F::kBlockUarfcn, carriers[f].uarfcn);
-        p.SetIn(block, F::kBlockCellCount, int64_t(count));
-        for (size_t d = 0; d < count; ++d) {
-            p.SetIn(block, F::CellPsc(d), carriers[f].cells[d].psc);
-            p.SetIn(block, F::CellId(d), carriers[f].cells[d].cell_id);
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(F::kBlockCount, int64_t(carriers.size()));
+        for (size_t f = 0; f < carriers.size(); ++f) {
+            size_t block = F::Block(f);
+            size_t count = std::min(carriers[f].cells.size(), F::kMaxCells);
+            p.Write(F::kBlockUarfcn.In(block), carriers[f].uarfcn);
+            p.Write(F::kBlockCellCount.In(block), int64_t(count));
+            for (size_t d = 0; d < count; ++d) {
+                p.Write(F::CellPsc(d).In(block), carriers[f].cells[d].psc);
+                p.Write(F::CellId(d).In(block), carriers[f].cells[d].cell_id);
+            }
         }
-    }
-    return p.Take();
+    });
 }
 
 std::vector<uint8_t> CellIdentity(const WcdmaState& state) {
     using F = R::CellIdentity;
-    PayloadWriter p(F::kSize);
-    if (!state.active_set.empty()) p.Set(F::kCellId, state.active_set[0].cell_id);
-    p.Set(F::kUra, state.ura);
-    p.Set(F::kNotBarred, state.barred ? 0 : 1);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        if (!state.active_set.empty()) p.Write(F::kCellId, state.active_set[0].cell_id);
+        p.Write(F::kUra, state.ura);
+        p.Write(F::kNotBarred, state.barred ? 0 : 1);
+    });
 }
 
 // PLMN octets of 3GPP TS 24.008: MCC2 MCC1 | MNC3 MCC3 | MNC2 MNC1, with
@@ -65,112 +65,111 @@ std::vector<uint8_t> Location(const WcdmaState& state) {
         mnc1 = state.mnc / 100 % 10, mnc2 = state.mnc / 10 % 10, mnc3 = state.mnc % 10;
     }
     using F = R::Location;
-    PayloadWriter p(F::kSize);
-    p.Bytes(F::kPlmn, std::vector<uint8_t>{uint8_t(mcc2 << 4 | mcc1), uint8_t(mnc3 << 4 | mcc3),
-                                           uint8_t(mnc2 << 4 | mnc1)});
-    p.Set(F::kLac, state.lac);
-    p.Set(F::kRac, state.rac);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.WriteBytes(F::kPlmn,
+                     std::vector<uint8_t>{uint8_t(mcc2 << 4 | mcc1), uint8_t(mnc3 << 4 | mcc3),
+                                          uint8_t(mnc2 << 4 | mnc1)});
+        p.Write(F::kLac, state.lac);
+        p.Write(F::kRac, state.rac);
+    });
 }
 
 std::vector<uint8_t> Reselection(const WcdmaState& state) {
     using F = R::Reselection;
-    PayloadWriter p(F::kSize);
-    for (size_t i = 0; i < std::min(state.active_set.size(), R::ActiveSet::kMaxCells); ++i) {
-        p.Set(F::Srxlev(i), state.Srxlev(state.active_set[i]));
-        p.Set(F::Squal(i), state.Squal(state.active_set[i]));
-    }
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        for (size_t i = 0; i < std::min(state.active_set.size(), R::ActiveSet::kMaxCells); ++i) {
+            p.Write(F::Srxlev(i), state.Srxlev(state.active_set[i]));
+            p.Write(F::Squal(i), state.Squal(state.active_set[i]));
+        }
+    });
 }
 
 std::vector<uint8_t> Cqi(const WcdmaState& state) {
     using F = R::Cqi;
-    PayloadWriter p(F::kSize);
-    p.Set(F::kFormat, state.cqi_format);
-    p.Set(F::kPosition, F::kSamples - 1);
-    uint16_t sample = CqiSample(state);
-    for (size_t k = 0; k < F::kSamples; ++k) p.Set(F::Sample(k), sample);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(F::kFormat, state.cqi_format);
+        p.Write(F::kPosition, F::kSamples - 1);
+        uint16_t sample = CqiSample(state);
+        for (size_t k = 0; k < F::kSamples; ++k) p.Write(F::Sample(k), sample);
+    });
 }
 
 std::vector<uint8_t> HsdpaRate(const WcdmaState& state) {
     using F = R::HsdpaRate;
-    PayloadWriter p(F::kSize);
-    p.Set(F::kSelector, 0);
-    p.Set(F::Rate(0), state.hsdpa_rate);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(F::kSelector, 0);
+        p.Write(F::Rate(0), state.hsdpa_rate);
+    });
 }
 
 std::vector<uint8_t> TransportBler(const WcdmaState& state) {
     using F = R::TransportBler;
-    PayloadWriter p(F::kSize);
-    size_t count = std::min(state.transport_channels.size(), F::kMaxChannels);
-    p.Set(F::kCount, int64_t(count));
-    for (size_t k = 0; k < count; ++k) {
-        p.Set(F::ChannelId(k), state.transport_channels[k].id);
-        p.Set(F::Bler(k), state.transport_channels[k].bler);
-    }
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        size_t count = std::min(state.transport_channels.size(), F::kMaxChannels);
+        p.Write(F::kCount, int64_t(count));
+        for (size_t k = 0; k < count; ++k) {
+            p.Write(F::ChannelId(k), state.transport_channels[k].id);
+            p.Write(F::Bler(k), state.transport_channels[k].bler);
+        }
+    });
 }
 
 std::vector<uint8_t> HspaUeState(const WcdmaState& state) {
     using F = R::HspaUeState;
-    PayloadWriter p(F::kSize);
-    p.Set(F::kUeState, state.ue_state);
-    p.Set(F::kIratCm, state.irat_cm);
-    p.Set(F::kIratChannel, state.irat_ch);
-    p.Set(F::kIratCarrierRssi, state.irat_carrier_rssi);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(F::kUeState, state.ue_state);
+        p.Write(F::kIratCm, state.irat_cm);
+        p.Write(F::kIratChannel, state.irat_ch);
+        p.Write(F::kIratCarrierRssi, state.irat_carrier_rssi);
+    });
 }
 
 std::vector<uint8_t> TxPower(const WcdmaState& state) {
     using F = R::TxPower;
-    PayloadWriter p(F::kSize);
-    p.Set(F::kPower, state.tx_power);
-    p.Set(F::kAlgorithm, state.pc_algorithm);
-    p.Set(F::kStep, state.pc_step);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(F::kPower, state.tx_power);
+        p.Write(F::kAlgorithm, state.pc_algorithm);
+        p.Write(F::kStep, state.pc_step);
+    });
 }
 
 std::vector<uint8_t> CarrierRssi(const WcdmaState& state) {
-    PayloadWriter p(R::CarrierRssi::kSize);
-    p.Set(R::CarrierRssi::kRaw, RawCarrierRssi(state.carrier_rssi));
-    return p.Take();
+    return BuildPayload(R::CarrierRssi::kSize, [&](rt::FieldWriter& p) {
+        p.Write(R::CarrierRssi::kRaw, RawCarrierRssi(state.carrier_rssi));
+    });
 }
 
 std::vector<uint8_t> UpdateStatus(uint8_t status) {
-    PayloadWriter p(R::UpdateStatus::kSize);
-    p.Set(R::UpdateStatus::kStatus, status);
-    return p.Take();
+    return BuildPayload(R::UpdateStatus::kSize,
+                        [&](rt::FieldWriter& p) { p.Write(R::UpdateStatus::kStatus, status); });
 }
 
 std::vector<uint8_t> Drx(const WcdmaState& state) {
-    PayloadWriter p(R::Drx::kSize);
-    p.Set(R::Drx::kValue, state.drx);
-    return p.Take();
+    return BuildPayload(R::Drx::kSize,
+                        [&](rt::FieldWriter& p) { p.Write(R::Drx::kValue, state.drx); });
 }
 
 std::vector<uint8_t> PdpQos(const WcdmaState& state) {
     using F = R::PdpQos;
-    PayloadWriter p(F::kSize);
-    static_assert(std::tuple_size_v<QosCodes> == F::kCodes);
-    for (size_t i = 0; i < state.qos.size(); ++i) p.Set(F::Code(i), state.qos[i]);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        static_assert(std::tuple_size_v<QosCodes> == F::kCodes);
+        for (size_t i = 0; i < state.qos.size(); ++i) p.Write(F::Code(i), state.qos[i]);
+    });
 }
 
 std::vector<uint8_t> IratCompressedMode(const WcdmaState& state) {
-    PayloadWriter p(R::IratCompressedMode::kSize);
-    p.Set(R::IratCompressedMode::kFlag, state.irat_cm);
-    return p.Take();
+    return BuildPayload(R::IratCompressedMode::kSize, [&](rt::FieldWriter& p) {
+        p.Write(R::IratCompressedMode::kFlag, state.irat_cm);
+    });
 }
 
 std::vector<uint8_t> Rabs(const WcdmaState& state) {
     using F = R::Rabs;
-    PayloadWriter p(F::kSize);
-    p.Set(F::kSelector, int64_t(state.rab));
-    for (size_t n = 0; n < std::min(state.rab_ids.size(), F::kMaxEntries); ++n)
-        p.Set(F::RabId(n), state.rab_ids[n]);
-    return p.Take();
+    return BuildPayload(F::kSize, [&](rt::FieldWriter& p) {
+        p.Write(F::kSelector, int64_t(state.rab));
+        for (size_t n = 0; n < std::min(state.rab_ids.size(), F::kMaxEntries); ++n)
+            p.Write(F::RabId(n), state.rab_ids[n]);
+    });
 }
 
 }  // namespace

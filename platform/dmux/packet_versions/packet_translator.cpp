@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
+#include "platform/common/code_name.h"
 #include "platform/dmux/log_layouts.h"
 
 namespace dmux {
@@ -196,22 +198,19 @@ bool IsRlc(uint16_t code) {
            code == RlcUlStats::kCode;
 }
 
+constexpr rt::CodeName<DropReason> kDropReasonNames[] = {
+    {DropReason::kSecondaryCell, "secondary_cell"},
+    {DropReason::kUnknownVersion, "unknown_version"},
+    {DropReason::kShort, "short"},
+    {DropReason::kOtherSubscription, "other_subscription"},
+};
+static_assert(std::size(kDropReasonNames) == kDropReasons - 1, "a name for each reason but kNone");
+
 }  // namespace
 
 const char* DropReasonName(DropReason reason) {
-    switch (reason) {
-        case DropReason::kSecondaryCell:
-            return "secondary_cell";
-        case DropReason::kUnknownVersion:
-            return "unknown_version";
-        case DropReason::kShort:
-            return "short";
-        case DropReason::kOtherSubscription:
-            return "other_subscription";
-        case DropReason::kNone:
-            break;
-    }
-    return "";
+    const char* name = rt::NameOf(kDropReasonNames, reason);
+    return name != nullptr ? name : "";
 }
 
 std::span<const KnownVersion> KnownVersions() {
