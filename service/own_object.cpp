@@ -17,7 +17,8 @@ namespace {
 // a few rounds, then the open fails.
 constexpr int kAttempts = 4;
 
-// Removes every object under `dir` (a directory that should be an object).
+// Removes every object and directory under `dir`, and `dir` (a directory
+// that should be an object).
 void RemoveSquatters(const std::string& dir, const char* log_name) {
     std::vector<std::string> entries;
     if (pps_list(dir.c_str(), &entries) != 0) return;
@@ -36,6 +37,8 @@ void RemoveSquatters(const std::string& dir, const char* log_name) {
               log_name, path.c_str(), static_cast<unsigned>(info.st_uid),
               removed == 0 ? "removed" : "cannot remove it");
     }
+    // A directory outlives its objects: it goes too, once empty.
+    pps_unlink(dir.c_str());
 }
 
 }  // namespace

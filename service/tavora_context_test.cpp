@@ -81,10 +81,21 @@ TEST_F(TavoraContextTest, SecondStatusObjectFailingStopsThere) {
     rt::test::DaemonOptions options;
     options.start = false;
     options.start_devsim = false;
+    // Nobody makes diag/ (with diag/config), so that it may create there.
+    options.create_config = options.create_status_persistent = false;
     rt::test::DaemonFixture objects(options);
-    ASSERT_TRUE(objects.WriteObject(rt::test::kStatusUtraObject, ""));
     std::string socket = objects.broker().socket();
     ::chmod(socket.substr(0, socket.rfind('/')).c_str(), 0711);
+    pid_t maker = ::fork();
+    if (maker == 0)
+        ::_exit(::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0 &&
+                        pps_open(rt::test::kConfigObject, O_WRONLY | O_CREAT, 0660) >= 0
+                    ? 0
+                    : 1);
+    int made = -1;
+    ASSERT_EQ(::waitpid(maker, &made, 0), maker);
+    ASSERT_EQ(made, 0) << "nobody could not make diag/";
+    ASSERT_TRUE(objects.WriteObject(rt::test::kStatusUtraObject, ""));
     pid_t child = ::fork();
     if (child == 0) {
         if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)

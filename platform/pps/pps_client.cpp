@@ -271,14 +271,16 @@ int pps_stat(const char* path, struct stat* info) {
     if (OneShot(pps_wire::kStatVerb, path, &answer) != 0) return -1;
     if (info == nullptr) return 0;
     *info = {};
+    // "<uid> <gid> <octal mode>", with " dir" after a directory's.
     unsigned uid = 0, gid = 0, mode = 0;
-    if (std::sscanf(answer.c_str(), "%u %u %o", &uid, &gid, &mode) == 3) {
-        info->st_uid = uid;
-        info->st_gid = gid;
-        info->st_mode = S_IFREG | (mode & 07777);
-    } else {
-        info->st_mode = S_IFDIR | 0755;
+    char kind[4] = "";
+    if (std::sscanf(answer.c_str(), "%u %u %o %3s", &uid, &gid, &mode, kind) < 3) {
+        errno = EPROTO;
+        return -1;
     }
+    info->st_uid = uid;
+    info->st_gid = gid;
+    info->st_mode = (std::strcmp(kind, "dir") == 0 ? S_IFDIR : S_IFREG) | (mode & 07777);
     return 0;
 }
 

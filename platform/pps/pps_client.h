@@ -36,8 +36,8 @@ ssize_t pps_read(int fd, void* buffer, size_t size);
 int pps_unlink(const char* path);
 // True if the object (or directory) exists.
 bool pps_exists(const char* path);
-// An object's owner, group and mode (st_uid, st_gid, st_mode with S_IFREG;
-// a directory has S_IFDIR and owner 0), as stat gives them for a file.
+// An object's or directory's owner, group and mode (st_uid, st_gid, st_mode
+// with S_IFREG or S_IFDIR), as stat gives them for a file.
 // 0, or -1 with errno (ENOENT).
 int pps_stat(const char* path, struct stat* info);
 // Waits until everything written on `fd` so far is applied by the broker

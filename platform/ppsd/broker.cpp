@@ -81,8 +81,11 @@ void KeepClientLines(std::string_view text, std::string* out) {
     }
 }
 
-bool IsPpsRoot(const std::string& path) {
-    return path == "/" || path == "/pps";
+std::string OwnerText(uid_t uid, gid_t gid, mode_t mode) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%u %u %o", static_cast<unsigned>(uid),
+                  static_cast<unsigned>(gid), static_cast<unsigned>(mode));
+    return line;
 }
 
 }  // namespace
@@ -157,6 +160,13 @@ int Broker::Start(std::string* error) {
         size_t loaded = store_->LoadAll(&tree_, &problems);
         for (const auto& p : problems) Log("store: " + p);
         Log("loaded " + std::to_string(loaded) + " objects from " + options_.store_dir);
+        // A store from before directories had records: each gets the owner
+        // of the first object under it, and is stored from now on.
+        std::vector<std::string> adopted = tree_.AdoptMissingDirectories();
+        for (const auto& path : adopted) QueueDirectorySave(path);
+        if (!adopted.empty())
+            Log("gave " + std::to_string(adopted.size()) +
+                " directories without a record the owner of their first object");
     }
 
     sockaddr_un addr{};
@@ -207,7 +217,7 @@ void Broker::Run(int stop_fd) {
     pfds_.push_back(pollfd{stop_fd, POLLIN, 0});
     for (;;) {
         int timeout = ExpireHandshakes();
-        if (!save_queue_.empty()) {
+        if (!save_queue_.empty() || !directory_saves_.empty()) {
             // Saves that failed are tried again when due.
             auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                             retry_at_ - std::chrono::steady_clock::now())
@@ -243,6 +253,8 @@ void Broker::Shutdown() {
     SaveChanged(true);
     for (const auto& object : save_queue_)
         Log("could not store " + object->path() + " before stopping: its last changes are lost");
+    for (const auto& path : directory_saves_)
+        Log("could not store directory " + path + " before stopping: it is lost");
     // The broker goes away: no notices, no critical clean-up (a restart is
     // not the end of the writers that own the objects).
     for (auto& conn : conns_)
@@ -428,20 +440,17 @@ void Broker::OnHandshake(Conn* conn, char* text, size_t length) {
     }
     if (verb == pps_wire::kStatVerb) {
         std::shared_ptr<Object> object = tree_.Find(path);
-        bool exists = object != nullptr || tree_.IsDirectory(path) || IsPpsRoot(path);
+        const Directory* dir = tree_.FindDirectory(path);
         std::string owner;
-        if (object != nullptr) {
-            char line[64];
-            std::snprintf(line, sizeof line, "%u %u %o", static_cast<unsigned>(object->owner_uid()),
-                          static_cast<unsigned>(object->owner_gid()),
-                          static_cast<unsigned>(object->mode()));
-            owner = line;
-        }
-        AnswerAndMaybeClose(conn, exists ? 0 : ENOENT, owner, true);
+        if (object != nullptr)
+            owner = OwnerText(object->owner_uid(), object->owner_gid(), object->mode());
+        else if (dir != nullptr)
+            owner = OwnerText(dir->owner_uid, dir->owner_gid, dir->mode) + " dir";
+        AnswerAndMaybeClose(conn, owner.empty() ? ENOENT : 0, owner, true);
     } else if (verb == pps_wire::kListVerb) {
         if (tree_.Find(path) != nullptr) {
             AnswerAndMaybeClose(conn, ENOTDIR, "", true);
-        } else if (!tree_.IsDirectory(path) && !IsPpsRoot(path)) {
+        } else if (!tree_.IsDirectory(path)) {
             AnswerAndMaybeClose(conn, ENOENT, "", true);
         } else {
             std::string listing;
@@ -452,12 +461,12 @@ void Broker::OnHandshake(Conn* conn, char* text, size_t length) {
         std::shared_ptr<Object> object = tree_.Find(path);
         int code = 0;
         if (object == nullptr)
-            code = tree_.IsDirectory(path) ? EISDIR : ENOENT;
+            code = tree_.IsDirectory(path) ? RemoveDirectory(*conn, path) : ENOENT;
         else if (!Allowed(*conn, *object, kNeedWrite))
             code = EACCES;
         else if (conn->uid != 0 && conn->uid != object->owner_uid())
             code = EPERM;  // as in a sticky directory: only the owner (or root) removes it
-        if (code == 0) {
+        if (code == 0 && object != nullptr) {
             tree_.Erase(path);
             if (store_) store_->Remove(path);
             object->persistent = false;
@@ -471,17 +480,38 @@ void Broker::OnHandshake(Conn* conn, char* text, size_t length) {
     }
 }
 
+// An empty directory is removed as by rmdir in a sticky directory: by its
+// owner (or root), who may write the directory holding it.
+int Broker::RemoveDirectory(const Conn& conn, const std::string& path) {
+    if (path == "/" || path == "/pps") return EBUSY;
+    const Directory* dir = tree_.FindDirectory(path);
+    if (tree_.HasEntriesUnder(path)) return ENOTEMPTY;
+    const Directory* parent = tree_.FindDirectory(tree_.NearestDirectory(path));
+    if (!Allowed(conn, *parent, kNeedWrite)) return EACCES;
+    if (conn.uid != 0 && conn.uid != dir->owner_uid) return EPERM;
+    tree_.EraseDirectory(path);
+    if (store_) store_->Remove(path);
+    return 0;
+}
+
 bool Broker::Allowed(const Conn& conn, const Object& object, int need) const {
+    return Allowed(conn, object.owner_uid(), object.owner_gid(), object.mode(), need);
+}
+
+bool Broker::Allowed(const Conn& conn, const Directory& dir, int need) const {
+    return Allowed(conn, dir.owner_uid, dir.owner_gid, dir.mode, need);
+}
+
+bool Broker::Allowed(const Conn& conn, uid_t uid, gid_t gid, mode_t mode, int need) const {
     if (conn.uid == 0) return true;  // root passes, as on files
     int bits;
-    if (conn.uid == object.owner_uid()) {
-        bits = (object.mode() >> 6) & 7;
-    } else if (conn.gid == object.owner_gid() ||
-               std::find(conn.groups.begin(), conn.groups.end(), object.owner_gid()) !=
-                   conn.groups.end()) {
-        bits = (object.mode() >> 3) & 7;
+    if (conn.uid == uid) {
+        bits = (mode >> 6) & 7;
+    } else if (conn.gid == gid ||
+               std::find(conn.groups.begin(), conn.groups.end(), gid) != conn.groups.end()) {
+        bits = (mode >> 3) & 7;
     } else {
-        bits = object.mode() & 7;
+        bits = mode & 7;
     }
     return (need & ~bits) == 0;
 }
@@ -507,7 +537,7 @@ int Broker::OpenObject(Conn* conn, char* head) {
     std::string path;
     if (!NormalizePath(full.substr(0, q), &path)) return EINVAL;
     if (int bad = CheckObjectName(path); bad != 0) return bad;
-    if (IsPpsRoot(path) || tree_.IsDirectory(path)) return EISDIR;
+    if (tree_.IsDirectory(path)) return EISDIR;
     if (tree_.HasObjectAncestor(path)) return ENOTDIR;
 
     int accmode = flags & O_ACCMODE;
@@ -520,6 +550,13 @@ int Broker::OpenObject(Conn* conn, char* head) {
     bool created = false;
     if (object == nullptr) {
         if ((flags & O_CREAT) == 0 || require_server) return ENOENT;
+        // Creating needs the right to write the directory it goes in (or
+        // the closest one that exists, where its missing parents go).
+        const Directory* dir = tree_.FindDirectory(tree_.NearestDirectory(path));
+        if (!Allowed(*conn, *dir, kNeedWrite)) return EACCES;
+        for (const auto& made :
+             tree_.MakeParents(path, DirectoryFor(conn->uid, conn->gid, static_cast<mode_t>(mode))))
+            QueueDirectorySave(made);
         object = std::make_shared<Object>(path, conn->uid, conn->gid, mode);
         object->persistent = !options.nopersist && store_ != nullptr;
         tree_.Insert(object);
@@ -927,11 +964,33 @@ void Broker::QueueSave(Object* object) {
     save_queue_.push_back(std::move(owned));
 }
 
+void Broker::QueueDirectorySave(const std::string& path) {
+    if (!store_) return;
+    fresh_saves_ = true;
+    if (std::find(directory_saves_.begin(), directory_saves_.end(), path) == directory_saves_.end())
+        directory_saves_.push_back(path);
+}
+
 void Broker::SaveChanged(bool retry_now) {
-    if (save_queue_.empty()) return;
+    if (save_queue_.empty() && directory_saves_.empty()) return;
     auto now = std::chrono::steady_clock::now();
     if (!fresh_saves_ && !retry_now && now < retry_at_) return;
     fresh_saves_ = false;
+    // Directories first: an object stored without its directory's record
+    // would give that directory to the object's owner at the next start.
+    std::vector<std::string> unsaved;
+    for (auto& path : directory_saves_) {
+        const Directory* record = tree_.FindDirectory(path);
+        if (record == nullptr) continue;  // removed meanwhile
+        int code = store_->SaveDirectory(path, *record);
+        if (code == 0) continue;
+        if (code != directory_store_error_)
+            Log("cannot store directory " + path + ": " + std::strerror(code) + "; trying again");
+        directory_store_error_ = code;
+        unsaved.push_back(std::move(path));
+    }
+    if (unsaved.empty()) directory_store_error_ = 0;
+    directory_saves_ = std::move(unsaved);
     // What cannot be stored (a full disk) stays queued, is kept in memory
     // and tried again every kSaveRetryMs, and a writer asking for its write
     // to be confirmed is told the error meanwhile.

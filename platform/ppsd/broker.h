@@ -48,7 +48,12 @@
 // persistent object, stored; with the errno of the store (ENOSPC) when they
 // could not be stored. Such a write stays applied and queued, tried again
 // every second; only a broker stopped before it succeeds loses it (logged).
-// "stat" answers an object's owner, group and mode ("<uid> <gid> <octal>").
+// "stat" answers an object's owner, group and mode ("<uid> <gid> <octal>"),
+// a directory's followed by " dir".
+// Directories (object_store.h): creating an object needs write permission on
+// the directory it goes in; missing parents are made with DirectoryFor; "/"
+// and "/pps" are open to all, and only the owner of an object or an empty
+// directory (or root) removes it, as in /tmp.
 #pragma once
 
 #include <sys/types.h>
@@ -136,10 +141,15 @@ class Broker {
     // failed once their retry is due (or at once with `retry_now`).
     void SaveChanged(bool retry_now);
     void QueueSave(Object* object);
+    void QueueDirectorySave(const std::string& path);
+    // Removes an empty directory (unlink of a directory): 0 or errno.
+    int RemoveDirectory(const Conn& conn, const std::string& path);
     // Answers the handles that asked for their writes to be confirmed.
     void AnswerSyncs();
     Attachments* Attach(const std::shared_ptr<Object>& object);
     bool Allowed(const Conn& conn, const Object& object, int need) const;
+    bool Allowed(const Conn& conn, const Directory& dir, int need) const;
+    bool Allowed(const Conn& conn, uid_t uid, gid_t gid, mode_t mode, int need) const;
     void Log(const std::string& text) const;
 
     BrokerOptions options_;
@@ -153,7 +163,9 @@ class Broker {
     bool accept_paused_ = false;     // out of descriptors: not accepting until one frees
     std::unordered_map<Object*, std::unique_ptr<Attachments>> attachments_;
     std::vector<std::shared_ptr<Object>> save_queue_;
-    bool fresh_saves_ = false;  // something was queued since the last save pass
+    std::vector<std::string> directory_saves_;  // directories whose records are not stored yet
+    int directory_store_error_ = 0;             // errno of the last failed one, logged once
+    bool fresh_saves_ = false;                  // something was queued since the last save pass
     std::chrono::steady_clock::time_point retry_at_;
     std::vector<Conn*> sync_waiters_;
     std::vector<char> buffer_;  // one message in, NUL-terminated

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -24,6 +25,19 @@ constexpr const char* kTempSuffix = ".tmp";
 // The line after the path in the file of an object whose text is not
 // stored (no attribute line can look like it: it has no ':').
 constexpr const char* kNopersistLine = "nopersist";
+// The line after the path in a directory's file.
+constexpr const char* kDirectoryLine = "directory";
+
+std::string OwnerLines(uid_t uid, gid_t gid, mode_t mode, const std::string& path) {
+    char meta[96];
+    std::snprintf(meta, sizeof meta, "owner %u %u %o\n", static_cast<unsigned>(uid),
+                  static_cast<unsigned>(gid), static_cast<unsigned>(mode));
+    return std::string(kStoreMagic) + "\n" + meta + "path " + path + "\n";
+}
+
+bool IsPpsRoot(const std::string& path) {
+    return path == "/" || path == "/pps";
+}
 
 std::string LastComponent(const std::string& path) {
     size_t slash = path.rfind('/');
@@ -226,11 +240,63 @@ std::shared_ptr<Object> ObjectTree::Find(const std::string& path) const {
     return found == objects_.end() ? nullptr : found->second;
 }
 
-bool ObjectTree::IsDirectory(const std::string& path) const {
-    if (path == "/") return true;
-    std::string prefix = path + "/";
-    auto next = objects_.lower_bound(prefix);
-    return next != objects_.end() && next->first.compare(0, prefix.size(), prefix) == 0;
+const Directory* ObjectTree::FindDirectory(const std::string& path) const {
+    static const Directory kOpenToAll{0, 0, 01777};
+    if (IsPpsRoot(path)) return &kOpenToAll;
+    auto found = directories_.find(path);
+    return found == directories_.end() ? nullptr : &found->second;
+}
+
+std::string ObjectTree::NearestDirectory(const std::string& path) const {
+    std::string dir = path;
+    do {
+        size_t slash = dir.rfind('/');
+        dir.resize(slash == 0 || slash == std::string::npos ? 1 : slash);
+    } while (!IsDirectory(dir));
+    return dir;
+}
+
+std::vector<std::string> ObjectTree::MakeParents(const std::string& path, const Directory& record) {
+    std::vector<std::string> made;
+    for (size_t slash = path.find('/', 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1)) {
+        std::string dir = path.substr(0, slash);
+        if (IsDirectory(dir)) continue;
+        directories_[dir] = record;
+        made.push_back(std::move(dir));
+    }
+    return made;
+}
+
+void ObjectTree::InsertDirectory(const std::string& path, const Directory& record) {
+    directories_[path] = record;
+}
+
+void ObjectTree::EraseDirectory(const std::string& path) {
+    directories_.erase(path);
+}
+
+bool ObjectTree::HasEntriesUnder(const std::string& path) const {
+    std::string prefix = path == "/" ? "/" : path + "/";
+    auto under = [&](const auto& map) {
+        auto next = map.upper_bound(prefix);
+        return next != map.end() && next->first.compare(0, prefix.size(), prefix) == 0;
+    };
+    return under(objects_) || under(directories_);
+}
+
+std::vector<std::string> ObjectTree::AdoptMissingDirectories() {
+    std::vector<std::string> made;
+    for (const auto& [path, object] : objects_) {
+        auto more = MakeParents(
+            path, DirectoryFor(object->owner_uid(), object->owner_gid(), object->mode()));
+        made.insert(made.end(), more.begin(), more.end());
+    }
+    return made;
+}
+
+Directory DirectoryFor(uid_t uid, gid_t gid, mode_t object_mode) {
+    return Directory{uid, gid, static_cast<mode_t>(0755 | (object_mode & 020))};
 }
 
 bool ObjectTree::HasObjectAncestor(const std::string& path) const {
@@ -253,13 +319,17 @@ void ObjectTree::Erase(const std::string& path) {
 std::vector<std::string> ObjectTree::List(const std::string& dir) const {
     std::vector<std::string> entries;
     std::string prefix = dir == "/" ? "/" : dir + "/";
-    for (auto it = objects_.lower_bound(prefix); it != objects_.end(); ++it) {
-        if (it->first.compare(0, prefix.size(), prefix) != 0) break;
-        std::string rest = it->first.substr(prefix.size());
-        size_t slash = rest.find('/');
-        std::string entry = slash == std::string::npos ? rest : rest.substr(0, slash + 1);
-        if (entries.empty() || entries.back() != entry) entries.push_back(entry);
-    }
+    // Direct entries only: a name with a '/' after the prefix lies deeper.
+    auto collect = [&](const auto& map, const char* suffix) {
+        for (auto it = map.upper_bound(prefix); it != map.end(); ++it) {
+            if (it->first.compare(0, prefix.size(), prefix) != 0) break;
+            std::string rest = it->first.substr(prefix.size());
+            if (rest.find('/') == std::string::npos) entries.push_back(rest + suffix);
+        }
+    };
+    collect(objects_, "");
+    collect(directories_, "/");
+    std::sort(entries.begin(), entries.end());
     return entries;
 }
 
@@ -275,12 +345,8 @@ std::string ObjectStore::FileFor(const std::string& path) {
 }
 
 int ObjectStore::Save(Object& object) {
-    std::string text = std::string(kStoreMagic) + "\n";
-    char meta[96];
-    std::snprintf(meta, sizeof meta, "owner %u %u %o\n", static_cast<unsigned>(object.owner_uid()),
-                  static_cast<unsigned>(object.owner_gid()), static_cast<unsigned>(object.mode()));
-    text += meta;
-    text += "path " + object.path() + "\n";
+    std::string text =
+        OwnerLines(object.owner_uid(), object.owner_gid(), object.mode(), object.path());
     if (object.persistent) {
         // The object's text without its object line.
         const std::string& rendered = object.Render();
@@ -289,8 +355,21 @@ int ObjectStore::Save(Object& object) {
         text += kNopersistLine;
         text += "\n";
     }
+    int code = WriteFile(object.path(), text);
+    if (code != 0) return code;
+    object.dirty = false;
+    object.entry_stored = true;
+    object.store_error = 0;
+    return 0;
+}
 
-    std::string final_name = FileFor(object.path());
+int ObjectStore::SaveDirectory(const std::string& path, const Directory& record) {
+    return WriteFile(path, OwnerLines(record.owner_uid, record.owner_gid, record.mode, path) +
+                               kDirectoryLine + "\n");
+}
+
+int ObjectStore::WriteFile(const std::string& path, const std::string& text) {
+    std::string final_name = FileFor(path);
     std::string temp_name = final_name + kTempSuffix;
     int fd = ::open(temp_name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) return errno;
@@ -307,9 +386,6 @@ int ObjectStore::Save(Object& object) {
         ::unlink(temp_name.c_str());
         return saved != 0 ? saved : EIO;
     }
-    object.dirty = false;
-    object.entry_stored = true;
-    object.store_error = 0;
     return 0;
 }
 
@@ -378,6 +454,10 @@ size_t ObjectStore::LoadAll(ObjectTree* tree, std::vector<std::string>* problems
         // The object keeps the file it was found in.
         file_of_[path] = name;
         path_of_[name] = path;
+        if (lines.size() > 3 && lines[3] == kDirectoryLine) {
+            tree->InsertDirectory(path, Directory{uid, gid, static_cast<mode_t>(mode & 07777)});
+            continue;
+        }
         auto object = std::make_shared<Object>(path, uid, gid, mode);
         if (lines.size() > 3 && lines[3] == kNopersistLine) {
             object->persistent = false;  // its entry only, as it was stored

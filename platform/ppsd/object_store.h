@@ -1,14 +1,16 @@
-// The broker's objects: a tree of names (directories are implicit: a
-// directory exists while some object lies under it), each object a list of
-// attributes kept as the text lines they were written as, so an attribute
-// keeps its encoding and an unchanged object is never re-encoded.
+// The broker's objects: a tree of names, each object a list of attributes
+// kept as the text lines they were written as, so an attribute keeps its
+// encoding and an unchanged object is never re-encoded. Directories are
+// explicit: each has a record (owner, group, mode) made when something is
+// first created under it, kept until it is removed, stored like an object.
 //
 // Persistence: every object has one file in the store directory, named
 // after its path (escaped, or hashed when too long), holding its owner, mode,
 // path and text. A "nopersist" object's file holds no text, only the entry:
 // after a restart it is there, empty, with its owner and mode, so nobody
 // else can take its name (or create objects under it) before its owner
-// opens it again. A file is written to a temporary name and renamed over
+// opens it again. A directory's file holds its owner, mode and path and a
+// "directory" line. A file is written to a temporary name and renamed over
 // the old one, so a crash of the broker leaves either the old or the new object, never half of one.
 #pragma once
 
@@ -95,11 +97,33 @@ bool NormalizePath(std::string_view in, std::string* out);
 // line every reader parses).
 int CheckObjectName(std::string_view path);
 
+// A directory's record.
+struct Directory {
+    uid_t owner_uid = 0;
+    gid_t owner_gid = 0;
+    mode_t mode = 0;
+};
+
 class ObjectTree {
   public:
     std::shared_ptr<Object> Find(const std::string& path) const;
-    // A directory: some object lies under `path` (the root "/" always is).
-    bool IsDirectory(const std::string& path) const;
+    // The record of directory `path`, or null. "/" and "/pps" always exist:
+    // root's, open to all and sticky like /tmp (01777).
+    const Directory* FindDirectory(const std::string& path) const;
+    bool IsDirectory(const std::string& path) const { return FindDirectory(path) != nullptr; }
+    // The closest existing directory above `path` (its parent when that exists).
+    std::string NearestDirectory(const std::string& path) const;
+    // Makes every missing directory above `path` with this record; returns
+    // their paths, outermost first.
+    std::vector<std::string> MakeParents(const std::string& path, const Directory& record);
+    void InsertDirectory(const std::string& path, const Directory& record);
+    void EraseDirectory(const std::string& path);
+    // Whether an object or a directory lies under `path`.
+    bool HasEntriesUnder(const std::string& path) const;
+    // For a store written before directories had records: each missing
+    // directory above an object is made from the first object under it (in
+    // path order), as if that object had made it. Returns their paths.
+    std::vector<std::string> AdoptMissingDirectories();
     // An ancestor of `path` that is an object (then `path` cannot exist).
     bool HasObjectAncestor(const std::string& path) const;
     void Insert(std::shared_ptr<Object> object);
@@ -110,7 +134,13 @@ class ObjectTree {
 
   private:
     std::map<std::string, std::shared_ptr<Object>> objects_;
+    std::map<std::string, Directory> directories_;
 };
+
+// The record of a directory made for an object of `object_mode` by its
+// creator: 0755, and group-writable when the object is, so that the group
+// an object is made for may create beside it.
+Directory DirectoryFor(uid_t uid, gid_t gid, mode_t object_mode);
 
 // The store directory of persistent objects.
 class ObjectStore {
@@ -119,11 +149,13 @@ class ObjectStore {
     // Writes the object safely (temporary file, then rename): its entry, and
     // its text when it is persistent. 0 or errno.
     int Save(Object& object);
+    // Writes a directory's record the same way. 0 or errno.
+    int SaveDirectory(const std::string& path, const Directory& record);
     // Removes the stored copy, if any.
     void Remove(const std::string& path);
-    // Loads every stored object into `tree`, skipping leftover temporary
-    // files and files that do not parse (each reported in `problems`, left
-    // on disk for a look). Returns the number loaded.
+    // Loads every stored object and directory into `tree`, skipping leftover
+    // temporary files and files that do not parse (each reported in
+    // `problems`, left on disk for a look). Returns the number of objects loaded.
     size_t LoadAll(ObjectTree* tree, std::vector<std::string>* problems);
 
     // The object's file: the one it was loaded from, else its escaped path
@@ -131,6 +163,8 @@ class ObjectStore {
     std::string FileFor(const std::string& path);
 
   private:
+    int WriteFile(const std::string& path, const std::string& text);
+
     std::string dir_;
     std::unordered_map<std::string, std::string> file_of_;  // path -> file name
     std::unordered_map<std::string, std::string> path_of_;  // file name -> path

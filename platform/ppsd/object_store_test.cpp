@@ -1,6 +1,10 @@
 #include "platform/ppsd/object_store.h"
 
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -8,6 +12,7 @@
 #include <set>
 #include <sstream>
 
+#include "platform/pps/pps_client.h"
 #include "testsupport/child_process.h"
 
 namespace ppsd {
@@ -117,11 +122,12 @@ TEST(NormalizePath, Table) {
     }
 }
 
-TEST(ObjectTree, DirectoriesAreImplicit) {
+TEST(ObjectTree, ListsObjectsAndDirectories) {
     ObjectTree tree;
-    tree.Insert(std::make_shared<Object>("/pps/a/b/c", 0, 0, 0644));
-    tree.Insert(std::make_shared<Object>("/pps/a/d", 0, 0, 0644));
-    tree.Insert(std::make_shared<Object>("/pps/ab", 0, 0, 0644));
+    for (const char* path : {"/pps/a/b/c", "/pps/a/d", "/pps/ab"}) {
+        tree.MakeParents(path, Directory{0, 0, 0755});
+        tree.Insert(std::make_shared<Object>(path, 0, 0, 0644));
+    }
     EXPECT_TRUE(tree.IsDirectory("/pps/a"));
     EXPECT_TRUE(tree.IsDirectory("/pps/a/b"));
     EXPECT_FALSE(tree.IsDirectory("/pps/a/d"));
@@ -223,6 +229,83 @@ TEST(ObjectStore, EveryNameKeepsItsObjectAcrossARestart) {
         ASSERT_NE(object, nullptr) << path;
         EXPECT_EQ(object->size(), 1u) << path;
     }
+}
+
+// Directories through a real broker: their records (made by root, by
+// another user, and given to a store's directories that had none) survive
+// restarts, and creating in one needs the right to write it.
+TEST(BrokerDirectories, KeepTheirOwnersAcrossRestartsAndGuardCreation) {
+    if (::getuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+    rt::test::PpsBroker broker;
+    std::string socket_dir = broker.socket().substr(0, broker.socket().rfind('/'));
+    ::chmod(socket_dir.c_str(), 0711);  // other users may reach the socket
+    // As another user (nobody, also in root's group when asked): each
+    // (create or unlink, path) gives its errno (0: it went through).
+    auto as_nobody = [](bool in_root_group, bool unlink, const char* path) {
+        pid_t pid = ::fork();
+        if (pid == 0) {
+            gid_t root_group = 0;
+            if (::setgroups(in_root_group ? 1 : 0, &root_group) != 0 || ::setgid(65534) != 0 ||
+                ::setuid(65534) != 0)
+                ::_exit(255);
+            int fd = unlink ? pps_unlink(path) : pps_open(path, O_RDWR | O_CREAT, 0644);
+            ::_exit(fd < 0 ? errno : 0);
+        }
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    auto make = [](const char* path, mode_t mode) {
+        ::close(pps_open(path, O_RDWR | O_CREAT, mode));
+    };
+    make("/pps/d/cfg", 0660);  // group-writable: /pps/d lets root's group create too
+    make("/pps/d/sub/x", 0640);
+    make("/pps/empty/x", 0644);
+    ASSERT_EQ(pps_unlink("/pps/empty/x"), 0);
+    ASSERT_EQ(as_nobody(false, false, "/pps/n/own"), 0);
+    // An object of a store from before directory records, nobody's.
+    std::ofstream(broker.store() + "/%2Fpps%2Fold%2Fobj")
+        << "ppsd-object 1\nowner 65534 65534 664\npath /pps/old/obj\n";
+    broker.Restart();
+    // /pps/old was given a record and stored: it stays once empty.
+    ASSERT_EQ(pps_unlink("/pps/old/obj"), 0);
+    broker.Restart();
+
+    struct Dir {
+        const char* path;
+        uid_t owner;
+        mode_t mode;
+    } dirs[] = {
+        {"/pps", 0, 01777},      {"/pps/d", 0, 0775},     {"/pps/d/sub", 0, 0755},
+        {"/pps/empty", 0, 0755}, {"/pps/n", 65534, 0755}, {"/pps/old", 65534, 0775},
+    };
+    for (const Dir& dir : dirs) {
+        struct stat info {};
+        ASSERT_EQ(pps_stat(dir.path, &info), 0) << dir.path;
+        EXPECT_EQ(info.st_uid, dir.owner) << dir.path;
+        EXPECT_EQ(info.st_mode, S_IFDIR | dir.mode) << dir.path;
+    }
+    struct Try {
+        bool in_root_group, unlink;
+        const char* path;
+        int error;
+    } tries[] = {
+        {false, false, "/pps/d/x", EACCES},          // root's directory
+        {false, false, "/pps/d/sub/new/x", EACCES},  // nor below it
+        {true, false, "/pps/d/x", 0},                // root's group may: /pps/d is 0775
+        {true, false, "/pps/d/sub/x2", EACCES},      // /pps/d/sub is 0755
+        {false, false, "/pps/n/x", 0},               // its own directory
+        {false, false, "/pps/old/x", 0},             // given to it from the older store
+        {false, false, "/pps/new/x", 0},             // /pps is open to all
+        {false, true, "/pps/empty", EPERM},          // as in /tmp: only its owner removes it
+        {false, true, "/pps/n", ENOTEMPTY},
+        {false, true, "/pps/new/x", 0},
+        {false, true, "/pps/new", 0},
+    };
+    for (const Try& t : tries)
+        EXPECT_EQ(as_nobody(t.in_root_group, t.unlink, t.path), t.error)
+            << t.path << (t.unlink ? " unlink" : " create") << (t.in_root_group ? " in group" : "");
+    EXPECT_FALSE(pps_exists("/pps/new"));
 }
 
 }  // namespace
