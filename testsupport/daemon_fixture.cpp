@@ -119,7 +119,7 @@ bool DaemonFixture::Start() {
     std::vector<std::string> env{"SLOGF_STDERR=1", broker_->env()};
     env.insert(env.end(), options_.env.begin(), options_.env.end());
     daemon_ = std::make_unique<ChildProcess>(argv, env);
-    started_ = daemon_->WaitForStderr(kStartedLine, options_.start_timeout_ms);
+    started_ = daemon_->WaitForStderr(kStartedLine);
     return started_;
 }
 
@@ -163,10 +163,6 @@ std::string DaemonFixture::Request(const std::string& msg, const std::string& id
                                    const std::optional<std::string>& dat, int timeout_ms) {
     std::string text = "msg::" + msg + "\nid::" + id + "\n";
     if (dat) text += "dat::" + *dat + "\n";
-    return RequestRaw(text, timeout_ms);
-}
-
-std::string DaemonFixture::RequestRaw(const std::string& text, int timeout_ms) {
     PpsClientConnection control(kControlObject, O_RDWR);
     if (!control.ok() || !control.Write(text)) return "";
     // Anything but a reply (res) is not ours to return; keep waiting.

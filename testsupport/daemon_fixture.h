@@ -66,7 +66,6 @@ struct DaemonOptions {
     std::vector<std::string> args;
     // Start the daemon in the constructor and wait for kStartedLine.
     bool start = true;
-    int start_timeout_ms = kEventTimeoutMs;
 };
 
 // A client connection to one PPS object, kept open between calls.
@@ -117,8 +116,6 @@ class DaemonFixture {
     std::string Request(const std::string& msg, const std::string& id,
                         const std::optional<std::string>& dat = std::nullopt,
                         int timeout_ms = kEventTimeoutMs);
-    // The same with the request's attribute lines written as given.
-    std::string RequestRaw(const std::string& text, int timeout_ms = kEventTimeoutMs);
     // The object's current text ("" when it cannot be opened).
     std::string ReadObject(const std::string& path);
     // Whether `path` comes to hold `needle` within the event time-out.

@@ -87,19 +87,10 @@ DiagCaptureBuilder& DiagCaptureBuilder::LogWithBadCrc(uint16_t code,
     return *this;
 }
 
-DiagCaptureBuilder& DiagCaptureBuilder::Record(const std::vector<uint8_t>& record) {
-    return Frame(DiagLogPacketBody(record));
-}
-
 DiagCaptureBuilder& DiagCaptureBuilder::Frame(const std::vector<uint8_t>& body) {
     auto framed = DiagHdlcFrame(body);
     bytes_.insert(bytes_.end(), framed.begin(), framed.end());
     ++frames_;
-    return *this;
-}
-
-DiagCaptureBuilder& DiagCaptureBuilder::Raw(const std::vector<uint8_t>& bytes) {
-    bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
     return *this;
 }
 

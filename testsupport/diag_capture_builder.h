@@ -37,12 +37,8 @@ class DiagCaptureBuilder {
     // The same frame with its CRC's first byte flipped.
     DiagCaptureBuilder& LogWithBadCrc(uint16_t code, const std::vector<uint8_t>& payload,
                                       uint64_t timestamp = 0);
-    // A whole record given as bytes (for packets with odd length words).
-    DiagCaptureBuilder& Record(const std::vector<uint8_t>& record);
     // Any frame body, framed with a good CRC.
     DiagCaptureBuilder& Frame(const std::vector<uint8_t>& body);
-    // Bytes as they are, unframed (garbage, cut frames, stray flags).
-    DiagCaptureBuilder& Raw(const std::vector<uint8_t>& bytes);
 
     const std::vector<uint8_t>& bytes() const { return bytes_; }
     size_t frames() const { return frames_; }

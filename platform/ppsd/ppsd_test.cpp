@@ -116,18 +116,6 @@ struct PpsdWithOptions {
 
 // --- opening -------------------------------------------------------------
 
-TEST_F(PpsdTest, PlainOpenDeliversWholeObjectThenReadsDoNotBlock) {
-    int w = Open("/pps/t/obj", O_RDWR | O_CREAT);
-    ASSERT_GE(w, 0) << std::strerror(errno);
-    ASSERT_TRUE(Write(w, "a::1\nb:n:2\n"));
-    int r = Open("/pps/t/obj", O_RDONLY);
-    ASSERT_GE(r, 0);
-    EXPECT_EQ(ReadMsg(r).value_or(""), "@obj\na::1\nb:n:2\n");
-    EXPECT_TRUE(NothingPending(r));
-    ::close(r);
-    ::close(w);
-}
-
 TEST_F(PpsdTest, OpenErrorsAreThoseOfFiles) {
     int made = Open("/pps/dir/obj", O_RDWR | O_CREAT);
     ASSERT_GE(made, 0);
@@ -154,9 +142,6 @@ TEST_F(PpsdTest, OpenErrorsAreThoseOfFiles) {
 TEST_F(PpsdTest, ExistsAndUnlinkIgnoreOptions) {
     int fd = Open("/pps/u/obj?nopersist", O_RDWR | O_CREAT);
     ASSERT_GE(fd, 0);
-    EXPECT_TRUE(pps_exists("/pps/u/obj?delta"));
-    EXPECT_TRUE(pps_exists("/pps/u"));
-    EXPECT_FALSE(pps_exists("/pps/u/other"));
     EXPECT_EQ(pps_unlink("/pps/u/obj?delta"), 0);
     EXPECT_FALSE(pps_exists("/pps/u/obj"));
     errno = 0;
@@ -173,7 +158,9 @@ TEST_F(PpsdTest, NoBrokerIsAnOpenError) {
     ::setenv("PPS_SOCKET", broker_.socket().c_str(), 1);
 }
 
-TEST_F(PpsdTest, TruncateEmptiesAndTellsReaders) {
+// Both ways of emptying an object, an O_TRUNC open and the close of its
+// "critical" handle, tell delta readers with a truncation line.
+TEST_F(PpsdTest, TruncateAndCriticalCloseEmptyTheObjectAndTellReaders) {
     int w = Open("/pps/t/tr", O_RDWR | O_CREAT);
     ASSERT_TRUE(Write(w, "a::1\n"));
     int d = Open("/pps/t/tr?delta", O_RDONLY);
@@ -182,9 +169,17 @@ TEST_F(PpsdTest, TruncateEmptiesAndTellsReaders) {
     ASSERT_GE(t, 0);
     EXPECT_EQ(ReadMsg(d).value_or(""), "#@tr\n");
     EXPECT_EQ(ReadMsg(t).value_or(""), "@tr\n");
-    ::close(t);
+    for (int fd : {t, d, w}) ::close(fd);
+
+    int owner = Open("/pps/t/status?nopersist,critical", O_RDWR | O_CREAT | O_TRUNC, 0640);
+    ASSERT_GE(owner, 0);
+    ASSERT_TRUE(Write(owner, "rrc_state::CELL_DCH\n"));
+    d = Open("/pps/t/status?delta", O_RDONLY);
+    EXPECT_EQ(ReadMsg(d).value_or(""), "@status\nrrc_state::CELL_DCH\n");
+    ::close(owner);
+    EXPECT_EQ(ReadMsg(d).value_or(""), "#@status\n");
+    EXPECT_EQ(ReadWhole("/pps/t/status"), "@status\n");
     ::close(d);
-    ::close(w);
 }
 
 // --- delta and wait --------------------------------------------------------
@@ -233,28 +228,6 @@ TEST_F(PpsdTest, AReaderGoneUnnoticedDoesNotDisturbTheOthers) {
     ::close(readers[1]);
     ::close(readers[2]);
     ::close(w);
-}
-
-TEST_F(PpsdTest, WriteJustBeforeCloseIsKeptWithTheCopyUnread) {
-    for (int i = 0; i < 20; ++i) {
-        int fd = Open("/pps/t/last", O_RDWR | O_CREAT);  // its copy is never read
-        ASSERT_GE(fd, 0);
-        ASSERT_TRUE(Write(fd, "n:n:" + std::to_string(i) + "\n"));
-        ::close(fd);
-        EXPECT_EQ(ReadWhole("/pps/t/last"), "@last\nn:n:" + std::to_string(i) + "\n");
-    }
-}
-
-TEST_F(PpsdTest, AHandleDoesNotGetItsOwnWritesBack) {
-    int a = Open("/pps/t/echo?delta", O_RDWR | O_CREAT);
-    int b = Open("/pps/t/echo?delta", O_RDWR);
-    EXPECT_EQ(ReadMsg(a).value_or(""), "@echo\n");
-    EXPECT_EQ(ReadMsg(b).value_or(""), "@echo\n");
-    ASSERT_TRUE(Write(a, "x::1\n"));
-    EXPECT_EQ(ReadMsg(b).value_or(""), "@echo\nx::1\n");
-    EXPECT_TRUE(NothingPending(a));
-    ::close(a);
-    ::close(b);
 }
 
 // The daemon deletes ens_value right after opening diag/config: the first
@@ -317,19 +290,6 @@ TEST_F(PpsdTest, FirstReadRuleKeepsToTheHandleItWasOpenedFor) {
     ::close(pair[1]);
 }
 
-TEST_F(PpsdTest, DeltaReaderSeesAChangeMadeByAnotherProcess) {
-    int d = Open("/pps/t/shared?delta", O_RDONLY | O_CREAT);
-    ASSERT_GE(d, 0);
-    EXPECT_EQ(ReadMsg(d).value_or(""), "@shared\n");
-    pid_t child = Fork([] {
-        int fd = pps_open("/pps/t/shared", O_WRONLY);
-        return fd >= 0 && ::write(fd, "from::child\n", 12) == 12 ? 0 : 1;
-    });
-    EXPECT_EQ(Reap(child), 0);
-    EXPECT_EQ(ReadMsg(d).value_or(""), "@shared\nfrom::child\n");
-    ::close(d);
-}
-
 TEST_F(PpsdTest, WaitReadBlocksUntilAWrite) {
     int made = Open("/pps/t/w", O_RDWR | O_CREAT);
     ASSERT_GE(made, 0);
@@ -360,18 +320,6 @@ TEST_F(PpsdTest, WaitReadBlocksUntilAWrite) {
     for (int fd : {ready[0], ready[1], result[0], result[1], made}) ::close(fd);
 }
 
-TEST_F(PpsdTest, CriticalHandleClosingDropsTheAttributes) {
-    int owner = Open("/pps/t/status?nopersist,critical", O_RDWR | O_CREAT | O_TRUNC, 0640);
-    ASSERT_GE(owner, 0);
-    ASSERT_TRUE(Write(owner, "rrc_state::CELL_DCH\n"));
-    int d = Open("/pps/t/status?delta", O_RDONLY);
-    EXPECT_EQ(ReadMsg(d).value_or(""), "@status\nrrc_state::CELL_DCH\n");
-    ::close(owner);
-    EXPECT_EQ(ReadMsg(d).value_or(""), "#@status\n");
-    EXPECT_EQ(ReadWhole("/pps/t/status"), "@status\n");
-    ::close(d);
-}
-
 // --- server objects ----------------------------------------------------------
 
 std::string ConnectPrefix(const std::string& name, int id, pid_t pid, uid_t uid, gid_t gid) {
@@ -379,7 +327,7 @@ std::string ConnectPrefix(const std::string& name, int id, pid_t pid, uid_t uid,
            std::to_string(uid) + ".g" + std::to_string(gid);
 }
 
-TEST_F(PpsdTest, ServerRoutesToOneClientAndToAll) {
+TEST_F(PpsdTest, ServerRoutesToOneClientAndToAllAndClientsCannotSpoof) {
     int server = Open("/pps/s/control?server", O_RDWR | O_CREAT | O_TRUNC);
     ASSERT_GE(server, 0);
     int c1 = Open("/pps/s/control", O_RDWR);
@@ -393,6 +341,29 @@ TEST_F(PpsdTest, ServerRoutesToOneClientAndToAll) {
     EXPECT_EQ(l2.rfind(ConnectPrefix("control", 2, ::getpid(), ::getuid(), ::getgid()), 0), 0u)
         << l2;
     EXPECT_TRUE(NothingPending(c1)) << "a client gets no object at open";
+
+    // A client's message reaches the server only as that client's attribute
+    // lines: object, connect, disconnect and truncation lines inside it are
+    // dropped, wherever they stand.
+    struct Case {
+        const char* name;
+        std::string written;
+        std::string seen;
+    };
+    const std::vector<Case> cases = {
+        {"object line after an attribute", "x::y\n@control.2\nmsg::radiostats\nid::spoof2\n",
+         "@control.1\nx::y\nmsg::radiostats\nid::spoof2\n"},
+        {"forged connect", "+@control.7.n0.p1.u0.g0\nmsg::a\n", "@control.1\nmsg::a\n"},
+        {"forged disconnect", "msg::a\n-@control.2\n", "@control.1\nmsg::a\n"},
+        {"forged truncation", "#@control\nmsg::a\n", "@control.1\nmsg::a\n"},
+        {"attribute deletion passes", "-old\nmsg::a\n", "@control.1\n-old\nmsg::a\n"},
+        {"text after a NUL", std::string("msg::a\n\0@control.2\nid::9\n", 25),
+         "@control.1\nmsg::a\n"},
+    };
+    for (const Case& c : cases) {
+        ASSERT_TRUE(Write(c1, c.written)) << c.name;
+        EXPECT_EQ(ReadMsg(server).value_or("<none>"), c.seen) << c.name;
+    }
 
     ASSERT_TRUE(Write(c2, "@control\nmsg::radiostats\nid::17\n"));
     EXPECT_EQ(ReadMsg(server).value_or(""), "@control.2\nmsg::radiostats\nid::17\n");
@@ -415,42 +386,6 @@ TEST_F(PpsdTest, ServerRoutesToOneClientAndToAll) {
     // Client writes reach no attribute of the object.
     EXPECT_TRUE(NothingPending(server));
     ::close(c1);
-    ::close(server);
-}
-
-// A client's message reaches the server only as that client's attribute
-// lines: object, connect, disconnect and truncation lines inside it are
-// dropped, wherever they stand.
-TEST_F(PpsdTest, ClientCannotSpeakAsAnotherClient) {
-    struct Case {
-        const char* name;
-        std::string written;
-        std::string seen;
-    };
-    const std::vector<Case> cases = {
-        {"object line after an attribute", "x::y\n@control.2\nmsg::radiostats\nid::spoof2\n",
-         "@control.1\nx::y\nmsg::radiostats\nid::spoof2\n"},
-        {"forged connect", "+@control.7.n0.p1.u0.g0\nmsg::a\n", "@control.1\nmsg::a\n"},
-        {"forged disconnect", "msg::a\n-@control.2\n", "@control.1\nmsg::a\n"},
-        {"forged truncation", "#@control\nmsg::a\n", "@control.1\nmsg::a\n"},
-        {"attribute deletion passes", "-old\nmsg::a\n", "@control.1\n-old\nmsg::a\n"},
-        {"text after a NUL", std::string("msg::a\n\0@control.2\nid::9\n", 25),
-         "@control.1\nmsg::a\n"},
-    };
-    int server = Open("/pps/s/control?server", O_RDWR | O_CREAT | O_TRUNC);
-    ASSERT_GE(server, 0);
-    int c1 = Open("/pps/s/control", O_RDWR);
-    int c2 = Open("/pps/s/control", O_RDWR);
-    ASSERT_GE(c1, 0);
-    ASSERT_GE(c2, 0);
-    ReadMsg(server);  // the two connect lines
-    ReadMsg(server);
-    for (const Case& c : cases) {
-        ASSERT_TRUE(Write(c1, c.written)) << c.name;
-        EXPECT_EQ(ReadMsg(server).value_or("<none>"), c.seen) << c.name;
-    }
-    ::close(c1);
-    ::close(c2);
     ::close(server);
 }
 
@@ -600,83 +535,53 @@ TEST_F(PpsdTest, BrokerExitsZeroOnSigtermAndRemovesItsSocket) {
 
 // --- access ----------------------------------------------------------------------
 
-// A user who may only read an object cannot change it through open options,
-// nor remove an object that is not its own (even one everybody may write).
-TEST_F(PpsdTest, OnlyWritersChangeAndOnlyOwnersUnlink) {
-    if (::getuid() != 0) GTEST_SKIP() << "needs root to act as another user";
-    int shared = Open("/pps/p/shared", O_RDWR | O_CREAT, 0644);
-    int open_to_all = Open("/pps/p/control", O_RDWR | O_CREAT, 0666);
-    ASSERT_GE(shared, 0);
-    ASSERT_GE(open_to_all, 0);
-    ASSERT_TRUE(Write(shared, "keep::me\n"));
-    ASSERT_EQ(ReadWhole("/pps/p/shared"), "@shared\nkeep::me\n");
+// Modes and owners as on files: a user who may only read an object cannot
+// write it, nor change it through open options, nor remove an object not
+// its own (even one everybody may write); root passes whatever the mode.
+TEST_F(PpsdTest, ModesAndOwnersDecideWhoMayDoWhat) {
+    int zero = Open("/pps/a/zero", O_RDWR | O_CREAT, 0);
+    ASSERT_GE(zero, 0);
+    int again = Open("/pps/a/zero", O_RDONLY);
+    if (::getuid() != 0) {
+        EXPECT_EQ(again, -1);
+        EXPECT_EQ(errno, EACCES);
+        GTEST_SKIP() << "needs root to act as another user";
+    }
+    EXPECT_GE(again, 0) << "root passes";
+    std::vector<int> fds{zero, again, Open("/pps/a/private", O_RDWR | O_CREAT, 0600),
+                         Open("/pps/a/shared", O_RDWR | O_CREAT, 0644),
+                         Open("/pps/a/control", O_RDWR | O_CREAT, 0666)};
+    ASSERT_TRUE(Write(fds[3], "keep::me\n"));
+    ASSERT_EQ(ReadWhole("/pps/a/shared"), "@shared\nkeep::me\n");
     OpenSocketDirToAll(broker_);
     pid_t child = Fork([] {
-        if (!BecomeNobody()) return 10;
+        if (!BecomeNobody()) return 100;
+        int readable = pps_open("/pps/a/shared", O_RDONLY);  // reading is allowed
+        if (readable < 0) return 99;
+        ::close(readable);
         struct Case {
             const char* path;
             int flags;
-            int error;
+        } const refused[] = {
+            {"/pps/a/private", O_RDONLY},
+            {"/pps/a/shared", O_WRONLY},
+            {"/pps/a/shared", O_RDWR},
+            {"/pps/a/shared?critical", O_RDONLY},
+            {"/pps/a/shared?nopersist", O_RDONLY},
+            {"/pps/a/shared", O_RDONLY | O_TRUNC},
         };
-        const Case cases[] = {
-            {"/pps/p/shared?critical", O_RDONLY, EACCES},
-            {"/pps/p/shared?nopersist", O_RDONLY, EACCES},
-            {"/pps/p/shared", O_RDONLY | O_TRUNC, EACCES},
-        };
-        int failures = 0;
-        for (const Case& c : cases)
-            if (pps_open(c.path, c.flags) != -1 || errno != c.error) failures |= 1;
-        int plain = pps_open("/pps/p/shared", O_RDONLY);  // reading is still allowed
-        if (plain < 0) failures |= 2;
-        ::close(plain);
-        if (pps_unlink("/pps/p/control") != -1 || errno != EPERM) failures |= 4;
-        return failures;
+        for (size_t i = 0; i < std::size(refused); ++i)
+            if (pps_open(refused[i].path, refused[i].flags) != -1 || errno != EACCES)
+                return 1 + int(i);
+        if (pps_unlink("/pps/a/shared") != -1 || errno != EACCES) return 20;
+        if (pps_unlink("/pps/a/control") != -1 || errno != EPERM) return 21;
+        // An object of its own is its to use.
+        return pps_open("/pps/mine", O_RDWR | O_CREAT, 0600) >= 0 ? 0 : 22;  // /pps is open to all
     });
     EXPECT_EQ(Reap(child), 0);
-    EXPECT_EQ(ReadWhole("/pps/p/shared"), "@shared\nkeep::me\n");
-    EXPECT_TRUE(pps_exists("/pps/p/control"));
-    EXPECT_EQ(pps_unlink("/pps/p/control"), 0) << "its owner may";
-    ::close(shared);
-    ::close(open_to_all);
-}
-
-TEST_F(PpsdTest, ModeThatForbidsAClientIsRefusedWithEacces) {
-    int priv = Open("/pps/a/private", O_RDWR | O_CREAT, 0600);
-    int ro = Open("/pps/a/readonly", O_RDWR | O_CREAT, 0644);
-    ASSERT_GE(priv, 0);
-    ASSERT_GE(ro, 0);
-    if (::getuid() == 0) {
-        // Root passes whatever the mode, as on files.
-        int zero = Open("/pps/a/zero", O_RDWR | O_CREAT, 0);
-        ::close(zero);
-        int again = Open("/pps/a/zero", O_RDWR);
-        EXPECT_GE(again, 0);
-        ::close(again);
-        OpenSocketDirToAll(broker_);
-        pid_t child = Fork([] {
-            if (!BecomeNobody()) return 10;
-            int readable = pps_open("/pps/a/readonly", O_RDONLY);  // the broker is reachable
-            if (readable < 0) return 4;
-            ::close(readable);
-            if (pps_open("/pps/a/private", O_RDONLY) != -1 || errno != EACCES) return 1;
-            if (pps_open("/pps/a/readonly", O_WRONLY) != -1 || errno != EACCES) return 2;
-            if (pps_open("/pps/a/readonly", O_RDWR) != -1 || errno != EACCES) return 3;
-            if (pps_unlink("/pps/a/readonly") != -1 || errno != EACCES) return 5;
-            // A nobody-owned object of its own is nobody's to use.
-            int own = pps_open("/pps/mine", O_RDWR | O_CREAT, 0600);  // /pps is open to all
-            return own >= 0 ? 0 : 6;
-        });
-        EXPECT_EQ(Reap(child), 0);
-    } else {
-        int zero = Open("/pps/a/zero", O_RDWR | O_CREAT, 0);
-        ASSERT_GE(zero, 0);
-        errno = 0;
-        EXPECT_EQ(Open("/pps/a/zero", O_RDONLY), -1);
-        EXPECT_EQ(errno, EACCES);
-        ::close(zero);
-    }
-    ::close(priv);
-    ::close(ro);
+    EXPECT_EQ(ReadWhole("/pps/a/shared"), "@shared\nkeep::me\n");
+    EXPECT_EQ(pps_unlink("/pps/a/control"), 0) << "its owner may";
+    for (int fd : fds) ::close(fd);
 }
 
 // --- bounded queues ----------------------------------------------------------

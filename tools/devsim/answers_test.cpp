@@ -71,14 +71,6 @@ TEST(OmadmTest, DelayAndUnknownRequest) {
                 ElementsAre("err:n:22"));
 }
 
-TEST(ConnectionServiceTest, GetAnswersTheApnInForce) {
-    devsim::Answer answer = devsim::AnswerConnectionService(
-        devsim::DefaultScenario(),
-        MakeRequest("get_apn_setting", R"({"name":"internet"})", "json"));
-    EXPECT_THAT(answer.lines, ElementsAre(R"(dat:json:{"APN":"vzwinternet","name":"internet"})"));
-    EXPECT_TRUE(answer.patch.is_null());
-}
-
 TEST(ConnectionServiceTest, SetChangesServiceStatusAndOmadmTogether) {
     json state = devsim::DefaultScenario();
     devsim::Answer set = devsim::AnswerConnectionService(
@@ -127,16 +119,6 @@ INSTANTIATE_TEST_SUITE_P(
         RefusalCase{"dat_not_json", "{}", "get_apn_setting", "{name", "err:n:22"},
         RefusalCase{"unknown_request", "{}", "drop_apn", R"({"name":"internet"})", "err:n:22"}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST(RadioControlTest, TakesASettingAfterItsDelay) {
-    devsim::Answer answer = devsim::AnswerRadioControl(
-        devsim::DefaultScenario(),
-        MakeRequest("configure_rats", R"({"enabled_technologies":16})", "json"));
-    EXPECT_THAT(answer.lines, ElementsAre());
-    EXPECT_EQ(answer.delay_ms, 0);  // answered at once
-    EXPECT_EQ(answer.patch, json::parse(R"({"status_persistent":{"enabled_technologies":16}})"));
-    EXPECT_EQ(answer.patch_delay_ms, 200);
-}
 
 TEST(RadioControlTest, RefusesListedSettingsAndBadRequests) {
     json state = Scenario(R"({"radio_control": {"refuse": [4, 8], "refuse_err": 13}})");

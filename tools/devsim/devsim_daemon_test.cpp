@@ -1,11 +1,8 @@
 // radio_tavora with devsim as the rest of the phone (the test fixture's
 // default): the daemon's requests reach devsim and its answers come back.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
-#include <thread>
 
 #include "testsupport/daemon_fixture.h"
 
@@ -13,11 +10,6 @@ namespace {
 
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
-using ::testing::HasSubstr;
-
-bool ObjectHolds(DaemonFixture& fixture, const char* path, const std::string& needle) {
-    return fixture.ObjectHolds(path, needle);
-}
 
 struct MenuCase {
     const char* name;
@@ -50,8 +42,8 @@ TEST_P(DevsimDaemonTest, MenuChoiceReachesRadioControl) {
     std::string request = "msg::configure_rats id::3323 dat:json:{\"enabled_technologies\":" +
                           std::to_string(c.sent) + "}";
     ASSERT_TRUE(fixture.devsim().WaitForStderr(request)) << fixture.devsim().Stderr();
-    EXPECT_TRUE(ObjectHolds(fixture, rt::test::kStatusPersistentObject,
-                            "{\"enabled_technologies\":" + std::to_string(c.sent) + "}"));
+    EXPECT_TRUE(fixture.ObjectHolds(rt::test::kStatusPersistentObject,
+                                    "{\"enabled_technologies\":" + std::to_string(c.sent) + "}"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -60,18 +52,5 @@ INSTANTIATE_TEST_SUITE_P(
                       MenuCase{"cdma_evdo_lte_takes_cdma_evdo", "0x53c0f9e4", "CDMA+EVDO", 12},
                       MenuCase{"wcdma_only_never_sends_lte", "0x51c0f9e4", "LTE_ONLY", -1}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST(DevsimFixtureTest, ScenarioPatchAndOmadmOption) {
-    DaemonOptions options;
-    options.create_omadm_control = true;
-    options.devsim_scenario = R"({"pdns": {"carrier_apps": {"connected": true}}})";
-    DaemonFixture fixture(options);
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    EXPECT_THAT(fixture.devsim().Stderr(), HasSubstr("serving /pps/services/omadm/radio/control"));
-    EXPECT_THAT(fixture.ReadObject("/pps/services/cds/vesta/status"),
-                HasSubstr(R"(carrier_apps:json:{"apn":"vzwapp","connected":true)"));
-    // The daemon opened the OMA-DM control object as devsim's client.
-    EXPECT_THAT(fixture.daemon().Stderr(), ::testing::Not(HasSubstr("setupContext")));
-}
 
 }  // namespace

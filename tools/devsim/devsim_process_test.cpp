@@ -114,28 +114,6 @@ TEST_F(DevsimProcessTest, AnswersLeafRequestsFromAShellAndLogsThem) {
     EXPECT_THAT(err_reply, Not(HasSubstr("dat")));
 }
 
-TEST_F(DevsimProcessTest, AnswersTheDaemonsOwnConnection) {
-    // The daemon keeps one ?wait handle and reads each answer after its request.
-    StartDevsim();
-    int fd = pps_open((std::string(kOmadm) + "?wait").c_str(), O_RDWR);
-    ASSERT_GE(fd, 0);
-    for (const char* node : {"Id", "Ip", "Enabled", "Timer", "Name"}) {
-        std::string request = std::string(
-                                  "msg::get_leaf_node\nid::3323\ndat::./ManagedObjects/"
-                                  "ConnMO/LTE/APN/1/Setting/") +
-                              node + "\n";
-        ASSERT_EQ(::write(fd, request.data(), request.size()),
-                  static_cast<ssize_t>(request.size()));
-        pollfd entry{fd, POLLIN, 0};
-        ASSERT_EQ(::poll(&entry, 1, 3000), 1) << node;
-        char buffer[4096] = {};
-        ASSERT_GT(::read(fd, buffer, sizeof buffer - 1), 0);
-        EXPECT_THAT(buffer, HasSubstr("@control\n")) << node;
-        EXPECT_THAT(buffer, HasSubstr("dat:json:{\"value\":")) << node;
-    }
-    ::close(fd);
-}
-
 TEST_F(DevsimProcessTest, ConfigureRatsReachesPersistentStatusAfterItsDelay) {
     StartDevsim(R"({"radio_control": {"delay_ms": 300, "refuse": [4]}})");
     auto begin = std::chrono::steady_clock::now();

@@ -7,28 +7,6 @@
 
 namespace {
 
-TEST(RequestTest, ParsesClientMessageAndDat) {
-    std::optional<devsim::Request> request = devsim::ParseRequest(
-        "@control.12\nmsg::set_apn_setting\nid::3323\n"
-        "dat:json:{\"name\":\"internet\",\"APN\":\"a\"}\n");
-    ASSERT_TRUE(request.has_value());
-    EXPECT_EQ(request->object, "control.12");
-    EXPECT_EQ(request->client_id, 12u);
-    EXPECT_EQ(request->msg, "set_apn_setting");
-    EXPECT_EQ(request->id, "3323");
-    EXPECT_EQ(request->dat_json["APN"], "a");
-    EXPECT_EQ(request->summary,
-              "msg::set_apn_setting id::3323 dat:json:{\"name\":\"internet\",\"APN\":\"a\"}");
-}
-
-TEST(RequestTest, ReplyGoesToThatClientOnly) {
-    std::optional<devsim::Request> request =
-        devsim::ParseRequest("@control?server.3\nmsg::get_leaf_node\nid::7\ndat::x\n");
-    ASSERT_TRUE(request.has_value());
-    EXPECT_EQ(devsim::RenderReply(*request, {"err:n:2"}),
-              "@control?server.3\nres::get_leaf_node\nid::7\nerr:n:2\n");
-}
-
 struct NotARequestCase {
     const char* name;
     std::string text;

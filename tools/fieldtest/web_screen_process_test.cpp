@@ -36,7 +36,8 @@ using Json = nlohmann::json;
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
 
-int FreePort() {
+// A TCP socket bound to a free port of the loopback, which `*port` names.
+int BoundLoopbackSocket(int* port) {
     int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
@@ -44,8 +45,14 @@ int FreePort() {
     socklen_t size = sizeof addr;
     ::bind(fd, reinterpret_cast<sockaddr*>(&addr), size);
     ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &size);
-    ::close(fd);
-    return ntohs(addr.sin_port);
+    *port = ntohs(addr.sin_port);
+    return fd;
+}
+
+int FreePort() {
+    int port = 0;
+    ::close(BoundLoopbackSocket(&port));
+    return port;
 }
 
 // A TCP connection to the screen from a loopback address of the test's
@@ -216,6 +223,15 @@ TEST_F(WebScreenProcess, PageAndReportsAreServed) {
     ASSERT_TRUE(csv);
     EXPECT_EQ(csv->body.rfind("time,report,attribute,value\n", 0), 0u);
     EXPECT_NE(csv->body.find(",lteopinfo,lte_pci,87\n"), std::string::npos);
+
+    // The event stream carries the same report, and the health of both sides.
+    bool lte_event = false, health = false;
+    EXPECT_TRUE(serve_->Events([&](const std::string& event, const Json& data) {
+        if (event == "report" && data["report"] == "lteopinfo" && data["values"]["lte_pci"] == 87)
+            lte_event = true;
+        if (event == "health" && data["broker"] == true && data["daemon"] == true) health = true;
+        return lte_event && health;
+    }));
 }
 
 TEST_F(WebScreenProcess, SettingsAreCheckedThenWritten) {
@@ -268,18 +284,6 @@ TEST_F(WebScreenProcess, SettingsAreCheckedThenWritten) {
     auto interval = client.Post("/api/interval", R"({"seconds": 0.1})", "application/json");
     ASSERT_TRUE(interval);
     EXPECT_EQ(interval->status, 400);
-}
-
-TEST_F(WebScreenProcess, EventStreamCarriesReportsAndHealth) {
-    StartAll();
-    ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));
-    bool lte = false, health = false;
-    EXPECT_TRUE(serve_->Events([&](const std::string& event, const Json& data) {
-        if (event == "report" && data["report"] == "lteopinfo" && data["values"]["lte_pci"] == 87)
-            lte = true;
-        if (event == "health" && data["broker"] == true && data["daemon"] == true) health = true;
-        return lte && health;
-    }));
 }
 
 // The daemon comes and goes, then the broker: the page is told each time,
@@ -552,15 +556,10 @@ TEST_F(WebScreenProcess, SamplesCarryTheGpsdTrackInOrder) {
 }
 
 TEST(WebScreenServe, TakenPortIsAClearError) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof addr;
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), size), 0);
+    int port = 0;
+    int fd = BoundLoopbackSocket(&port);
     ASSERT_EQ(::listen(fd, 1), 0);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &size);
-    std::string listen = "127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
+    std::string listen = "127.0.0.1:" + std::to_string(port);
     rt::test::ChildProcess serve({rt::test::BinPath("fieldtest"), "serve", "--listen", listen});
     EXPECT_EQ(serve.Wait(5000), 1);
     EXPECT_NE(serve.Stderr().find("cannot listen on " + listen + ": Address already in use"),

@@ -5,25 +5,16 @@
 #include "tools/modemsim/wcdma_world.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <csignal>
-#include <cstring>
 #include <fstream>
 #include <map>
 #include <set>
 
 #include "platform/common/byte_reader.h"
 #include "platform/dmux/diag_packet.h"
-#include "platform/dmux/hdlc.h"
 #include "testsupport/child_process.h"
 #include "tools/modemsim/diag_side.h"
 #include "tools/modemsim/diag_test_client.h"
-#include "tools/modemsim/rat_meas_test_request.h"
 #include "tools/modemsim/scenario.h"
 #include "tools/modemsim/vendor_service.h"
 #include "tools/modemsim/wcdma_log_packets.h"
@@ -452,48 +443,6 @@ TEST(WcdmaWorldDiag, CodesArriveOnlyWhileTheirMaskBitsAreSet) {
     client.Collect(100);
     EXPECT_TRUE(client.Collect(200).empty());
     side.Stop();
-}
-
-// The modemsim process: its QMI side and its DIAG side measure one world,
-// so a type-3 answer names the cells that the log packets name.
-TEST(WcdmaWorldProcess, QmiAndDiagSidesShareTheWorld) {
-    rt::test::TempDir dir;
-    std::string scenario = dir.file("scenario.json");
-    std::ofstream(scenario) << R"({"diag": {"rrc_states": []},
-        "wcdma": {"period_ms": 50, "handover_period_ms": 600000, "uarfcn": 10650,
-                  "active_set_size": 3,
-                  "cells": [{"psc": 11, "cell_id": 1}, {"psc": 22, "cell_id": 2},
-                            {"psc": 33, "cell_id": 3}, {"psc": 44, "cell_id": 4}]}})";
-    std::string qmi_endpoint = "unix:" + dir.file("qmi.sock");
-    rt::test::ChildProcess modem({rt::test::BinPath("modemsim"), "--qmi", qmi_endpoint, "--diag",
-                                  "unix:" + dir.file("diag.sock"), "--scenario", scenario});
-    ASSERT_TRUE(modem.WaitForStderr("modemsim: ready")) << modem.Stderr();
-
-    DiagClient diag(dir.file("diag.sock"));
-    ASSERT_TRUE(diag.connected());
-    ASSERT_TRUE(diag.Enable(4, {0x4110, 0x4111}));
-    std::map<uint16_t, Bytes> got = diag.Collect(400);
-    ASSERT_EQ(Codes(got), (std::set<uint16_t>{0x4110, 0x4111})) << modem.Stderr();
-
-    Bytes qmi = RequestRatMeasurement(qmi_endpoint, 3);
-    ASSERT_EQ(qmi.size(), kRatMeasResponseSize);
-
-    // Payload offsets of the log packets: snapshot offset - 12.
-    const Bytes& aset = got[0x4110];
-    EXPECT_EQ(Field(aset, 1, 2), 10650u);
-    EXPECT_EQ(Field(qmi, 20, 2), 10650u);
-    ASSERT_EQ(Field(aset, 0, 1), 3u);
-    ASSERT_EQ(Field(qmi, 25, 1), 3u);
-    for (size_t k = 0; k < 3; ++k)
-        EXPECT_EQ(Field(aset, 3 + 12 * k + 1, 2), Field(qmi, 106 + 10 * k, 2)) << k;
-    const Bytes& mset = got[0x4111];
-    EXPECT_EQ(Field(mset, 1, 2), 10650u);
-    ASSERT_EQ(Field(mset, 3, 1), 1u);
-    ASSERT_EQ(Field(qmi, 24, 1), 1u);
-    EXPECT_EQ(Field(mset, 4, 2), Field(qmi, 26, 2));
-
-    modem.Signal(SIGTERM);
-    EXPECT_EQ(modem.Wait(), 0);
 }
 
 }  // namespace
