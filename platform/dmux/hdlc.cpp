@@ -1,6 +1,38 @@
 #include "platform/dmux/hdlc.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace dmux {
+
+const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end) {
+#if defined(__SSE2__)
+    const __m128i flag = _mm_set1_epi8(static_cast<char>(kHdlcFlag));
+    const __m128i escape = _mm_set1_epi8(static_cast<char>(kHdlcEscape));
+    for (; end - p >= 16; p += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        int hits =
+            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, flag), _mm_cmpeq_epi8(v, escape)));
+        if (hits != 0) return p + __builtin_ctz(static_cast<unsigned>(hits));
+    }
+#else
+    // A word holds one of the two bytes when word ^ byte-pattern has a zero
+    // byte; the byte itself is then found one at a time.
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    constexpr uint64_t kHighs = 0x8080808080808080;
+    for (; end - p >= 8; p += 8) {
+        uint64_t word;
+        std::memcpy(&word, p, 8);
+        uint64_t f = word ^ (kOnes * kHdlcFlag);
+        uint64_t e = word ^ (kOnes * kHdlcEscape);
+        if ((((f - kOnes) & ~f) | ((e - kOnes) & ~e)) & kHighs) break;
+    }
+#endif
+    for (; p < end; ++p)
+        if (*p == kHdlcFlag || *p == kHdlcEscape) return p;
+    return end;
+}
 
 void HdlcEncode(std::span<const uint8_t> body, std::vector<uint8_t>* out) {
     uint16_t crc = Crc16X25(body.data(), body.size());
