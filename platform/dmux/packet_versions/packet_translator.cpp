@@ -230,17 +230,14 @@ PacketVersion VersionOf(uint16_t code, std::span<const uint8_t> record) {
 PacketTranslator::PacketTranslator() : out_(kMaxOutput) {}
 
 Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> record) {
-    Translation t;
+    // Each outcome is built whole where it is returned: filling in a local
+    // field by field and copying it out stalls on every packet.
+    PacketVersion packet_version;
     auto as_is = [&] {
-        t.verdict = VersionVerdict::kAsIs;
-        t.record = record;
-        return t;
+        return Translation{VersionVerdict::kAsIs, DropReason::kNone, packet_version, record};
     };
     auto drop = [&](DropReason reason) {
-        t.verdict = VersionVerdict::kDropped;
-        t.reason = reason;
-        t.record = {};
-        return t;
+        return Translation{VersionVerdict::kDropped, reason, packet_version, {}};
     };
     // A fixed-size target: zeroed, header copied, length and version set,
     // the fields moved.
@@ -250,14 +247,13 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
         Store(out_.data() + kRecordLength.offset, 2, size);
         out_[kVersion.offset] = version;
         ApplyMoves(moves, record.data(), out_.data());
-        t.verdict = VersionVerdict::kTranslated;
-        t.record = std::span<const uint8_t>(out_.data(), size);
-        return t;
+        return Translation{VersionVerdict::kTranslated, DropReason::kNone, packet_version,
+                           std::span<const uint8_t>(out_.data(), size)};
     };
 
     if (!HasVersions(code)) return as_is();  // no version byte, or no table for the code
     if (record.size() <= kVersion.offset) return drop(DropReason::kShort);
-    t.version = VersionOf(code, record);
+    packet_version = VersionOf(code, record);
     const uint8_t version = record[kVersion.offset];
     // A record of a known version must hold every byte read from it.
     auto sized = [&](size_t need, auto deliver) {
@@ -367,9 +363,8 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
                 TranslateRlcDlEntryV3(
                     record.data() + RlcDlStats::kHeaderSize + kRlcDlEntryV3Size * i,
                     out_.data() + RlcDlStats::kHeaderSize + RlcDlStats::kEntrySize * i);
-            t.verdict = VersionVerdict::kTranslated;
-            t.record = std::span<const uint8_t>(out_.data(), size);
-            return t;
+            return Translation{VersionVerdict::kTranslated, DropReason::kNone, packet_version,
+                               std::span<const uint8_t>(out_.data(), size)};
         }
         default:
             return drop(DropReason::kUnknownVersion);
