@@ -118,51 +118,71 @@ inline uint32_t WordCrc(uint64_t w) {
            (kTables[3][at(4)] ^ kTables[2][at(5)] ^ kTables[1][at(6)] ^ kTables[0][at(7)]);
 }
 
-// The CRC after `blocks` (>= 1) blocks of sixteen bytes: folded into one
-// register, whose first half is then folded into its second twice (L x^64
+// Shuffle masks (0x80: a zero byte) read at offset r, 0 <= r < 16:
+// from kUpper, byte i takes byte i - (16 - r), the first r bytes moved to
+// the end; from kLower, byte i takes byte i + r, the bytes after the first
+// r moved to the front.
+constexpr uint8_t kUpper[32] = {0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+                                0x80, 0x80, 0x80, 0x80, 0x80, 0,    1,    2,    3,    4,    5,
+                                6,    7,    8,    9,    10,   11,   12,   13,   14,   15};
+constexpr uint8_t kLower[32] = {0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,
+                                11,   12,   13,   14,   15,   0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+                                0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
+
+// The CRC of `length` (>= 16) bytes: folded into one register sixteen
+// bytes a step. The last r = length % 16 bytes T make A x^8r + T: A's
+// first r bytes, moved to the end of a register of their own, fold as a
+// block would, and its other bytes followed by T are the last block. Then
+// the register's first half is folded into its second twice (L x^64
 // becomes a product under 80 bits, its top 16 bits once more), leaving
-// eight bytes that go through the tables as a message of their own.
-__attribute__((target("pclmul,sse2"))) uint32_t FoldBlocks(uint32_t crc, const uint8_t* data,
-                                                           size_t blocks) {
+// eight bytes that go through the tables as a message of their own. No
+// branch depends on the length but the loop's.
+#define DMUX_CLMUL_TARGET __attribute__((target("pclmul,ssse3")))
+
+DMUX_CLMUL_TARGET inline __m128i Load(const void* p) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(p));
+}
+
+// A register times x^128, congruent and under 80 bits.
+DMUX_CLMUL_TARGET inline __m128i Fold(__m128i a) {
     const __m128i k = _mm_set_epi64x(static_cast<long long>(kFoldSecondHalf),
                                      static_cast<long long>(kFoldFirstHalf));
+    return _mm_xor_si128(_mm_clmulepi64_si128(a, k, 0x00), _mm_clmulepi64_si128(a, k, 0x11));
+}
+
+DMUX_CLMUL_TARGET uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t length) {
     // The CRC so far enters as the first two bytes do in Block.
-    __m128i acc = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data)),
-                                _mm_cvtsi32_si128(static_cast<int>(crc)));
-    for (size_t i = 1; i < blocks; ++i) {
-        __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + 16 * i));
-        acc = _mm_xor_si128(
-            _mm_xor_si128(_mm_clmulepi64_si128(acc, k, 0x00), _mm_clmulepi64_si128(acc, k, 0x11)),
-            next);
-    }
+    __m128i acc = _mm_xor_si128(Load(data), _mm_cvtsi32_si128(static_cast<int>(crc)));
+    const size_t blocks = length / 16;
+    for (size_t i = 1; i < blocks; ++i) acc = _mm_xor_si128(Fold(acc), Load(data + 16 * i));
+    const size_t r = length % 16;
+    const __m128i upper = Load(kUpper + r);
+    const __m128i last_bytes = _mm_and_si128(Load(data + length - 16),  // T at its end
+                                             _mm_cmpgt_epi8(upper, _mm_set1_epi8(-1)));
+    acc = _mm_xor_si128(Fold(_mm_shuffle_epi8(acc, upper)),
+                        _mm_or_si128(_mm_shuffle_epi8(acc, Load(kLower + r)), last_bytes));
+
     const __m128i k64 = _mm_set_epi64x(0, static_cast<long long>(kFoldIntoSecondHalf));
     const __m128i second = _mm_set_epi64x(-1, 0);
     for (int i = 0; i < 2; ++i)
         acc = _mm_xor_si128(_mm_clmulepi64_si128(acc, k64, 0x00), _mm_and_si128(acc, second));
     return WordCrc(static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(acc, acc))));
 }
+#undef DMUX_CLMUL_TARGET
 
 bool HaveClmul() {
-    static const bool have = __builtin_cpu_supports("pclmul");
+    static const bool have = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3");
     return have;
 }
 #endif
-
-// Below this many bytes the tables are as quick as folding.
-constexpr size_t kFoldFrom = 16;
 
 }  // namespace
 
 uint16_t Crc16X25(const uint8_t* data, size_t length) {
     uint32_t crc = 0xFFFF;
 #ifdef DMUX_CRC_CLMUL
-    if (length >= kFoldFrom && HaveClmul()) {
-        size_t blocks = length / 16;
-        crc = FoldBlocks(crc, data, blocks);
-        data += 16 * blocks;
-        length -= 16 * blocks;
-        return static_cast<uint16_t>(Tail(crc, data, length) ^ 0xFFFF);
-    }
+    if (length >= 16 && HaveClmul())
+        return static_cast<uint16_t>(FoldCrc(crc, data, length) ^ 0xFFFF);
 #endif
     for (; length >= 16; data += 16, length -= 16) crc = Block<16>(crc, data);
     return static_cast<uint16_t>(Tail(crc, data, length) ^ 0xFFFF);
