@@ -33,7 +33,7 @@ inline constexpr uint8_t kHdlcEscapeXor = 0x20;
 inline constexpr size_t kMaxHdlcFrame = 65535 + 4 + 8 + 2;
 
 // The first 0x7E or 0x7D in [p, end), or end: sixteen bytes a step where
-// SSE2 is there, eight (word-at-a-time) elsewhere.
+// SIMD is there (32 with AVX2), eight (word-at-a-time) elsewhere.
 const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end);
 
 // Appends escaped(body || crc) and the closing flag to `out`.
