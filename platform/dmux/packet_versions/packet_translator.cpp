@@ -230,18 +230,23 @@ PacketVersion VersionOf(uint16_t code, std::span<const uint8_t> record) {
 PacketTranslator::PacketTranslator() : out_(kMaxOutput) {}
 
 Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> record) {
-    // Each outcome is built whole where it is returned: filling in a local
-    // field by field and copying it out stalls on every packet.
-    PacketVersion packet_version;
-    auto as_is = [&] {
+    // Codes without a version byte, most packets, go straight through.
+    if (!HasVersions(code))
+        return Translation{VersionVerdict::kAsIs, DropReason::kNone, PacketVersion{}, record};
+    // Each outcome is built whole where it is returned, from values rather
+    // than references to locals: a local filled in piece by piece and read
+    // back whole stalls the store-to-load forwarding on every packet.
+    const PacketVersion packet_version = VersionOf(code, record);
+    auto as_is = [record, packet_version] {
         return Translation{VersionVerdict::kAsIs, DropReason::kNone, packet_version, record};
     };
-    auto drop = [&](DropReason reason) {
+    auto drop = [packet_version](DropReason reason) {
         return Translation{VersionVerdict::kDropped, reason, packet_version, {}};
     };
     // A fixed-size target: zeroed, header copied, length and version set,
     // the fields moved.
-    auto translate = [&](size_t size, uint8_t version, std::span<const Move> moves) {
+    auto translate = [this, record, packet_version](size_t size, uint8_t version,
+                                                    std::span<const Move> moves) {
         std::memset(out_.data(), 0, size);
         std::memcpy(out_.data(), record.data(), kLogHeaderSize);
         Store(out_.data() + kRecordLength.offset, 2, size);
@@ -251,9 +256,7 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
                            std::span<const uint8_t>(out_.data(), size)};
     };
 
-    if (!HasVersions(code)) return as_is();  // no version byte, or no table for the code
     if (record.size() <= kVersion.offset) return drop(DropReason::kShort);
-    packet_version = VersionOf(code, record);
     const uint8_t version = record[kVersion.offset];
     // A record of a known version must hold every byte read from it.
     auto sized = [&](size_t need, auto deliver) {
