@@ -111,12 +111,33 @@ constexpr uint64_t kFoldFirstHalf = Lane(XPowMod(191));
 constexpr uint64_t kFoldSecondHalf = Lane(XPowMod(127));
 constexpr uint64_t kFoldIntoSecondHalf = Lane(XPowMod(63));
 
-// The CRC of a message of eight bytes, given as a little-endian word.
-inline uint32_t WordCrc(uint64_t w) {
-    auto at = [w](int i) { return static_cast<uint8_t>(w >> (8 * i)); };
-    return (kTables[7][at(0)] ^ kTables[6][at(1)] ^ kTables[5][at(2)] ^ kTables[4][at(3)]) ^
-           (kTables[3][at(4)] ^ kTables[2][at(5)] ^ kTables[1][at(6)] ^ kTables[0][at(7)]);
+// Barrett reduction of those eight bytes W: the CRC is W x^16 mod P =
+// low16(q Plow) with q = W + floor(W mu_low / x^64), where mu = x^80 / P =
+// x^64 + mu_low and Plow = P - x^16: two products instead of a division.
+constexpr uint64_t BarrettMuLow() {
+    // Long division of x^80 by P: the dividend's bits go into a 17-bit
+    // window from the top; where the window reaches x^16, P is taken off and
+    // that quotient bit is set.
+    uint64_t quotient_low = 0;
+    uint32_t window = 0;
+    for (int i = 80; i >= 0; --i) {
+        window = (window << 1) | (i == 80 ? 1u : 0u);
+        if ((window >> 16) & 1) {
+            window ^= 0x11021;
+            if (i < 64) quotient_low |= uint64_t{1} << i;
+        }
+    }
+    return quotient_low;
 }
+// A 64-bit polynomial as a lane: bit 63 - d holds x^d.
+constexpr uint64_t Lane64(uint64_t poly) {
+    uint64_t lane = 0;
+    for (int d = 0; d < 64; ++d)
+        if ((poly >> d) & 1) lane |= uint64_t{1} << (63 - d);
+    return lane;
+}
+constexpr uint64_t kBarrettMu = Lane64(BarrettMuLow());
+constexpr uint64_t kPolyLow = Lane(0x1021);
 
 // Shuffle masks (0x80: a zero byte) read at offset r, 0 <= r < 16:
 // from kUpper, byte i takes byte i - (16 - r), the first r bytes moved to
@@ -135,7 +156,7 @@ constexpr uint8_t kLower[32] = {0,    1,    2,    3,    4,    5,    6,    7,    
 // block would, and its other bytes followed by T are the last block. Then
 // the register's first half is folded into its second twice (L x^64
 // becomes a product under 80 bits, its top 16 bits once more), leaving
-// eight bytes that go through the tables as a message of their own. No
+// eight bytes for a Barrett reduction. No
 // branch depends on the length but the loop's.
 #define DMUX_CLMUL_TARGET __attribute__((target("pclmul,ssse3")))
 
@@ -166,7 +187,16 @@ DMUX_CLMUL_TARGET uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t len
     const __m128i second = _mm_set_epi64x(-1, 0);
     for (int i = 0; i < 2; ++i)
         acc = _mm_xor_si128(_mm_clmulepi64_si128(acc, k64, 0x00), _mm_and_si128(acc, second));
-    return WordCrc(static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(acc, acc))));
+    // W now fills the second half. Products of lanes come out times x: the
+    // quotient's bits sit one place low, the remainder at bits 111..126.
+    const __m128i w = _mm_srli_si128(acc, 8);
+    const __m128i q = _mm_xor_si128(
+        w, _mm_slli_epi64(
+               _mm_clmulepi64_si128(w, _mm_set_epi64x(0, static_cast<long long>(kBarrettMu)), 0x00),
+               1));
+    const __m128i rem =
+        _mm_clmulepi64_si128(q, _mm_set_epi64x(0, static_cast<long long>(kPolyLow)), 0x00);
+    return static_cast<uint32_t>(_mm_extract_epi16(_mm_srli_epi64(rem, 47), 4));
 }
 #undef DMUX_CLMUL_TARGET
 
