@@ -1,17 +1,10 @@
 #include "platform/dmux/hdlc.h"
 
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#include <immintrin.h>
-#define DMUX_HDLC_SIMD 1
-#endif
-
 namespace dmux {
-
-namespace {
 
 // A word holds one of the two bytes when word ^ byte-pattern has a zero
 // byte; the byte itself is then found one at a time.
-const uint8_t* FindByWords(const uint8_t* p, const uint8_t* end) {
+const uint8_t* FindFlagOrEscapeByWords(const uint8_t* p, const uint8_t* end) {
     constexpr uint64_t kOnes = 0x0101010101010101;
     constexpr uint64_t kHighs = 0x8080808080808080;
     for (; end - p >= 8; p += 8) {
@@ -24,44 +17,6 @@ const uint8_t* FindByWords(const uint8_t* p, const uint8_t* end) {
     for (; p < end; ++p)
         if (*p == kHdlcFlag || *p == kHdlcEscape) return p;
     return end;
-}
-
-#ifdef DMUX_HDLC_SIMD
-// SSE2 is part of every x86-64; AVX2 is used where the CPU has it.
-const uint8_t* FindSse2(const uint8_t* p, const uint8_t* end) {
-    const __m128i flag = _mm_set1_epi8(static_cast<char>(kHdlcFlag));
-    const __m128i escape = _mm_set1_epi8(static_cast<char>(kHdlcEscape));
-    for (; end - p >= 16; p += 16) {
-        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        int hits =
-            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, flag), _mm_cmpeq_epi8(v, escape)));
-        if (hits != 0) return p + __builtin_ctz(static_cast<unsigned>(hits));
-    }
-    return FindByWords(p, end);
-}
-
-__attribute__((target("avx2"))) const uint8_t* FindAvx2(const uint8_t* p, const uint8_t* end) {
-    const __m256i flag = _mm256_set1_epi8(static_cast<char>(kHdlcFlag));
-    const __m256i escape = _mm256_set1_epi8(static_cast<char>(kHdlcEscape));
-    for (; end - p >= 32; p += 32) {
-        __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-        unsigned hits = static_cast<unsigned>(_mm256_movemask_epi8(
-            _mm256_or_si256(_mm256_cmpeq_epi8(v, flag), _mm256_cmpeq_epi8(v, escape))));
-        if (hits != 0) return p + __builtin_ctz(hits);
-    }
-    return FindSse2(p, end);
-}
-#endif
-
-}  // namespace
-
-const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end) {
-#ifdef DMUX_HDLC_SIMD
-    static const bool avx2 = __builtin_cpu_supports("avx2");
-    return avx2 ? FindAvx2(p, end) : FindSse2(p, end);
-#else
-    return FindByWords(p, end);
-#endif
 }
 
 void HdlcEncode(std::span<const uint8_t> body, std::vector<uint8_t>* out) {

@@ -22,6 +22,10 @@
 
 #include "platform/dmux/crc16.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace dmux {
 
 inline constexpr uint8_t kHdlcFlag = 0x7E;
@@ -32,9 +36,24 @@ inline constexpr uint8_t kHdlcEscapeXor = 0x20;
 // length, its command header, a multi-SIM wrapper and the CRC.
 inline constexpr size_t kMaxHdlcFrame = 65535 + 4 + 8 + 2;
 
-// The first 0x7E or 0x7D in [p, end), or end: sixteen bytes a step where
-// SIMD is there (32 with AVX2), eight (word-at-a-time) elsewhere.
-const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end);
+// The first 0x7E or 0x7D in [p, end), or end, eight bytes (a word) a step.
+const uint8_t* FindFlagOrEscapeByWords(const uint8_t* p, const uint8_t* end);
+
+// The same, sixteen bytes a step with SSE2 (every x86-64 has it), inline:
+// it runs once per frame, and a call costs as much as a short frame's scan.
+inline const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end) {
+#if defined(__SSE2__)
+    const __m128i flag = _mm_set1_epi8(static_cast<char>(kHdlcFlag));
+    const __m128i escape = _mm_set1_epi8(static_cast<char>(kHdlcEscape));
+    for (; end - p >= 16; p += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        int hits =
+            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, flag), _mm_cmpeq_epi8(v, escape)));
+        if (hits != 0) return p + __builtin_ctz(static_cast<unsigned>(hits));
+    }
+#endif
+    return FindFlagOrEscapeByWords(p, end);
+}
 
 // Appends escaped(body || crc) and the closing flag to `out`.
 void HdlcEncode(std::span<const uint8_t> body, std::vector<uint8_t>* out);
