@@ -109,7 +109,10 @@ constexpr uint64_t Lane(uint32_t remainder) {
 }
 constexpr uint64_t kFoldFirstHalf = Lane(XPowMod(191));
 constexpr uint64_t kFoldSecondHalf = Lane(XPowMod(127));
-constexpr uint64_t kFoldIntoSecondHalf = Lane(XPowMod(63));
+// The first half's two 32-bit quarters, La x^96 + Lb x^64, fold into the
+// second half side by side: each product is under 48 bits.
+constexpr uint64_t kFoldThirdQuarter = Lane(XPowMod(63));
+constexpr uint64_t kFoldFirstQuarter = Lane(XPowMod(95));
 
 // Barrett reduction of those eight bytes W: the CRC is W x^16 mod P =
 // low16(q Plow) with q = W + floor(W mu_low / x^64), where mu = x^80 / P =
@@ -154,9 +157,8 @@ constexpr uint8_t kLower[32] = {0,    1,    2,    3,    4,    5,    6,    7,    
 // bytes a step. The last r = length % 16 bytes T make A x^8r + T: A's
 // first r bytes, moved to the end of a register of their own, fold as a
 // block would, and its other bytes followed by T are the last block. Then
-// the register's first half is folded into its second twice (L x^64
-// becomes a product under 80 bits, its top 16 bits once more), leaving
-// eight bytes for a Barrett reduction. No
+// the register's first half is folded into its second, a quarter at a
+// time, leaving eight bytes for a Barrett reduction. No
 // branch depends on the length but the loop's.
 #define DMUX_CLMUL_TARGET __attribute__((target("pclmul,ssse3")))
 
@@ -183,10 +185,15 @@ DMUX_CLMUL_TARGET uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t len
     acc = _mm_xor_si128(Fold(_mm_shuffle_epi8(acc, upper)),
                         _mm_or_si128(_mm_shuffle_epi8(acc, Load(kLower + r)), last_bytes));
 
-    const __m128i k64 = _mm_set_epi64x(0, static_cast<long long>(kFoldIntoSecondHalf));
-    const __m128i second = _mm_set_epi64x(-1, 0);
-    for (int i = 0; i < 2; ++i)
-        acc = _mm_xor_si128(_mm_clmulepi64_si128(acc, k64, 0x00), _mm_and_si128(acc, second));
+    const __m128i quarters = _mm_set_epi64x(static_cast<long long>(kFoldFirstQuarter),
+                                            static_cast<long long>(kFoldThirdQuarter));
+    // Lb (the lane's upper 32 bits) stays first, La moves up 32 and second.
+    const __m128i split = _mm_unpacklo_epi64(
+        _mm_and_si128(acc, _mm_set_epi64x(0, static_cast<long long>(0xFFFFFFFF00000000))),
+        _mm_slli_epi64(acc, 32));
+    acc = _mm_xor_si128(_mm_and_si128(acc, _mm_set_epi64x(-1, 0)),
+                        _mm_xor_si128(_mm_clmulepi64_si128(split, quarters, 0x00),
+                                      _mm_clmulepi64_si128(split, quarters, 0x11)));
     // W now fills the second half. Products of lanes come out times x: the
     // quotient's bits sit one place low, the remainder at bits 111..126.
     const __m128i w = _mm_srli_si128(acc, 8);
@@ -200,10 +207,12 @@ DMUX_CLMUL_TARGET uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t len
 }
 #undef DMUX_CLMUL_TARGET
 
-bool HaveClmul() {
-    static const bool have = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3");
-    return have;
-}
+// Decided once at start-up rather than behind a guard on every call (a
+// call from an earlier static initialiser sees false and uses the tables).
+const bool kHaveClmul = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3");
+}();
 #endif
 
 }  // namespace
@@ -211,7 +220,7 @@ bool HaveClmul() {
 uint16_t Crc16X25(const uint8_t* data, size_t length) {
     uint32_t crc = 0xFFFF;
 #ifdef DMUX_CRC_CLMUL
-    if (length >= 16 && HaveClmul())
+    if (length >= 16 && kHaveClmul)
         return static_cast<uint16_t>(FoldCrc(crc, data, length) ^ 0xFFFF);
 #endif
     for (; length >= 16; data += 16, length -= 16) crc = Block<16>(crc, data);
