@@ -11,58 +11,7 @@ using rt::PutU16;
 using rt::PutU32;
 using rt::PutU64;
 
-DiagFrame ParseLogPacket(std::span<const uint8_t> body) {
-    DiagFrame frame;
-    ByteReader in(body);
-    uint16_t length = 0;
-    if (!in.Skip(2) /* command, "more" */ || !in.U16(&length) ||
-        in.remaining() < kLogRecordHeaderSize) {
-        frame.kind = DiagFrameKind::kMalformed;
-        return frame;
-    }
-    frame.kind = DiagFrameKind::kLogPacket;
-    frame.record = in.Take(length < kLogRecordHeaderSize ? in.remaining() : length);
-    frame.log_code = LogRecordCode(frame.record);
-    return frame;
-}
-
 }  // namespace
-
-DiagFrame ParseDiagFrame(std::span<const uint8_t> body) {
-    DiagFrame frame;
-    if (body.empty()) return frame;
-    switch (body[0]) {
-        case kDiagLogCommand:
-            return ParseLogPacket(body);
-        case kDiagMultiSimCommand: {
-            ByteReader in(body);
-            uint32_t subscription = 0;
-            if (!in.Skip(4) || !in.U32(&subscription) || in.remaining() == 0 ||
-                body[kMultiSimWrapperSize] != kDiagLogCommand)
-                return frame;
-            frame = ParseLogPacket(in.Rest());
-            frame.wrapped = true;
-            frame.subscription = subscription;
-            return frame;
-        }
-        case kDiagLogConfigCommand:
-            frame.kind = DiagFrameKind::kLogConfig;
-            return frame;
-        case kDiagCustomMarker:
-            if (body.size() >= 2 && body[1] == kDiagCustomMarker)
-                frame.kind = DiagFrameKind::kMarker;
-            return frame;
-        default:
-            return frame;
-    }
-}
-
-uint16_t LogRecordCode(std::span<const uint8_t> record) {
-    ByteReader in(record);
-    uint16_t code = 0;
-    if (in.Skip(2)) in.U16(&code);
-    return code;
-}
 
 uint64_t LogRecordTimestamp(std::span<const uint8_t> record) {
     ByteReader in(record);

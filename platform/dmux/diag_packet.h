@@ -15,6 +15,8 @@
 #include <span>
 #include <vector>
 
+#include "platform/common/byte_reader.h"
+
 namespace dmux {
 
 inline constexpr uint8_t kDiagLogCommand = 0x10;
@@ -42,10 +44,11 @@ struct DiagFrame {
     std::span<const uint8_t> record;
 };
 
-DiagFrame ParseDiagFrame(std::span<const uint8_t> body);
+// Inline (defined at the end): it runs once per frame.
+inline DiagFrame ParseDiagFrame(std::span<const uint8_t> body);
 
 // Fields of a log record header.
-uint16_t LogRecordCode(std::span<const uint8_t> record);
+inline uint16_t LogRecordCode(std::span<const uint8_t> record);
 uint64_t LogRecordTimestamp(std::span<const uint8_t> record);
 // Timestamp in milliseconds: the upper 48 bits count 1.25 ms units.
 double LogTimestampMs(uint64_t timestamp);
@@ -75,5 +78,60 @@ std::vector<uint8_t> BuildLogConfigSetMask(uint32_t equipment_id, uint32_t last_
 std::optional<LogConfigSetMask> ParseLogConfigSetMask(std::span<const uint8_t> body);
 std::vector<uint8_t> BuildLogConfigResponse(const LogConfigResponse& response);
 std::optional<LogConfigResponse> ParseLogConfigResponse(std::span<const uint8_t> body);
+
+inline uint16_t LogRecordCode(std::span<const uint8_t> record) {
+    rt::ByteReader in(record);
+    uint16_t code = 0;
+    if (in.Skip(2)) in.U16(&code);
+    return code;
+}
+
+namespace detail {
+
+inline DiagFrame ParseLogPacket(std::span<const uint8_t> body) {
+    DiagFrame frame;
+    rt::ByteReader in(body);
+    uint16_t length = 0;
+    if (!in.Skip(2) /* command, "more" */ || !in.U16(&length) ||
+        in.remaining() < kLogRecordHeaderSize) {
+        frame.kind = DiagFrameKind::kMalformed;
+        return frame;
+    }
+    frame.kind = DiagFrameKind::kLogPacket;
+    frame.record = in.Take(length < kLogRecordHeaderSize ? in.remaining() : length);
+    frame.log_code = LogRecordCode(frame.record);
+    return frame;
+}
+
+}  // namespace detail
+
+inline DiagFrame ParseDiagFrame(std::span<const uint8_t> body) {
+    DiagFrame frame;
+    if (body.empty()) return frame;
+    switch (body[0]) {
+        case kDiagLogCommand:
+            return detail::ParseLogPacket(body);
+        case kDiagMultiSimCommand: {
+            rt::ByteReader in(body);
+            uint32_t subscription = 0;
+            if (!in.Skip(4) || !in.U32(&subscription) || in.remaining() == 0 ||
+                body[kMultiSimWrapperSize] != kDiagLogCommand)
+                return frame;
+            frame = detail::ParseLogPacket(in.Rest());
+            frame.wrapped = true;
+            frame.subscription = subscription;
+            return frame;
+        }
+        case kDiagLogConfigCommand:
+            frame.kind = DiagFrameKind::kLogConfig;
+            return frame;
+        case kDiagCustomMarker:
+            if (body.size() >= 2 && body[1] == kDiagCustomMarker)
+                frame.kind = DiagFrameKind::kMarker;
+            return frame;
+        default:
+            return frame;
+    }
+}
 
 }  // namespace dmux

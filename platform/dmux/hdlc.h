@@ -8,6 +8,10 @@
 // than the limit) is counted and skipped; reading resumes after the next
 // flag. Bytes are only copied when a frame carries escapes or spans two
 // pieces of input; nothing is allocated per frame.
+//
+// One pass finds the flags and the escapes together (FindFlagOrEscape), so
+// an escape-free frame is read once before its CRC; a frame with escapes is
+// copied run by run between them.
 #pragma once
 
 #include <cstddef>
@@ -18,6 +22,10 @@
 
 #include "platform/dmux/crc16.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace dmux {
 
 inline constexpr uint8_t kHdlcFlag = 0x7E;
@@ -27,6 +35,25 @@ inline constexpr uint8_t kHdlcEscapeXor = 0x20;
 // Largest unescaped frame (body and CRC) accepted: a log packet's 16-bit
 // length, its command header, a multi-SIM wrapper and the CRC.
 inline constexpr size_t kMaxHdlcFrame = 65535 + 4 + 8 + 2;
+
+// The first 0x7E or 0x7D in [p, end), or end, eight bytes (a word) a step.
+const uint8_t* FindFlagOrEscapeByWords(const uint8_t* p, const uint8_t* end);
+
+// The same, sixteen bytes a step with SSE2 (every x86-64 has it), inline:
+// it runs once per frame, and a call costs as much as a short frame's scan.
+inline const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end) {
+#if defined(__SSE2__)
+    const __m128i flag = _mm_set1_epi8(static_cast<char>(kHdlcFlag));
+    const __m128i escape = _mm_set1_epi8(static_cast<char>(kHdlcEscape));
+    for (; end - p >= 16; p += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        int hits =
+            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, flag), _mm_cmpeq_epi8(v, escape)));
+        if (hits != 0) return p + __builtin_ctz(static_cast<unsigned>(hits));
+    }
+#endif
+    return FindFlagOrEscapeByWords(p, end);
+}
 
 // Appends escaped(body || crc) and the closing flag to `out`.
 void HdlcEncode(std::span<const uint8_t> body, std::vector<uint8_t>* out);
@@ -59,8 +86,9 @@ class HdlcDeframer {
     const HdlcStats& stats() const { return stats_; }
 
   private:
+    // `escape` is the frame's first 0x7D, nullptr when it has none.
     template <class OnFrame>
-    void Frame(const uint8_t* data, size_t length, OnFrame& on_frame);
+    void Frame(const uint8_t* data, size_t length, const uint8_t* escape, OnFrame& on_frame);
     void AddPending(const uint8_t* data, size_t length);
 
     std::vector<uint8_t> scratch_;
@@ -74,19 +102,28 @@ void HdlcDeframer::Feed(const uint8_t* data, size_t length, OnFrame&& on_frame) 
     const uint8_t* p = data;
     const uint8_t* end = data + length;
     while (p < end) {
-        const uint8_t* flag = static_cast<const uint8_t*>(std::memchr(p, kHdlcFlag, end - p));
-        if (flag == nullptr) {
+        // The next flag, noting the first escape on the way.
+        const uint8_t* escape = nullptr;
+        const uint8_t* flag = FindFlagOrEscape(p, end);
+        while (flag != end && *flag == kHdlcEscape) {
+            if (escape == nullptr) escape = flag;
+            flag = FindFlagOrEscape(flag + 1, end);
+        }
+        if (flag == end) {
             AddPending(p, end - p);
             return;
         }
         if (pending_.empty() && !pending_overflow_) {
-            Frame(p, flag - p, on_frame);
+            Frame(p, flag - p, escape, on_frame);
         } else {
             AddPending(p, flag - p);
             if (pending_overflow_) {
                 ++stats_.oversize;
             } else {
-                Frame(pending_.data(), pending_.size(), on_frame);
+                const uint8_t* begin = pending_.data();
+                const uint8_t* first = FindFlagOrEscape(begin, begin + pending_.size());
+                Frame(begin, pending_.size(), first == begin + pending_.size() ? nullptr : first,
+                      on_frame);
             }
             pending_.clear();
             pending_overflow_ = false;
@@ -96,27 +133,38 @@ void HdlcDeframer::Feed(const uint8_t* data, size_t length, OnFrame&& on_frame) 
 }
 
 template <class OnFrame>
-void HdlcDeframer::Frame(const uint8_t* data, size_t length, OnFrame& on_frame) {
+void HdlcDeframer::Frame(const uint8_t* data, size_t length, const uint8_t* escape,
+                         OnFrame& on_frame) {
     if (length == 0) return;  // a leading flag or two flags in a row: no frame at all
     const uint8_t* body = data;
     size_t size = length;
-    if (std::memchr(data, kHdlcEscape, length) != nullptr) {
+    if (escape != nullptr) {
+        // Copy the run before each escape whole, then the escaped byte.
+        const uint8_t* end = data + length;
+        const uint8_t* from = data;
         uint8_t* out = scratch_.data();
+        const size_t room = scratch_.size();
         size_t n = 0;
-        for (size_t i = 0; i < length; ++i) {
-            if (n == scratch_.size()) {
+        for (;;) {
+            size_t run = static_cast<size_t>(escape - from);
+            if (run > room - n) {
                 ++stats_.oversize;
                 return;
             }
-            uint8_t b = data[i];
-            if (b == kHdlcEscape) {
-                if (++i == length) {
-                    ++stats_.stray_escape;
-                    return;
-                }
-                b = data[i] ^ kHdlcEscapeXor;
+            std::memcpy(out + n, from, run);
+            n += run;
+            if (escape == end) break;
+            if (n == room) {
+                ++stats_.oversize;
+                return;
             }
-            out[n++] = b;
+            if (escape + 1 == end) {
+                ++stats_.stray_escape;
+                return;
+            }
+            out[n++] = escape[1] ^ kHdlcEscapeXor;
+            from = escape + 2;
+            escape = FindFlagOrEscape(from, end);
         }
         body = out;
         size = n;

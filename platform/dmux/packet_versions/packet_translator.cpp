@@ -229,34 +229,33 @@ PacketVersion VersionOf(uint16_t code, std::span<const uint8_t> record) {
 PacketTranslator::PacketTranslator() : out_(kMaxOutput) {}
 
 Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> record) {
-    Translation t;
-    auto as_is = [&] {
-        t.verdict = VersionVerdict::kAsIs;
-        t.record = record;
-        return t;
+    // Codes without a version byte, most packets, go straight through.
+    if (!HasVersions(code))
+        return Translation{VersionVerdict::kAsIs, DropReason::kNone, PacketVersion{}, record};
+    // Each outcome is built whole where it is returned, from values rather
+    // than references to locals: a local filled in piece by piece and read
+    // back whole stalls the store-to-load forwarding on every packet.
+    const PacketVersion packet_version = VersionOf(code, record);
+    auto as_is = [record, packet_version] {
+        return Translation{VersionVerdict::kAsIs, DropReason::kNone, packet_version, record};
     };
-    auto drop = [&](DropReason reason) {
-        t.verdict = VersionVerdict::kDropped;
-        t.reason = reason;
-        t.record = {};
-        return t;
+    auto drop = [packet_version](DropReason reason) {
+        return Translation{VersionVerdict::kDropped, reason, packet_version, {}};
     };
     // A fixed-size target: zeroed, header copied, length and version set,
     // the fields moved.
-    auto translate = [&](size_t size, uint8_t version, std::span<const Move> moves) {
+    auto translate = [this, record, packet_version](size_t size, uint8_t version,
+                                                    std::span<const Move> moves) {
         std::memset(out_.data(), 0, size);
         std::memcpy(out_.data(), record.data(), kLogHeaderSize);
         Store(out_.data() + kRecordLength.offset, 2, size);
         out_[kVersion.offset] = version;
         ApplyMoves(moves, record.data(), out_.data());
-        t.verdict = VersionVerdict::kTranslated;
-        t.record = std::span<const uint8_t>(out_.data(), size);
-        return t;
+        return Translation{VersionVerdict::kTranslated, DropReason::kNone, packet_version,
+                           std::span<const uint8_t>(out_.data(), size)};
     };
 
-    if (!HasVersions(code)) return as_is();  // no version byte, or no table for the code
     if (record.size() <= kVersion.offset) return drop(DropReason::kShort);
-    t.version = VersionOf(code, record);
     const uint8_t version = record[kVersion.offset];
     // A record of a known version must hold every byte read from it.
     auto sized = [&](size_t need, auto deliver) {
@@ -366,9 +365,8 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
                 TranslateRlcDlEntryV3(
                     record.data() + RlcDlStats::kHeaderSize + kRlcDlEntryV3Size * i,
                     out_.data() + RlcDlStats::kHeaderSize + RlcDlStats::kEntrySize * i);
-            t.verdict = VersionVerdict::kTranslated;
-            t.record = std::span<const uint8_t>(out_.data(), size);
-            return t;
+            return Translation{VersionVerdict::kTranslated, DropReason::kNone, packet_version,
+                               std::span<const uint8_t>(out_.data(), size)};
         }
         default:
             return drop(DropReason::kUnknownVersion);

@@ -5,38 +5,16 @@
 
 namespace dmux {
 
-void VersionCounts::Count(uint16_t code, PacketVersion version, VersionVerdict verdict,
-                          DropReason reason) {
-    VersionCount* entry = nullptr;
-    if (last_ < entries_.size() && entries_[last_].code == code &&
-        entries_[last_].version == version) {
-        entry = &entries_[last_];
-    } else {
-        for (size_t i = 0; i < entries_.size(); ++i) {
-            if (entries_[i].code == code && entries_[i].version == version) {
-                entry = &entries_[i];
-                last_ = i;
-                break;
-            }
-        }
-        if (entry == nullptr) {
-            entries_.push_back({code, version});
-            last_ = entries_.size() - 1;
-            entry = &entries_.back();
+VersionCount* VersionCounts::Find(uint16_t code, PacketVersion version) {
+    for (size_t i = 0; i < entries_.size(); ++i) {
+        if (entries_[i].code == code && entries_[i].version == version) {
+            last_ = i;
+            return &entries_[i];
         }
     }
-    switch (verdict) {
-        case VersionVerdict::kAsIs:
-            ++entry->as_is;
-            break;
-        case VersionVerdict::kTranslated:
-            ++entry->translated;
-            break;
-        case VersionVerdict::kDropped:
-            ++entry->dropped;
-            ++entry->dropped_for[size_t(reason)];
-            break;
-    }
+    entries_.push_back({code, version});
+    last_ = entries_.size() - 1;
+    return &entries_.back();
 }
 
 std::vector<VersionCount> VersionCounts::Sorted() const {

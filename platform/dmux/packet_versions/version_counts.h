@@ -26,12 +26,33 @@ struct VersionCount {
 class VersionCounts {
   public:
     void Count(uint16_t code, PacketVersion version, VersionVerdict verdict,
-               DropReason reason = DropReason::kNone);
+               DropReason reason = DropReason::kNone) {
+        // Inline for the common case: the same code and version as last time.
+        VersionCount* entry = last_ < entries_.size() && entries_[last_].code == code &&
+                                      entries_[last_].version == version
+                                  ? &entries_[last_]
+                                  : Find(code, version);
+        switch (verdict) {
+            case VersionVerdict::kAsIs:
+                ++entry->as_is;
+                break;
+            case VersionVerdict::kTranslated:
+                ++entry->translated;
+                break;
+            case VersionVerdict::kDropped:
+                ++entry->dropped;
+                ++entry->dropped_for[size_t(reason)];
+                break;
+        }
+    }
     // Sorted by code, then version.
     std::vector<VersionCount> Sorted() const;
     uint64_t Total(VersionVerdict verdict) const;
 
   private:
+    // The entry of (code, version), added if new; it becomes the last one hit.
+    VersionCount* Find(uint16_t code, PacketVersion version);
+
     // Few distinct (code, version) pairs occur; the last one hit is
     // checked first, as packets of one code often come in runs.
     std::vector<VersionCount> entries_;
