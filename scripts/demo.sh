@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# The demo: sets up and builds, then starts the PPS broker, devsim (the
-# phone's other services), the simulated modem and radio_tavora, switches
-# the modem channels on the way the field-test screen does, and shows the
-# reports as they change.
+# The demo: sets up and builds, then starts two simulated devices (each its
+# PPS broker, devsim for the phone's other services, the simulated modem and
+# radio_tavora), a local mosquitto they publish their reports to, and the
+# web screen showing both; then switches the first device's modem channels
+# on the way the field-test screen does, and shows the reports as they change.
 #
 #   scripts/demo.sh [--capture FILE] [--devsim-scenario FILE] [--rounds N] [--interval SEC] [--web ADDR:PORT]
 #
@@ -58,51 +59,89 @@ wait_for() {  # wait_for FILE TEXT: until TEXT shows in FILE (10 s at most)
     exit 1
 }
 
-export PPS_SOCKET=$run/ppsd.sock
-mkdir -p "$run/store"
-echo "demo: broker on $PPS_SOCKET"
-"$bin/ppsd" --socket "$PPS_SOCKET" --store "$run/store" 2>"$run/ppsd.log" &
-pids+=($!)
-for _ in $(seq 1 100); do [ -S "$PPS_SOCKET" ] && break; sleep 0.05; done
+# One simulated device in $run/NAME: its PPS broker, the screen's settings
+# object, devsim (the rest of the phone: the device's hardware ID, the
+# modem's persistent status and radio control, the connection service, the
+# network interfaces and the OMA-DM client), modemsim with SCENARIO (JSON
+# merged over its own) and radio_tavora.
+#   start_device NAME SCENARIO
+start_device() {
+    local name=$1 scenario=$2 dir=$run/$1
+    mkdir -p "$dir/store"
+    local sock=$dir/ppsd.sock
+    echo "demo: $name: broker on $sock"
+    "$bin/ppsd" --socket "$sock" --store "$dir/store" 2>"$dir/ppsd.log" &
+    pids+=($!)
+    for _ in $(seq 1 100); do [ -S "$sock" ] && break; sleep 0.05; done
+    PPS_SOCKET=$sock "$bin/ppsctl" write /pps/services/radioctrl/modem0/diag/config diaglogmask::0
 
-# The screen's settings object.
-"$bin/ppsctl" write /pps/services/radioctrl/modem0/diag/config diaglogmask::0
+    local devsim_args=()
+    [ -n "$devsim_scenario" ] && devsim_args+=(--scenario "$devsim_scenario")
+    echo "demo: $name: devsim ${devsim_args[*]} (log: $dir/devsim.log)"
+    PPS_SOCKET=$sock "$bin/devsim" "${devsim_args[@]}" 2>"$dir/devsim.log" &
+    pids+=($!)
+    wait_for "$dir/devsim.log" "devsim: ready"
 
-# The rest of the phone: the device's hardware ID (a WCDMA and LTE device),
-# the modem's persistent status and radio control, the connection service,
-# the network interfaces and the OMA-DM client.
-devsim_args=()
-[ -n "$devsim_scenario" ] && devsim_args+=(--scenario "$devsim_scenario")
-echo "demo: devsim ${devsim_args[*]} (log: $run/devsim.log)"
-"$bin/devsim" "${devsim_args[@]}" 2>"$run/devsim.log" &
-pids+=($!)
-wait_for "$run/devsim.log" "devsim: ready"
+    echo "$scenario" >"$dir/modemsim-scenario.json"
+    local modemsim_args=(--qmi "unix:$dir/qmi.sock" --diag "unix:$dir/diag.sock"
+        --scenario "$dir/modemsim-scenario.json")
+    [ -n "$capture" ] && modemsim_args+=(--capture "$capture")
+    echo "demo: $name: modemsim ${modemsim_args[*]}"
+    "$bin/modemsim" "${modemsim_args[@]}" 2>"$dir/modemsim.log" &
+    pids+=($!)
+    for _ in $(seq 1 100); do [ -S "$dir/qmi.sock" ] && break; sleep 0.05; done
 
-# The modem refuses EVDO throttling (message 0x18), so one refused setting
-# is written back to the screen.
-echo '{"qmi": {"refuse": {"0x18": 71}}}' >"$run/modemsim-settings.json"
-modemsim_args=(--qmi "unix:$run/qmi.sock" --diag "unix:$run/diag.sock"
-    --scenario "$run/modemsim-settings.json")
-[ -n "$capture" ] && modemsim_args+=(--capture "$capture")
-echo "demo: modemsim ${modemsim_args[*]}"
-"$bin/modemsim" "${modemsim_args[@]}" 2>"$run/modemsim.log" &
-pids+=($!)
-for _ in $(seq 1 100); do [ -S "$run/qmi.sock" ] && break; sleep 0.05; done
+    # Tethering runs the platform's shell tools: logging stand-ins, first on
+    # the daemon's PATH, write what they are asked to a log and change nothing
+    # on this machine; route shows a routing table with an IPv6 prefix.
+    echo "demo: $name: radio_tavora (log: $dir/radio_tavora.log; its shell tools log to $dir/tools.log)"
+    PPS_SOCKET=$sock PATH="$root/tools/shellstandins:$PATH" SHELL_STANDINS_LOG="$dir/tools.log" \
+        SHELL_STANDINS_ROUTES="$root/tools/shellstandins/routes.example" \
+        QMI_DEVICE="unix:$dir/qmi.sock" DIAG_DEVICE="unix:$dir/diag.sock" SLOGF_STDERR=1 \
+        "$bin/radio_tavora" 2>"$dir/radio_tavora.log" &
+    pids+=($!)
+    wait_for "$dir/radio_tavora.log" "tavora_pps started successfully."
+}
 
-# Tethering runs the platform's shell tools: logging stand-ins, first on
-# the daemon's PATH, write what they are asked to a log and change nothing
-# on this machine; route shows a routing table with an IPv6 prefix.
-echo "demo: radio_tavora (log: $run/radio_tavora.log; its shell tools log to $run/tools.log)"
-PATH="$root/tools/shellstandins:$PATH" SHELL_STANDINS_LOG="$run/tools.log" \
-    SHELL_STANDINS_ROUTES="$root/tools/shellstandins/routes.example" \
-    QMI_DEVICE="unix:$run/qmi.sock" DIAG_DEVICE="unix:$run/diag.sock" SLOGF_STDERR=1 \
-    "$bin/radio_tavora" 2>"$run/radio_tavora.log" &
-pids+=($!)
-wait_for "$run/radio_tavora.log" "tavora_pps started successfully."
+# The first device's modem refuses EVDO throttling (message 0x18), so one
+# refused setting is written back to the screen. The second is another car
+# on a weaker, livelier LTE cell, handing over more often.
+start_device car-1 '{"qmi": {"refuse": {"0x18": 71}}}'
+start_device car-2 '{"lte": {"handover_period_ms": 8000, "drift_period_ms": 9000,
+    "drift": {"rsrp": 160, "rsrq": 64}}}'
+# The terminal screen's tour below is of the first device.
+export PPS_SOCKET=$run/car-1/ppsd.sock
+dev=$run/car-1
+
+# MQTT: a mosquitto of the demo's own on the loopback, and each device
+# publishing its reports to it, so one page shows both.
+serve_args=(--record "$run/recordings")
+if command -v mosquitto >/dev/null || [ -x /usr/sbin/mosquitto ]; then
+    mqtt_port=$((20000 + RANDOM % 20000))
+    printf 'listener %s 127.0.0.1\nallow_anonymous true\npersistence false\nlog_dest stderr\n' \
+        "$mqtt_port" >"$run/mosquitto.conf"
+    PATH="$PATH:/usr/sbin" mosquitto -c "$run/mosquitto.conf" 2>"$run/mosquitto.log" &
+    pids+=($!)
+    wait_for "$run/mosquitto.log" " running"
+    echo "demo: mosquitto on 127.0.0.1:$mqtt_port"
+    for name in car-1 car-2; do
+        PPS_SOCKET=$run/$name/ppsd.sock "$bin/fieldtest" publish --mqtt "127.0.0.1:$mqtt_port" \
+            --device "$name" --interval "$interval" --accept-settings \
+            >"$run/$name/publish.log" 2>&1 &
+        pids+=($!)
+        wait_for "$run/$name/publish.log" "connected to MQTT broker"
+        echo "demo: $name publishes its reports on radio_tavora/$name/ (log: $run/$name/publish.log)"
+    done
+    serve_args+=(--mqtt "127.0.0.1:$mqtt_port")
+    # car-2's log mask on from the start, so that its LTE values show beside
+    # car-1's once the tour below has turned car-1's on.
+    PPS_SOCKET=$run/car-2/ppsd.sock "$bin/fieldtest" set diaglogmask=1 >/dev/null || true
+else
+    echo "demo: mosquitto is not installed: the page shows car-1 only"
+fi
 
 # gpsd, fed the project's NMEA track by gpsfake (a loop, replayed until the
 # demo stops), gives each sample its position.
-serve_args=(--record "$run/recordings")
 if command -v gpsfake >/dev/null; then
     gpsd_port=$((20000 + RANDOM % 20000))
     PATH="$PATH:/usr/sbin" gpsfake -q -P "$gpsd_port" -c 0.5 "$root/tools/fieldtest/drive_track.nmea" \
@@ -137,44 +176,44 @@ echo "== before any setting: the modem channels are closed =="
 echo
 echo "== the screen turns the log mask on and sets ENS =="
 "$bin/fieldtest" set diaglogmask=1 ens_value=1
-wait_for "$run/radio_tavora.log" "LTE Log Config"
+wait_for "$dev/radio_tavora.log" "LTE Log Config"
 echo "-- what modemsim received:"
-grep -E 'rx' "$run/modemsim.log" | tail -n 5 || true
+grep -E 'rx' "$dev/modemsim.log" | tail -n 5 || true
 
 echo
 echo "== the screen chooses LTE only: the daemon asks the radio control service =="
 "$bin/fieldtest" set enabled_rats=LTE_ONLY
-wait_for "$run/devsim.log" "wrote /pps/services/radioctrl/modem0/status_persistent: .*:16}"
+wait_for "$dev/devsim.log" "wrote /pps/services/radioctrl/modem0/status_persistent: .*:16}"
 echo "-- what devsim received and reported:"
-grep -E 'devsim: (rx|wrote /pps/services/radioctrl)' "$run/devsim.log" | tail -n 2 || true
+grep -E 'devsim: (rx|wrote /pps/services/radioctrl)' "$dev/devsim.log" | tail -n 2 || true
 "$bin/ppsctl" read /pps/services/radioctrl/modem0/status_persistent
 
 echo
 echo "== the screen chooses CDMA only, which this WCDMA and LTE device cannot take =="
 "$bin/fieldtest" set enabled_rats=CDMA_ONLY
 echo "-- the menu shows LTE_ONLY again, and radio control is sent it once more:"
-grep -E 'devsim: rx /pps/services/radioctrl' "$run/devsim.log" | tail -n 1 || true
+grep -E 'devsim: rx /pps/services/radioctrl' "$dev/devsim.log" | tail -n 1 || true
 
 echo
 echo "== the screen turns USB tethering on, then off =="
 "$bin/fieldtest" set tether_enable=1 >/dev/null
-wait_for "$run/tools.log" "route add"
+wait_for "$dev/tools.log" "route add"
 "$bin/fieldtest" set tether_enable=0 >/dev/null
-wait_for "$run/tools.log" "ip6.forwarding=0"
+wait_for "$dev/tools.log" "ip6.forwarding=0"
 echo "-- the command lines the daemon ran (the tools are stand-ins):"
-cat "$run/tools.log"
+cat "$dev/tools.log"
 
 echo
 echo "== the screen sets IMS test mode, 1x and EVDO throttling; the modem refuses EVDO =="
 "$bin/fieldtest" set ims_enable=1 onex_enable=1 evdo_enable=1
 echo "-- what modemsim received (0x1a IMS, 0x16 1x set, 0x15 1x read-back, 0x18 EVDO):"
-grep -E 'msg=0x(1a|16|15|18)' "$run/modemsim.log" | tail -n 4 || true
+grep -E 'msg=0x(1a|16|15|18)' "$dev/modemsim.log" | tail -n 4 || true
 
 echo
 echo "== the screen sets the internet APN; the connection service takes it =="
 "$bin/fieldtest" set apn_name=demo.internet >/dev/null
 echo "-- what the connection service received, and the internet PDN now:"
-grep -E 'devsim: rx /pps/services/cds/vesta/control' "$run/devsim.log" | tail -n 2 || true
+grep -E 'devsim: rx /pps/services/cds/vesta/control' "$dev/devsim.log" | tail -n 2 || true
 "$bin/ppsctl" read /pps/services/cds/vesta/status | grep -E '^internet:' || true
 
 if [ -n "$capture" ]; then
@@ -217,7 +256,7 @@ watch_args=(--interval "$interval")
 "$bin/fieldtest" watch "${watch_args[@]}" "${reports[@]}" || true
 if [ -n "$capture" ]; then
     echo "-- modemsim's capture playback:"
-    grep -E 'diag capture' "$run/modemsim.log" | tail -n 3 || true
+    grep -E 'diag capture' "$dev/modemsim.log" | tail -n 3 || true
 fi
 
 echo

@@ -10,9 +10,12 @@ build_dir=${1:-$root/build}
 shift || true
 
 # libcpp-httplib-dev, libjs-chart.js and libjs-leaflet: fieldtest serve's HTTP
-# server, plots and track; gpsd and gpsd-clients (gpsfake): the demo's position.
+# server, plots and track; gpsd and gpsd-clients (gpsfake): the demo's position;
+# libmosquitto-dev: fieldtest publish and serve --mqtt; mosquitto: the demo's
+# MQTT broker.
 packages=(g++ cmake ninja-build pkg-config clang-format libgtest-dev libgmock-dev libbenchmark-dev
-    nlohmann-json3-dev libcpp-httplib-dev libjs-chart.js libjs-leaflet gpsd gpsd-clients)
+    nlohmann-json3-dev libcpp-httplib-dev libjs-chart.js libjs-leaflet gpsd gpsd-clients
+    libmosquitto-dev mosquitto)
 
 "$root/scripts/install_packages.sh" setup "${packages[@]}"
 

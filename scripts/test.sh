@@ -16,9 +16,10 @@ fi
 
 # The web screen's browser test drives a headless Chromium; the QMI tests
 # check modemsim and the daemon against libqmi's qmicli and qmi-proxy; the
-# drive-test tests replay an NMEA track through gpsfake (gpsd-clients) into gpsd.
+# drive-test tests replay an NMEA track through gpsfake (gpsd-clients) into gpsd;
+# the fleet test runs a real MQTT broker (mosquitto) and its clients.
 "$root/scripts/install_packages.sh" test chromium chromium-driver python3-selenium libqmi-utils \
-    gpsd gpsd-clients
+    gpsd gpsd-clients mosquitto mosquitto-clients
 "$root/scripts/setup.sh" "$build_dir" "${cmake_args[@]}"
 cd "$build_dir"
 ctest --output-on-failure -j "$(nproc 2>/dev/null || echo 2)" --timeout 300

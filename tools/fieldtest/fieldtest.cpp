@@ -7,7 +7,11 @@
 //   fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]
 //                                                   the screen as a web page
 //   fieldtest record [--interval SEC] DIR           every report's values to CSV in DIR
-//   (serve and record take --gpsd HOST[:PORT]: each sample's position from gpsd)
+//   fieldtest publish --mqtt HOST[:PORT] --device NAME [--interval SEC] [--reports A,B]
+//                     [--accept-settings]          the reports on an MQTT broker
+//   (serve and record take --gpsd HOST[:PORT]: each sample's position from gpsd,
+//    and --mqtt HOST[:PORT]: every device's samples from that broker; --mqtt
+//    goes with --tls-ca FILE, --username NAME, --password-file FILE)
 //
 // A report is asked for by writing msg/id to the daemon's server object as
 // a client; once the reply with the same id is back, the report's status
@@ -18,6 +22,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +36,8 @@
 
 #include "platform/pps/pps_client.h"
 #include "tools/fieldtest/gpsd_client.h"
+#include "tools/fieldtest/mqtt_link.h"
+#include "tools/fieldtest/mqtt_publisher.h"
 #include "tools/fieldtest/numbered_array_table.h"
 #include "tools/fieldtest/report_layout.h"
 #include "tools/fieldtest/screen_client.h"
@@ -181,10 +189,51 @@ int SetSettings(const std::vector<std::string>& settings, int timeout_ms, int& n
 
 // Serves the web screen (or only records, without `page`) until SIGINT or
 // SIGTERM; the recording is closed whole before the program ends.
+// The signals that stop serve and publish, blocked in every thread but
+// the one that waits for them.
+sigset_t BlockStopSignals() {
+    sigset_t stop_signals;
+    sigemptyset(&stop_signals);
+    sigaddset(&stop_signals, SIGINT);
+    sigaddset(&stop_signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+    return stop_signals;
+}
+
+// Publishes this device's reports until SIGINT or SIGTERM.
+int Publish(fieldtest::PublishOptions options) {
+    sigset_t stop_signals = BlockStopSignals();
+    fieldtest::MqttPublisher publisher(options);
+    std::string error;
+    if (!publisher.Start(&error)) {
+        std::fprintf(stderr, "fieldtest: publish: %s\n", error.c_str());
+        return 1;
+    }
+    std::thread stopper([&] {
+        int signal_number = 0;
+        sigwait(&stop_signals, &signal_number);
+        publisher.Stop();
+    });
+    std::printf("fieldtest: publishing %s to %s:%d as radio_tavora/%s/ (settings %s)\n",
+                options.reports.size() == 1 ? options.reports[0].c_str() : "the reports",
+                options.mqtt.host.c_str(), options.mqtt.port, options.device.c_str(),
+                options.accept_settings ? "accepted" : "ignored");
+    std::fflush(stdout);
+    publisher.Run();
+    pthread_kill(stopper.native_handle(), SIGTERM);
+    stopper.join();
+    return 0;
+}
+
 int Serve(const std::string& listen, double interval_s, int timeout_ms,
-          const std::string& record_dir, const std::string& gpsd, bool page) {
+          const std::string& record_dir, const std::string& gpsd, bool page,
+          const fieldtest::MqttOptions* mqtt) {
     const char* verb = page ? "serve" : "record";
     fieldtest::WebScreenOptions options;
+    if (mqtt != nullptr) {
+        options.fleet = true;
+        options.mqtt = *mqtt;
+    }
     options.record_dir = record_dir;
     options.page = page;
     if (!fieldtest::ParseListenAddress(listen, &options.host, &options.port)) {
@@ -204,11 +253,7 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms,
     }
     // Signals are taken by one thread of our own; the server's threads
     // inherit the mask and never see them.
-    sigset_t stop_signals;
-    sigemptyset(&stop_signals);
-    sigaddset(&stop_signals, SIGINT);
-    sigaddset(&stop_signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+    sigset_t stop_signals = BlockStopSignals();
     fieldtest::WebScreen screen(options);
     std::string error;
     if (!screen.Listen(&error)) {
@@ -242,6 +287,8 @@ void Usage(FILE* out) {
                  "       fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]\n"
                  "                       [--gpsd HOST[:PORT]]\n"
                  "       fieldtest record [--interval SEC] [--gpsd HOST[:PORT]] DIR\n"
+                 "       fieldtest publish --mqtt HOST[:PORT] --device NAME [--interval SEC]\n"
+                 "                         [--reports REPORT,...] [--accept-settings]\n"
                  "\n"
                  "Asks radio_tavora for reports the way the field-test screen does and shows\n"
                  "them, or changes its settings in diag/config. serve does both on a web page\n"
@@ -267,6 +314,16 @@ void Usage(FILE* out) {
                  "  --record DIR    serve: record every sample to CSV files in DIR\n"
                  "  --gpsd HOST[:PORT]  serve, record: each sample's position from gpsd\n"
                  "                  (port 2947 when not given; e.g. --gpsd localhost)\n"
+                 "  --mqtt HOST[:PORT]  publish: the broker to publish to; serve, record:\n"
+                 "                  every device's samples from it instead of the local\n"
+                 "                  daemon (port 1883 when not given)\n"
+                 "  --device NAME   publish: this device's name in the topics\n"
+                 "                  radio_tavora/NAME/REPORT, /status, /config, /set\n"
+                 "  --reports A,B   publish: these reports only (default: the eight)\n"
+                 "  --accept-settings  publish: apply NAME=VALUE lines sent to\n"
+                 "                  radio_tavora/NAME/set (checked as set checks them)\n"
+                 "  --tls-ca FILE   --mqtt over TLS, the broker checked against this CA\n"
+                 "  --username NAME, --password-file FILE  --mqtt's credentials\n"
                  "The PPS broker is found through PPS_SOCKET (default %s).\n"
                  "Exit status: 0 ok, 1 error, 2 usage, 3 a report got no reply.\n",
                  kPpsDefaultSocket);
@@ -277,7 +334,8 @@ void Usage(FILE* out) {
 int main(int argc, char** argv) {
     std::string verb;
     if (argc > 1 && (std::strcmp(argv[1], "watch") == 0 || std::strcmp(argv[1], "set") == 0 ||
-                     std::strcmp(argv[1], "serve") == 0 || std::strcmp(argv[1], "record") == 0)) {
+                     std::strcmp(argv[1], "serve") == 0 || std::strcmp(argv[1], "record") == 0 ||
+                     std::strcmp(argv[1], "publish") == 0)) {
         verb = argv[1];
         --argc;
         ++argv;
@@ -286,7 +344,9 @@ int main(int argc, char** argv) {
     double timeout_s = 5, interval_s = 2;
     long count = -1;
     std::string listen = "127.0.0.1:8080";
-    std::string record_dir, gpsd;
+    std::string record_dir, gpsd, mqtt, device, reports, password_file;
+    bool accept_settings = false;
+    fieldtest::MqttOptions mqtt_options;
     static const option kOptions[] = {
         {"json", no_argument, nullptr, 'j'},
         {"timeout", required_argument, nullptr, 't'},
@@ -295,6 +355,13 @@ int main(int argc, char** argv) {
         {"listen", required_argument, nullptr, 'l'},
         {"record", required_argument, nullptr, 'r'},
         {"gpsd", required_argument, nullptr, 'g'},
+        {"mqtt", required_argument, nullptr, 'm'},
+        {"device", required_argument, nullptr, 'd'},
+        {"reports", required_argument, nullptr, 'R'},
+        {"accept-settings", no_argument, nullptr, 'A'},
+        {"tls-ca", required_argument, nullptr, 'T'},
+        {"username", required_argument, nullptr, 'u'},
+        {"password-file", required_argument, nullptr, 'p'},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
@@ -322,6 +389,27 @@ int main(int argc, char** argv) {
             case 'g':
                 gpsd = optarg;
                 break;
+            case 'm':
+                mqtt = optarg;
+                break;
+            case 'd':
+                device = optarg;
+                break;
+            case 'R':
+                reports = optarg;
+                break;
+            case 'A':
+                accept_settings = true;
+                break;
+            case 'T':
+                mqtt_options.tls_ca = optarg;
+                break;
+            case 'u':
+                mqtt_options.username = optarg;
+                break;
+            case 'p':
+                password_file = optarg;
+                break;
             case 'h':
                 Usage(stdout);
                 return 0;
@@ -335,20 +423,62 @@ int main(int argc, char** argv) {
         }
     }
     std::vector<std::string> args(argv + optind, argv + argc);
+    if (!mqtt.empty() &&
+        !fieldtest::ParseMqttAddress(mqtt, &mqtt_options.host, &mqtt_options.port)) {
+        std::fprintf(stderr, "fieldtest: --mqtt wants HOST[:PORT], got '%s'\n", mqtt.c_str());
+        return 2;
+    }
+    if (!password_file.empty() &&
+        !fieldtest::ReadSecretFile(password_file, &mqtt_options.password)) {
+        std::fprintf(stderr, "fieldtest: cannot read --password-file %s: %s\n",
+                     password_file.c_str(), std::strerror(errno));
+        return 2;
+    }
+    const fieldtest::MqttOptions* fleet = mqtt.empty() ? nullptr : &mqtt_options;
+    if (verb == "publish") {
+        if (!args.empty() || mqtt.empty() || !fieldtest::IsTopicLevel(device)) {
+            std::fprintf(stderr,
+                         "fieldtest: publish wants --mqtt HOST[:PORT] and --device NAME (no '/', "
+                         "'+' or '#')\n");
+            return 2;
+        }
+        fieldtest::PublishOptions options;
+        options.mqtt = mqtt_options;
+        options.mqtt.client_id = "radio_tavora-" + device;
+        options.device = device;
+        options.interval_s = interval_s;
+        options.timeout_ms = static_cast<int>(timeout_s * 1000);
+        options.accept_settings = accept_settings;
+        for (size_t at = 0; at <= reports.size() && !reports.empty();) {
+            size_t end = std::min(reports.find(',', at), reports.size());
+            std::string name = reports.substr(at, end - at);
+            if (FindReport(name) == nullptr) {
+                std::fprintf(stderr, "fieldtest: unknown report '%s' (see --help)\n", name.c_str());
+                return 2;
+            }
+            options.reports.push_back(name);
+            at = end + 1;
+        }
+        if (options.reports.empty())
+            for (const auto& report : fieldtest::Reports())
+                if (report.asked) options.reports.push_back(report.name);
+        return Publish(std::move(options));
+    }
     if (verb == "serve") {
         if (!args.empty()) {
             Usage(stderr);
             return 2;
         }
-        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), record_dir, gpsd,
-                     true);
+        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), record_dir, gpsd, true,
+                     fleet);
     }
     if (verb == "record") {
         if (args.size() != 1 || !record_dir.empty()) {
             Usage(stderr);
             return 2;
         }
-        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), args[0], gpsd, false);
+        return Serve(listen, interval_s, static_cast<int>(timeout_s * 1000), args[0], gpsd, false,
+                     fleet);
     }
     int next_id = static_cast<int>(::getpid() % 10000) * 1000;
     const int timeout_ms = static_cast<int>(timeout_s * 1000);

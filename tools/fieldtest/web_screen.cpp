@@ -25,6 +25,7 @@
 #include "tools/fieldtest/event_hub.h"
 #include "tools/fieldtest/gpsd_client.h"
 #include "tools/fieldtest/guarded_server.h"
+#include "tools/fieldtest/mqtt_fleet.h"
 #include "tools/fieldtest/recording.h"
 #include "tools/fieldtest/report_layout.h"
 #include "tools/fieldtest/request_guard.h"
@@ -108,6 +109,7 @@ struct WebScreen::Impl {
     Recording recording;
     std::unique_ptr<DiskRecording> disk;
     std::unique_ptr<GpsdClient> gps;
+    std::unique_ptr<MqttFleet> fleet;
     // Scripts the system installed, served as read at start: path ->
     // {content, type, the package that provides it}.
     struct SystemAsset {
@@ -193,6 +195,50 @@ struct WebScreen::Impl {
                            {"daemon", daemon},
                            {"problem", daemon ? "" : problem},
                            {"modem_state", modem.value("modem_state", Json(nullptr))},
+                           {"interval", interval_s.load()},
+                           {"recorded", recording.rows()},
+                           {"recording", RecordingJson()},
+                           {"position", PositionJson()},
+                           {"time", UnixMs()}};
+            hub.Publish("health", "health", JsonText(health));
+        } while (Pause(interval_s.load()));
+    }
+
+    // A sample from a device on the broker: shown, and recorded with the
+    // device's name unless the broker kept it from before (then whoever
+    // listened at the time recorded it).
+    void TakeFleetSample(const std::string& device, Json sample, bool retained) {
+        std::string report = sample["report"];
+        if (sample["error"].get<std::string>().empty() && !retained) {
+            long long time = sample["time"];
+            Position position = gps ? gps->Latest() : Position{};
+            recording.Add(time, device + "/" + report, sample["values"]);
+            if (disk) disk->Add(time, device, report, sample["values"], position);
+            if (position.known)
+                sample["position"] = {{"latitude", position.latitude},
+                                      {"longitude", position.longitude}};
+        }
+        hub.Publish("report:" + device + ":" + report, "report", JsonText(sample));
+    }
+
+    // With a broker, health is the link's and the devices': published on
+    // the interval as the local rounds would be.
+    void WatchFleet() {
+        do {
+            Json devices = fleet->Devices();
+            bool online = false;
+            for (const auto& device : devices) online = online || device["status"] == "online";
+            std::string where = options.mqtt.host + ":" + std::to_string(options.mqtt.port);
+            std::string problem = !fleet->connected()
+                                      ? "the MQTT broker " + where + " is not reachable"
+                                  : online ? ""
+                                           : "no device is online on " + where;
+            Json health = {{"broker", fleet->connected()},
+                           {"daemon", online},
+                           {"problem", problem},
+                           {"fleet", where},
+                           {"devices", devices},
+                           {"modem_state", nullptr},
                            {"interval", interval_s.load()},
                            {"recorded", recording.rows()},
                            {"recording", RecordingJson()},
@@ -303,6 +349,16 @@ struct WebScreen::Impl {
             std::string name = body["name"], value = body["value"];
             std::string error = CheckSetting(name, value);
             if (!error.empty()) return ReplyError(res, 400, error);
+            if (fleet) {
+                // To the device the page has picked; its publisher applies
+                // it only when it accepts settings.
+                if (!body.contains("device") || !body["device"].is_string())
+                    return ReplyError(res, 400, "expected the device to send the setting to");
+                std::string device = body["device"];
+                if (!fleet->SendSetting(device, name, value))
+                    return ReplyError(res, 503, "the MQTT broker is not reachable");
+                return ReplyJson(res, Json{{"sent", device}});
+            }
             if (!BrokerReachable()) return ReplyError(res, 503, "the PPS broker is not running");
             error = WriteConfig({{name, value}});
             if (!error.empty()) return ReplyError(res, 503, error);
@@ -370,6 +426,9 @@ struct WebScreen::Impl {
                     return n > 0 && sink.write(slice.data(), static_cast<size_t>(n));
                 });
         });
+        server.Get("/api/devices", [this](const httplib::Request&, httplib::Response& res) {
+            ReplyJson(res, fleet ? fleet->Devices() : Json::array());
+        });
         server.Get("/api/events", [this](const httplib::Request& req, httplib::Response& res) {
             // Each stream holds a connection for as long as its page is
             // open: a bounded number, fewer from any one address.
@@ -413,6 +472,18 @@ WebScreen::WebScreen(WebScreenOptions options) : impl_(std::make_unique<Impl>(st
           "libjs-leaflet"}},
     };
     if (o.gpsd_port != 0) impl_->gps = std::make_unique<GpsdClient>(o.gpsd_host, o.gpsd_port);
+    if (o.fleet) {
+        Impl* impl = impl_.get();
+        impl_->fleet = std::make_unique<MqttFleet>(
+            o.mqtt,
+            [impl](const std::string& device, Json sample, bool retained) {
+                impl->TakeFleetSample(device, std::move(sample), retained);
+            },
+            [impl](const Json& device) {
+                impl->hub.Publish("device:" + device["device"].get<std::string>(), "device",
+                                  JsonText(device));
+            });
+    }
     impl_->Routes();
 }
 
@@ -429,6 +500,7 @@ bool WebScreen::Listen(std::string* error) {
             return false;
         }
     }
+    if (impl_->fleet && !impl_->fleet->Start(error)) return false;
     if (!impl_->options.page) return true;
     std::string reason = BindError(impl_->options.host, impl_->options.port);
     if (reason.empty() && !impl_->server.Bind(impl_->options.host, impl_->options.port))
@@ -442,13 +514,18 @@ bool WebScreen::Listen(std::string* error) {
 }
 
 void WebScreen::Run() {
-    impl_->poller = std::thread([this] { impl_->PollReports(); });
+    impl_->poller = std::thread([this] {
+        if (impl_->fleet)
+            impl_->WatchFleet();
+        else
+            impl_->PollReports();
+    });
     if (!impl_->options.page) {
         std::unique_lock lock(impl_->mutex);
         impl_->wake.wait(lock, [this] { return impl_->stopping; });
         return;
     }
-    impl_->config_watcher = std::thread([this] { impl_->WatchConfig(); });
+    if (!impl_->fleet) impl_->config_watcher = std::thread([this] { impl_->WatchConfig(); });
     impl_->server.listen_after_bind();
 }
 
@@ -462,6 +539,8 @@ void WebScreen::Stop() {
     impl_->server.stop();
     if (impl_->poller.joinable()) impl_->poller.join();
     if (impl_->config_watcher.joinable()) impl_->config_watcher.join();
+    // No more samples from the broker before the recording closes.
+    if (impl_->fleet) impl_->fleet->Stop();
     // Nothing takes samples any more: what was taken goes to the file.
     if (impl_->disk) impl_->disk->Close();
 }

@@ -15,6 +15,13 @@
 //   GET  /api/recording.csv   the values kept in memory (time, report, attribute, value)
 //   GET  /api/recordings      the recordings on disk (--record DIR) and the samples acknowledged
 //   GET  /api/recordings/NAME one of them, read from disk as it is sent
+//   GET  /api/devices         with --mqtt: every device seen on the broker, its status
+//
+// With an MQTT broker (fieldtest serve --mqtt), the reports are not asked
+// for here: every device's samples come from the broker (fieldtest publish
+// on each device), are pushed to the page with the device's name and
+// recorded with it; POST /api/config then takes a "device" and sends the
+// setting to that device's set topic.
 //
 // Without a page (fieldtest record), the same rounds are taken and recorded
 // and nothing is served.
@@ -22,6 +29,8 @@
 
 #include <memory>
 #include <string>
+
+#include "tools/fieldtest/mqtt_link.h"
 
 namespace fieldtest {
 
@@ -41,6 +50,9 @@ struct WebScreenOptions {
     std::string record_dir;
     // false: no HTTP server, only the rounds (and their recording).
     bool page = true;
+    // Samples from the devices on this MQTT broker instead of the local daemon.
+    bool fleet = false;
+    MqttOptions mqtt;
 };
 
 class WebScreen {

@@ -29,10 +29,22 @@ const TRACK_VALUES = [
 ];
 const TRACK_LIMIT = 20000;  // points kept on the page
 
+// With serve --mqtt: the key measurements side by side across the devices,
+// and a plot of each with one line per device: [report, attribute, label].
+const FLEET_VALUES = [
+  ['lteopinfo', 'lte_rsrp', 'RSRP (dBm)'], ['lteopinfo', 'lte_rsrq', 'RSRQ (dB)'],
+  ['radionwinfo', 'scell_rscp', 'RSCP (dBm)'], ['radionwinfo', 'scell_ecio', 'Ec/Io (dB)'],
+  ['tchtxpwr', 'dch_tx_pwr', 'transmit power (dBm)'],
+];
+
 const COLOURS = ['#1f77b4', '#d62728', '#2ca02c', '#9467bd', '#ff7f0e', '#8c564b', '#e377c2'];
 
 const started = Date.now();
 const charts = {};  // plot id -> Chart
+const fleetCharts = {};  // attribute -> Chart, a dataset per device
+// Devices heard through the broker: name -> {status, config, latest: report -> sample}.
+const devices = {};
+let picked = null;  // the device whose panels, plots and settings are shown
 const panels = {};  // status object -> panel element
 const fillers = {};  // status object -> the reports that fill it
 let settingControls = {};  // setting -> {input, current}
@@ -42,6 +54,13 @@ window.fieldtestScreen = {
   charts,
   reports: {},
   config: {},
+  devices,
+  picked: () => picked,
+  // Points per device drawn in a fleet plot: device -> count.
+  fleetPoints(attribute) {
+    const chart = fleetCharts[attribute];
+    return chart ? Object.fromEntries(chart.data.datasets.map((d) => [d.label, d.data.length])) : {};
+  },
   // Points of the track drawn on the map (coloured markers).
   trackPoints() { return track.layer ? track.layer.getLayers().length : 0; },
   // The attribute names each panel shows: panel id -> [names].
@@ -161,6 +180,101 @@ function renderStats(report) {
     }
   }
   return [...bar, singles, ...tables];
+}
+
+// A sample from a device on the broker: kept, compared and plotted per
+// device, and drawn in the panels when it is the picked device's.
+function fleetReport(report) {
+  const device = deviceEntry(report.device);
+  device.latest[report.report] = report;
+  if (picked === null) pickDevice(report.device);
+  plotFleet(report);
+  showFleet();
+  if (report.device === picked) renderReport(report);
+}
+
+function deviceEntry(name) {
+  if (!devices[name]) {
+    devices[name] = {status: 'unknown', config: {}, latest: {}};
+    document.getElementById('fleet').hidden = false;
+    document.getElementById('device').append(el('option', {value: name}, name));
+  }
+  return devices[name];
+}
+
+function showDevice(info) {
+  const device = deviceEntry(info.device);
+  device.status = info.status;
+  device.config = info.config || {};
+  if (picked === null) pickDevice(info.device);
+  if (info.device === picked) showConfig(device.config);
+  showFleet();
+}
+
+// The panels, per-device plots and settings follow the picked device.
+function pickDevice(name) {
+  picked = name;
+  document.getElementById('device').value = name;
+  for (const chart of Object.values(charts)) {
+    for (const dataset of chart.data.datasets) dataset.data = [];
+    chart.update('none');
+  }
+  const device = devices[name];
+  for (const report of Object.values(device.latest)) renderReport(report);
+  showConfig(device.config);
+}
+
+// A row per device: its status and the latest of each key measurement.
+function showFleet() {
+  const head = el('tr', {}, el('th', {}, 'device'), el('th', {}, 'status'),
+      ...FLEET_VALUES.map(([, , label]) => el('th', {}, label)));
+  const rows = Object.keys(devices).sort().map((name) => {
+    const device = devices[name];
+    return el('tr', {'data-device': name}, el('th', {}, name),
+        el('td', {class: device.status === 'online' ? '' : 'offline'}, device.status),
+        ...FLEET_VALUES.map(([report, attribute]) => {
+          const sample = device.latest[report];
+          return valueCell(sample && !sample.error ? sample.values[attribute] : null);
+        }));
+  });
+  document.getElementById('fleet-table').replaceChildren(head, ...rows);
+}
+
+function makeFleetCharts() {
+  if (typeof Chart === 'undefined') return;
+  const grid = document.getElementById('fleet-plot-grid');
+  for (const [, attribute, label] of FLEET_VALUES) {
+    const canvas = el('canvas', {id: `fleet-plot-${attribute}`});
+    grid.append(el('div', {class: 'plot'}, canvas));
+    fleetCharts[attribute] = new Chart(canvas, {
+      type: 'line', data: {datasets: []},
+      options: {animation: false, parsing: false, maintainAspectRatio: false,
+        plugins: {title: {display: true, text: `${label} per device`}},
+        scales: {x: {type: 'linear', title: {display: true, text: 'seconds'}}}},
+    });
+  }
+}
+
+function plotFleet(report) {
+  if (report.error) return;
+  const x = (report.time - started) / 1000;
+  for (const [name, attribute] of FLEET_VALUES) {
+    const chart = fleetCharts[attribute];
+    if (!chart || name !== report.report) continue;
+    let dataset = chart.data.datasets.find((d) => d.label === report.device);
+    if (!dataset) {
+      const colour = COLOURS[Object.keys(devices).sort().indexOf(report.device) % COLOURS.length];
+      dataset = {label: report.device, data: [], pointRadius: 1.5, borderWidth: 1.5,
+        borderColor: colour, backgroundColor: colour};
+      chart.data.datasets.push(dataset);
+    }
+    const y = asNumber(report.values[attribute]);
+    if (y === null && (!dataset.data.length || dataset.data[dataset.data.length - 1].y === null)) continue;
+    dataset.data.push({x, y});
+    while (dataset.data.length && dataset.data[0].x < x - PLOT_WINDOW_S) dataset.data.shift();
+    chart.options.scales.x.min = Math.max(0, x - PLOT_WINDOW_S);
+    chart.update('none');
+  }
 }
 
 function renderReport(report) {
@@ -337,11 +451,16 @@ async function applySetting(name, value) {
   try {
     const response = await fetch('/api/config', {
       method: 'POST', headers: {'Content-Type': 'application/json'},
-      body: JSON.stringify({name, value})});
+      body: JSON.stringify(picked === null ? {name, value} : {name, value, device: picked})});
     const body = await response.json();
     if (!response.ok) {
       message.className = 'error';
       message.textContent = `${name}: ${body.error}`;
+      return;
+    }
+    if (body.sent) {
+      message.textContent = `${name} sent to ${body.sent}; it shows here once its publisher ` +
+        'applies it (fieldtest publish --accept-settings)';
       return;
     }
     message.textContent = `${name} written; the daemon's answer shows in diag/config below`;
@@ -365,7 +484,16 @@ function showConfig(config) {
 
 function showHealth(health) {
   const banner = document.getElementById('banner');
-  document.getElementById('modem-state').textContent = health.modem_state ?? 'unknown';
+  if (health.fleet) {
+    const online = health.devices.filter((d) => d.status === 'online').length;
+    document.getElementById('modem-state').textContent =
+      `${online} of ${health.devices.length} devices online`;
+    document.getElementById('fleet-broker').textContent = `MQTT broker ${health.fleet}`;
+    document.getElementById('fleet').hidden = false;
+    for (const device of health.devices) showDevice(device);
+  } else {
+    document.getElementById('modem-state').textContent = health.modem_state ?? 'unknown';
+  }
   const position = health.position || {};
   document.getElementById('position').textContent = position.known
     ? `${position.latitude.toFixed(5)}, ${position.longitude.toFixed(5)}` +
@@ -375,7 +503,9 @@ function showHealth(health) {
   showRecording(health.recording);
   document.getElementById('interval').value = String(health.interval);
   if (!health.broker) {
-    banner.textContent = 'The PPS broker is not running: no reports and no settings until it is back.';
+    banner.textContent = health.fleet
+      ? `The MQTT broker ${health.fleet} is not reachable; reconnecting …`
+      : 'The PPS broker is not running: no reports and no settings until it is back.';
   } else if (!health.daemon) {
     banner.textContent = `radio_tavora is not answering: ${health.problem}`;
   } else {
@@ -418,7 +548,12 @@ async function listRecordings() {
 
 function listen() {
   const events = new EventSource('/api/events');
-  events.addEventListener('report', (e) => renderReport(JSON.parse(e.data)));
+  events.addEventListener('report', (e) => {
+    const report = JSON.parse(e.data);
+    if (report.device) fleetReport(report);
+    else renderReport(report);
+  });
+  events.addEventListener('device', (e) => showDevice(JSON.parse(e.data)));
   events.addEventListener('config', (e) => showConfig(JSON.parse(e.data)));
   events.addEventListener('health', (e) => showHealth(JSON.parse(e.data)));
   // The browser reconnects by itself; until then, say so.
@@ -445,6 +580,8 @@ async function makePanels() {
 }
 
 makeCharts();
+makeFleetCharts();
+document.getElementById('device').addEventListener('change', (e) => pickDevice(e.target.value));
 makeTrack();
 document.getElementById('recordings').addEventListener('toggle', listRecordings);
 makeSettingsForm();

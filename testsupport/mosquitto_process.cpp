@@ -1,0 +1,53 @@
+#include "testsupport/mosquitto_process.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <fstream>
+
+namespace rt::test {
+
+int FreeLoopbackPort() {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof addr;
+    ::bind(fd, reinterpret_cast<sockaddr*>(&addr), size);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &size);
+    ::close(fd);
+    return ntohs(addr.sin_port);
+}
+
+bool MosquittoProcess::Installed() {
+    return ::access(kBroker, X_OK) == 0 && ::access("/usr/bin/mosquitto_sub", X_OK) == 0 &&
+           ::access("/usr/bin/mosquitto_pub", X_OK) == 0;
+}
+
+MosquittoProcess::MosquittoProcess() : port_(FreeLoopbackPort()) {
+    if (!Installed()) return;
+    std::string config = dir_.file("mosquitto.conf");
+    std::ofstream(config) << "listener " << port_ << " 127.0.0.1\n"
+                          << "allow_anonymous true\npersistence false\nlog_dest stderr\n";
+    process_ = std::make_unique<ChildProcess>(std::vector<std::string>{kBroker, "-c", config});
+    ready_ = process_->WaitForStderr(" running");
+}
+
+std::string MosquittoProcess::FirstMessage(const std::string& topic, int timeout_s) {
+    ChildProcess sub({"/usr/bin/mosquitto_sub", "-h", "127.0.0.1", "-p", std::to_string(port_),
+                      "-t", topic, "-C", "1", "-W", std::to_string(timeout_s)});
+    sub.Wait((timeout_s + 5) * 1000);
+    std::string text = sub.Stdout();
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
+bool MosquittoProcess::Send(const std::string& topic, const std::string& payload) {
+    ChildProcess pub({"/usr/bin/mosquitto_pub", "-h", "127.0.0.1", "-p", std::to_string(port_),
+                      "-q", "1", "-t", topic, "-m", payload});
+    return pub.Wait() == 0;
+}
+
+}  // namespace rt::test

@@ -1,0 +1,45 @@
+// A real MQTT broker for a test: Debian's mosquitto on a free port of the
+// loopback, with a configuration of its own (no persistence, anonymous
+// clients), logging to its standard error.
+//
+//   rt::test::MosquittoProcess broker;
+//   if (!rt::test::MosquittoProcess::Installed()) GTEST_SKIP() << ...;
+//   ASSERT_TRUE(broker.ready()) << broker.process().Stderr();
+//   argv.push_back(broker.address());          // "127.0.0.1:PORT"
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "testsupport/child_process.h"
+
+namespace rt::test {
+
+// A TCP port of the loopback free now.
+int FreeLoopbackPort();
+
+class MosquittoProcess {
+  public:
+    static constexpr const char* kBroker = "/usr/sbin/mosquitto";
+    static bool Installed();
+
+    MosquittoProcess();
+    bool ready() const { return ready_; }
+    int port() const { return port_; }
+    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+    ChildProcess& process() { return *process_; }
+    // Subscribes with mosquitto_sub (mosquitto-clients) and returns the
+    // first message on `topic` (retained ones included), "" when none
+    // comes in `timeout_s`.
+    std::string FirstMessage(const std::string& topic, int timeout_s = 5);
+    // Publishes `payload` on `topic` with mosquitto_pub; true once sent.
+    bool Send(const std::string& topic, const std::string& payload);
+
+  private:
+    TempDir dir_;
+    int port_;
+    std::unique_ptr<ChildProcess> process_;
+    bool ready_ = false;
+};
+
+}  // namespace rt::test
