@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -31,8 +32,20 @@ MosquittoProcess::MosquittoProcess() : port_(FreeLoopbackPort()) {
     std::string config = dir_.file("mosquitto.conf");
     std::ofstream(config) << "listener " << port_ << " 127.0.0.1\n"
                           << "allow_anonymous true\npersistence false\nlog_dest stderr\n";
-    process_ = std::make_unique<ChildProcess>(std::vector<std::string>{kBroker, "-c", config});
-    ready_ = process_->WaitForStderr(" running");
+    ready_ = Start();
+}
+
+bool MosquittoProcess::Start() {
+    process_ = std::make_unique<ChildProcess>(
+        std::vector<std::string>{kBroker, "-c", dir_.file("mosquitto.conf")});
+    return process_->WaitForStderr(" running");
+}
+
+bool MosquittoProcess::Restart() {
+    process_->Signal(SIGTERM);
+    process_->Wait();
+    ready_ = Start();
+    return ready_;
 }
 
 std::string MosquittoProcess::FirstMessage(const std::string& topic, int timeout_s) {

@@ -32,10 +32,15 @@ class MosquittoProcess {
     // first message on `topic` (retained ones included), "" when none
     // comes in `timeout_s`.
     std::string FirstMessage(const std::string& topic, int timeout_s = 5);
+    // Stops the broker (SIGTERM) and starts it again on the same port, as a
+    // broker that restarts; true once it runs again.
+    bool Restart();
     // Publishes `payload` on `topic` with mosquitto_pub; true once sent.
     bool Send(const std::string& topic, const std::string& payload);
 
   private:
+    bool Start();
+
     TempDir dir_;
     int port_;
     std::unique_ptr<ChildProcess> process_;

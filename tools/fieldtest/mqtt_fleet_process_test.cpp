@@ -2,7 +2,8 @@
 // radio_tavora, each with `fieldtest publish`, and one `fieldtest serve
 // --mqtt` recording both. Their samples arrive with their names, a killed
 // publisher is "offline" to a subscriber that comes afterwards, and a
-// setting reaches a device only when its publisher accepts settings.
+// setting reaches a device only when its publisher accepts settings; a
+// restarted broker is connected to again and samples flow on.
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
@@ -121,6 +122,23 @@ TEST(MqttFleetProcess, TwoDevicesOnOneBrokerAndOneScreen) {
                                          : nlohmann::json();
         return mask == 1 || mask == "1";
     }));
+
+    // A broker that restarts: the publishers and the screen connect again
+    // by themselves, and what is published afterwards arrives (QoS 1).
+    auto rows_of_b = [&] {
+        std::string text = Recorded(dir.file("rec"));
+        size_t n = 0;
+        for (size_t at = 0; (at = text.find(",car-b,radiostats,", at)) != std::string::npos; ++at)
+            ++n;
+        return n;
+    };
+    ASSERT_TRUE(broker.Restart()) << broker.process().Stderr();
+    // The new broker keeps nothing: a retained status is the publisher's,
+    // sent again once it is back.
+    EXPECT_TRUE(Eventually(
+        [&] { return broker.FirstMessage("radio_tavora/car-b/status", 1) == "online"; }));
+    const size_t before_restart = rows_of_b();
+    EXPECT_TRUE(Eventually([&] { return rows_of_b() > before_restart; })) << serve.Stderr();
 
     // A publisher that vanishes: the broker's last will says "offline",
     // to the screen and to a subscriber that arrives only now.
