@@ -33,7 +33,6 @@ FieldtestRun Fieldtest(DaemonFixture& fixture, std::vector<std::string> args) {
 TEST(FieldtestSetTest, RefusesWhatTheDaemonWouldNotApplyAndWritesNothing) {
     DaemonFixture fixture;
     ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    const std::string before = fixture.ReadObject(rt::test::kConfigObject);
     struct Refusal {
         std::vector<std::string> args;
         const char* message;
@@ -50,8 +49,13 @@ TEST(FieldtestSetTest, RefusesWhatTheDaemonWouldNotApplyAndWritesNothing) {
         EXPECT_EQ(run.status, 2) << r.message;
         EXPECT_THAT(run.err, HasSubstr(r.message));
     }
-    // Not even the valid diaglogmask of a refused set was written.
-    EXPECT_EQ(fixture.ReadObject(rt::test::kConfigObject), before);
+    // Not even the valid diaglogmask of a refused set was written. (The
+    // daemon may still be writing its own start-up lines, so the check is
+    // of what the refused sets would have written, not the whole text.)
+    const std::string after = fixture.ReadObject(rt::test::kConfigObject);
+    for (const char* written :
+         {"tethering", "ims_enable::true", "diaglogmask::1", "lte_only", "apn_name::", "ens_value"})
+        EXPECT_EQ(after.find(written), std::string::npos) << written << " in\n" << after;
 }
 
 TEST(FieldtestSetTest, ShowsDiagConfigWithTheDaemonsWriteBack) {
