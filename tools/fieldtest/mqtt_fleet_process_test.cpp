@@ -2,7 +2,8 @@
 // radio_tavora, each with `fieldtest publish`, and one `fieldtest serve
 // --mqtt` recording both. Their samples arrive with their names, a killed
 // publisher is "offline" to a subscriber that comes afterwards, and a
-// setting reaches a device only when its publisher accepts settings; a
+// setting reaches only the device it names, and only when its publisher
+// accepts settings; a
 // restarted broker is connected to again and samples flow on.
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -94,7 +95,7 @@ TEST(MqttFleetProcess, TwoDevicesOnOneBrokerAndOneScreen) {
 
     // A setting: ignored by a publisher without --accept-settings, applied
     // by the one with it, after the checks `fieldtest set` makes.
-    ASSERT_TRUE(broker.Send("radio_tavora/car-a/set", "diaglogmask=1"));
+    ASSERT_TRUE(broker.Send("radio_tavora/car-a/set", "diaglogmask=1\nims_enable=1"));
     ASSERT_TRUE(broker.Send("radio_tavora/car-b/set", "diaglogmask=7"));
     ASSERT_TRUE(broker.Send("radio_tavora/car-b/set", "diaglogmask=1"));
     EXPECT_TRUE(a.publisher->WaitForStderr("ignored settings sent to car-a"));
@@ -102,6 +103,8 @@ TEST(MqttFleetProcess, TwoDevicesOnOneBrokerAndOneScreen) {
     EXPECT_TRUE(b.publisher->WaitForStderr("applied diaglogmask=1")) << b.publisher->Stderr();
     EXPECT_NE(b.Config().find("diaglogmask::1"), std::string::npos) << b.Config();
     EXPECT_EQ(a.Config().find("diaglogmask::1"), std::string::npos) << a.Config();
+    // car-b, which does accept settings, took none of those meant for car-a.
+    EXPECT_EQ(b.Config().find("ims_enable"), std::string::npos) << b.Config();
     // With its log mask on, car-b's modem logs LTE: its RSRP reaches the recording.
     EXPECT_TRUE(Eventually([&] {
         return Recorded(dir.file("rec")).find(",car-b,lteopinfo,lte_rsrp,") != std::string::npos;
