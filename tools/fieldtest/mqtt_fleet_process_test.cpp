@@ -3,8 +3,8 @@
 // --mqtt` recording both. Their samples arrive with their names, a killed
 // publisher is "offline" to a subscriber that comes afterwards, and a
 // setting reaches only the device it names, and only when its publisher
-// accepts settings; a
-// restarted broker is connected to again and samples flow on.
+// accepts settings; a restarted broker is connected to again and samples
+// flow on.
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
