@@ -304,8 +304,9 @@ struct WebScreen::Impl {
                                 asset.content_type);
             });
         }
-        for (const auto& [path, asset] : system_assets) {
-            server.Get(path, [&asset](const httplib::Request&, httplib::Response& res) {
+        for (const auto& entry : system_assets) {
+            const auto& asset = entry.second;  // a named reference: lambdas cannot capture bindings
+            server.Get(entry.first, [&asset](const httplib::Request&, httplib::Response& res) {
                 if (asset.content.empty()) {
                     res.status = 404;
                     res.set_content("not installed (Debian package " + asset.package + ")",
