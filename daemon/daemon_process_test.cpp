@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,15 +30,10 @@ using ::testing::Not;
 // The slog lines of the daemon's standard error, prefix removed, in order.
 std::vector<std::string> SlogTexts(const std::string& stderr_text) {
     std::vector<std::string> texts;
-    size_t at = 0;
+    std::istringstream in(stderr_text);
     const std::string prefix = "slog 10000 6 ";
-    while (at < stderr_text.size()) {
-        size_t end = stderr_text.find('\n', at);
-        if (end == std::string::npos) end = stderr_text.size();
-        std::string line = stderr_text.substr(at, end - at);
+    for (std::string line; std::getline(in, line);)
         if (line.rfind(prefix, 0) == 0) texts.push_back(line.substr(prefix.size()));
-        at = end + 1;
-    }
     return texts;
 }
 
@@ -54,9 +50,13 @@ int IndexOf(const std::vector<std::string>& texts, const std::string& needle) {
     return -1;
 }
 
+// One start with an unknown option and no hardware id: the start-up lines
+// in order, each of the two logged, and the start going on.
 TEST(DaemonProcessTest, StartsWithItsLogLinesInOrder) {
     DaemonOptions options;
     options.create_omadm_control = true;
+    options.create_deviceinfo = false;
+    options.args = {"-x"};
     DaemonFixture fixture(options);
     ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
     std::vector<std::string> texts = SlogTexts(fixture.daemon().Stderr());
@@ -71,6 +71,11 @@ TEST(DaemonProcessTest, StartsWithItsLogLinesInOrder) {
     EXPECT_GT(started_line, rat_line);
     EXPECT_EQ(IndexOf(texts, "Dropping to user"), -1);  // no -U, no privilege change
     EXPECT_EQ(IndexOf(texts, "setupContext"), -1);      // every object opened
+    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(MainLine("Unknown command line option: ?")));
+    char line[256];
+    std::snprintf(line, sizeof line, "%30s : Failed to opend /pps/system/nvram/deviceinfo(%s)",
+                  "GetHardwareID", strerror(ENOENT));
+    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line));
 }
 
 TEST(DaemonProcessTest, StatusObjectsCreatedAndEmptied) {
@@ -109,14 +114,6 @@ TEST(DaemonProcessTest, UnregisteredNameWarnsLogsAndGetsNoReply) {
     EXPECT_LT(err.find("Unhandled message nosuchreport"), err.find(line));
 }
 
-TEST(DaemonProcessTest, UnknownOptionLoggedAndStartGoesOn) {
-    DaemonOptions options;
-    options.args = {"-x"};
-    DaemonFixture fixture(options);
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(MainLine("Unknown command line option: ?")));
-}
-
 TEST(DaemonProcessTest, TerminationSignalsEndWithStatusZero) {
     char line[128];
     std::snprintf(line, sizeof line, "%30s : Tavora: radio_tavora PPS is terminated.", "Cleanup");
@@ -140,16 +137,33 @@ TEST(DaemonProcessTest, BrokerGoneEndsWithStatusOne) {
     }
 }
 
-TEST(DaemonProcessTest, UnknownUserEndsWithStatusOne) {
-    DaemonOptions options;
-    options.args = {"-U", "no_such_user_here"};
-    options.start = false;
-    DaemonFixture fixture(options);
-    EXPECT_FALSE(fixture.Start());
-    EXPECT_EQ(fixture.daemon().Wait(), 1);
-    std::string err = fixture.daemon().Stderr();
-    EXPECT_THAT(err, HasSubstr(MainLine("Dropping to user 'no_such_user_here'")));
-    EXPECT_THAT(err, HasSubstr(MainLine("Failed Dropping to user 'no_such_user_here'")));
+// A start that cannot go on ends with its status and says why.
+TEST(DaemonProcessTest, FailedStartsEndWithTheirStatus) {
+    struct Case {
+        std::vector<std::string> args;
+        bool create_config;
+        int status;
+        std::vector<std::string> lines;
+    };
+    const Case cases[] = {
+        {{"-U", "no_such_user_here"},
+         true,
+         1,
+         {MainLine("Dropping to user 'no_such_user_here'"),
+          MainLine("Failed Dropping to user 'no_such_user_here'")}},
+        {{}, false, 22, {"setupContext: open /pps/services/radioctrl/modem0/diag/config?delta"}},
+    };
+    for (const Case& c : cases) {
+        DaemonOptions options;
+        options.args = c.args;
+        options.create_config = c.create_config;
+        options.start = false;
+        DaemonFixture fixture(options);
+        EXPECT_FALSE(fixture.Start());
+        EXPECT_EQ(fixture.daemon().Wait(), c.status);
+        for (const std::string& line : c.lines)
+            EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line));
+    }
 }
 
 TEST(DaemonProcessTest, DropsToNumericUserWhenRoot) {
@@ -191,17 +205,6 @@ TEST(DaemonProcessTest, MissingPersistentStatusCostsTheWaitThenGoesOn) {
     // Serving goes on with persist_fd -1.
     fixture.Request("stillhere", "1", std::nullopt, 500);
     EXPECT_TRUE(fixture.daemon().WaitForStderr("default handler for msg: stillhere"));
-}
-
-TEST(DaemonProcessTest, MissingConfigEndsWithStatus22) {
-    DaemonOptions options;
-    options.create_config = false;
-    options.start = false;
-    DaemonFixture fixture(options);
-    EXPECT_FALSE(fixture.Start());
-    EXPECT_EQ(fixture.daemon().Wait(), 22);
-    EXPECT_THAT(fixture.daemon().Stderr(),
-                HasSubstr("setupContext: open /pps/services/radioctrl/modem0/diag/config?delta"));
 }
 
 // Another local user (nobody) tries what a hostile one would: a forged
@@ -285,17 +288,6 @@ TEST(DaemonProcessTest, ALocalUserCannotForgeSquatOrWipeAcrossBrokerRestarts) {
         ::chmod(dir.c_str(), 0711);
         EXPECT_EQ(as_nobody(false), 0) << "with the daemon down after a broker restart";
     }
-}
-
-TEST(DaemonProcessTest, HardwareIdMissingIsLogged) {
-    DaemonOptions options;
-    options.create_deviceinfo = false;
-    DaemonFixture fixture(options);
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-    char line[256];
-    std::snprintf(line, sizeof line, "%30s : Failed to opend /pps/system/nvram/deviceinfo(%s)",
-                  "GetHardwareID", strerror(ENOENT));
-    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr(line));
 }
 
 }  // namespace

@@ -88,25 +88,4 @@ TEST(LteOpInfoProcess, DeadOmadmServiceCostsOneWait) {
     EXPECT_EQ(daemon.daemon().CountInStderr("answers; node"), 39);
 }
 
-// modemsim's LTE world through the daemon's DIAG library: every code the
-// report reads reaches it, from the serving cell to the RLC bearers.
-TEST(LteOpInfoProcess, ModemsimsLteWorldFillsTheReport) {
-    rt::test::ModemAndDaemon world(R"({"lte": {"period_ms": 100}})");
-    ASSERT_TRUE(world.started()) << world.Errors();
-    DaemonFixture& daemon = world.daemon();
-    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
-
-    // The first cell of the default world, its GUTI and its four bearers.
-    std::string report = daemon.ReportHolding(
-        "lteopinfo", rt::test::kStatusEutraObject,
-        {"lte_pci:n:87", "lte_phycellid:n:87", "lte_earfcn:n:5230", "lte_mmec:n:21",
-         "rlc_dl_srb_num:n:2", "rlc_dl_drb_num:n:2", "rlc_ul_srb_num:n:2", "rlc_ul_drb_num:n:2"});
-    for (const char* name : {"lte_pci:", "lte_phycellid:", "lte_rsrp:", "lte_rsrq:",
-                             "lte_serv_cell_rssi:", "lte_mmec:", "rlc_dl_drb_num:"}) {
-        Lines lines = LinesStartingWith(report, name);
-        ASSERT_EQ(lines.size(), 1u) << name << " in\n" << report;
-        EXPECT_EQ(lines[0].find("No data available!"), std::string::npos) << lines[0];
-    }
-}
-
 }  // namespace

@@ -533,19 +533,16 @@ TEST(LteWorld, GeranAnswerComesFromTheWorld) {
 // End to end through the daemon: the report shows the serving cell that
 // modemsim logs in today's versions, on band 66 whose EARFCNs pass 65535,
 // and the GERAN cells of its type-4 answer, both from the one world of its
-// scenario; the DIAG library delivers today's LTE versions as they are and
-// drops none of the LTE packets.
+// scenario, with its GUTI and its four bearers; the DIAG library delivers
+// today's LTE versions as they are and drops none of the LTE packets.
 TEST(LteWorldProcess, TheDaemonShowsTheWorldThroughTheTranslator) {
-    rt::test::ModemsimProcess modem(R"({"lte": {"period_ms": 100, "rssi": -70,
+    rt::test::ModemAndDaemon world(R"({"lte": {"period_ms": 100, "rssi": -70,
         "cells": [{"pci": 333, "cell_id": 9, "rsrp": 1200, "rsrq": 160,
                    "dl_earfcn": 66786, "ul_earfcn": 131986, "band": 66}],
         "geran": [{"cells": [{"bsic": 21, "rssi": -810}]}],
         "drift": {"rsrp": 0, "rsrq": 0, "rssi": 0, "geran_rssi": 0}}})");
-    ASSERT_TRUE(modem.ready()) << modem.process().Stderr();
-    rt::test::DaemonOptions options;
-    options.env = modem.DaemonEnv();
-    rt::test::DaemonFixture daemon(options);
-    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    ASSERT_TRUE(world.started()) << world.Errors();
+    rt::test::DaemonFixture& daemon = world.daemon();
     // lteopinfo does not open the QMI client itself; radionwinfo does.
     ASSERT_NE(daemon.Request("radionwinfo", "1", std::nullopt, 5000), "");
     ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
@@ -556,7 +553,11 @@ TEST(LteWorldProcess, TheDaemonShowsTheWorldThroughTheTranslator) {
                                             "lte_phycellid:n:333",
                                             "lte_earfcn:n:66786",
                                             "lte_serv_cell_rssi:n:-70",
+                                            "lte_mmec:n:21",
+                                            "rlc_dl_srb_num:n:2",
                                             "rlc_dl_drb_num:n:2",
+                                            "rlc_ul_srb_num:n:2",
+                                            "rlc_ul_drb_num:n:2",
                                             "lte_rsrp:n:-105",
                                             "lte_rsrq:n:-20",
                                             "lte_geran_bsic1:n:21",

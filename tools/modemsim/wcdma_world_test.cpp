@@ -8,9 +8,10 @@
 
 #include <fstream>
 #include <map>
+#include <optional>
 #include <set>
 
-#include "platform/common/byte_reader.h"
+#include "platform/common/byte_layout.h"
 #include "platform/dmux/diag_packet.h"
 #include "testsupport/child_process.h"
 #include "tools/modemsim/diag_side.h"
@@ -31,25 +32,16 @@ const std::map<uint16_t, size_t> kSnapshotSize = {
     {0x7130, 15},  {0x4004, 19},  {0x7136, 30},  {0x4000, 13}, {0x413A, 205},
 };
 
-// Unsigned little-endian field of `width` bytes at `offset`, through the
-// checked reader; a read past the end fails the test.
+// Unsigned little-endian field of `width` bytes at `offset`; a read past
+// the end fails the test.
 uint32_t Field(const Bytes& bytes, size_t offset, int width) {
-    rt::ByteReader reader(bytes);
-    bool ok = reader.Skip(offset);
-    uint32_t value = 0;
-    if (width == 1) {
-        uint8_t v = 0;
-        ok = ok && reader.U8(&v);
-        value = v;
-    } else if (width == 2) {
-        uint16_t v = 0;
-        ok = ok && reader.U16(&v);
-        value = v;
-    } else {
-        ok = ok && reader.U32(&value);
-    }
-    EXPECT_TRUE(ok) << "field at " << offset << " of " << bytes.size() << " bytes";
-    return value;
+    rt::FieldReader reader(bytes);
+    std::optional<uint32_t> value;
+    if (width == 1) value = reader.Read(rt::Field<uint8_t>{offset});
+    if (width == 2) value = reader.Read(rt::Field<uint16_t>{offset});
+    if (width == 4) value = reader.Read(rt::Field<uint32_t>{offset});
+    EXPECT_TRUE(value) << "field at " << offset << " of " << bytes.size() << " bytes";
+    return value.value_or(0);
 }
 int S16(const Bytes& bytes, size_t offset) {
     return int16_t(Field(bytes, offset, 2));
