@@ -4,7 +4,7 @@
 for live values, checks that a plot has points and grows, that no attribute
 shows in two panels, that gpsd's track (gpsfake replaying the project's NMEA
 track) is drawn, changes a setting on the page and finds it in diag/config,
-and saves a screenshot.
+checks that a page of another origin cannot change it, and saves a screenshot.
 
     browser_test.py --bin build/bin --artifacts build/artifacts
 
@@ -162,6 +162,47 @@ def main():
                        "diaglogmask::1 in diag/config")
         stack.wait_for(lambda: script("return window.fieldtestScreen.config.diaglogmask") == "1",
                        "the page to show the new setting")
+
+        # A page of another origin (a second server, another port) tries what
+        # a browser lets any page send: a no-cors fetch and a text/plain form
+        # post. Both reach the screen (the fetch resolves, the frame loads)
+        # and neither changes the setting.
+        attack_dir = os.path.join(stack.dir, "attack")
+        os.makedirs(attack_dir)
+        target = f"http://127.0.0.1:{stack.port}/api/config"
+        with open(os.path.join(attack_dir, "index.html"), "w") as f:
+            f.write(f'''<!doctype html><body>
+<iframe name="sink"></iframe>
+<form id="f" method="POST" action="{target}" enctype="text/plain" target="sink">
+<input name='{{"name": "diaglogmask", "value": "0", "x": "' value='"}}'></form>
+<script>
+window.fetched = null; window.posted = false;
+fetch("{target}", {{method: "POST", mode: "no-cors",
+  body: JSON.stringify({{name: "diaglogmask", value: "0"}})}})
+  .then(() => {{ window.fetched = "answered"; }}, () => {{ window.fetched = "failed"; }});
+document.querySelector("iframe").onload = () => {{ window.posted = true; }};
+document.getElementById("f").submit();
+</script></body>''')
+        attacker_port = free_port()
+        attacker = subprocess.Popen(
+            [sys.executable, "-m", "http.server", str(attacker_port), "--bind", "127.0.0.1",
+             "--directory", attack_dir], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        stack.processes.append(attacker)
+        attack_page = f"http://127.0.0.1:{attacker_port}/index.html"
+
+        def attack_loaded():
+            try:
+                page.get(attack_page)
+                return True
+            except Exception:
+                return False
+        stack.wait_for(attack_loaded, "the other origin's page")
+        stack.wait_for(lambda: script("return window.fetched") is not None and
+                       script("return window.posted"), "the other origin's requests")
+        assert script("return window.fetched") == "answered", "the no-cors fetch got no answer"
+        config = stack.ppsctl("read", CONFIG)
+        assert "diaglogmask::1" in config and "diaglogmask::0" not in config, config
+        page.get(f"http://127.0.0.1:{stack.port}/")
 
         # Live values: modemsim's LTE serving cell, in its panel.
         stack.wait_for(lambda: script(
