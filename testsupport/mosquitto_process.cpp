@@ -10,7 +10,7 @@
 
 namespace rt::test {
 
-int FreeLoopbackPort() {
+int BoundLoopbackSocket(int* port) {
     int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
@@ -18,8 +18,14 @@ int FreeLoopbackPort() {
     socklen_t size = sizeof addr;
     ::bind(fd, reinterpret_cast<sockaddr*>(&addr), size);
     ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &size);
-    ::close(fd);
-    return ntohs(addr.sin_port);
+    *port = ntohs(addr.sin_port);
+    return fd;
+}
+
+int FreeLoopbackPort() {
+    int port = 0;
+    ::close(BoundLoopbackSocket(&port));
+    return port;
 }
 
 bool MosquittoProcess::Installed() {

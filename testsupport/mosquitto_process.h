@@ -15,6 +15,8 @@
 
 namespace rt::test {
 
+// A TCP socket bound to a free port of the loopback, which `*port` names.
+int BoundLoopbackSocket(int* port);
 // A TCP port of the loopback free now.
 int FreeLoopbackPort();
 

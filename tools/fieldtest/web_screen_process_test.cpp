@@ -37,18 +37,7 @@ using Json = nlohmann::json;
 using rt::test::DaemonFixture;
 using rt::test::DaemonOptions;
 
-// A TCP socket bound to a free port of the loopback, which `*port` names.
-int BoundLoopbackSocket(int* port) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof addr;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&addr), size);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &size);
-    *port = ntohs(addr.sin_port);
-    return fd;
-}
+using rt::test::BoundLoopbackSocket;
 
 // A TCP connection to the screen from a loopback address of the test's
 // choice, for what an HTTP client library will not do: stay half-sent, or
