@@ -161,6 +161,12 @@ printf '\x00{"class":"VERSION","release":"3.22","rev":"3.22","proto_major":3,"pr
 printf '\x01POST\n127.0.0.1:8080\nhttp://evil.example\ntext/plain\n127.0.0.1\n' \
     >"$seeds/outside_input_fuzz/foreign_post"
 
+# What fieldtest serve --mqtt hears: a device's status, and an lteopinfo
+# sample the demo's publisher sent (the selector byte picks the topic).
+mkdir -p "$seeds/mqtt_fleet_fuzz"
+printf '\x00online' >"$seeds/mqtt_fleet_fuzz/status"
+{ printf '\x02'; cat "$root/bench/mqtt_sample_lteopinfo.json"; } >"$seeds/mqtt_fleet_fuzz/sample"
+
 corpus=$build_dir/corpus
 crashes=$build_dir/crashes
 mkdir -p "$corpus" "$crashes"

@@ -55,7 +55,8 @@ bool ParseGpsdAddress(const std::string& text, std::string* host, int* port) {
 
 std::optional<Position> PositionFromGpsdLine(const std::string& line) {
     auto json = nlohmann::json::parse(line, nullptr, false);
-    if (!json.is_object() || json.value("class", "") != "TPV") return std::nullopt;
+    // Compared as JSON, so that a "class" of another type is simply not TPV.
+    if (!json.is_object() || !json.contains("class") || json["class"] != "TPV") return std::nullopt;
     Position position;
     const auto mode = json.find("mode"), lat = json.find("lat"), lon = json.find("lon");
     if (mode == json.end() || !mode->is_number() || *mode < 2 || lat == json.end() ||

@@ -33,9 +33,11 @@ class MqttFleet {
     // Sends NAME=VALUE to a device's set topic; false when not connected.
     bool SendSetting(const std::string& device, const std::string& name, const std::string& value);
 
-  private:
+    // One message as heard from the broker (the link calls it; so does the
+    // fuzz target, without a broker).
     void OnMessage(const std::string& topic, const std::string& payload, bool retained);
 
+  private:
     struct Device {
         std::string status = "unknown";
         nlohmann::ordered_json config = nlohmann::ordered_json::object();
