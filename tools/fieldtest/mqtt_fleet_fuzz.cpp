@@ -12,8 +12,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
-    static const char* const kLeaves[] = {"status", "config", "lteopinfo", "radiostats",
-                                          "dmstats", "set"};
+    static const char* const kLeaves[] = {"status",     "config",  "lteopinfo",
+                                          "radiostats", "dmstats", "set"};
     static fieldtest::MqttFleet fleet(
         fieldtest::MqttOptions{},
         [](const std::string&, nlohmann::ordered_json sample, bool) {
