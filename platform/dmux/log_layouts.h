@@ -18,6 +18,7 @@
 #include <cstdint>
 
 #include "platform/common/byte_layout.h"
+#include "platform/dmux/diag_packet.h"
 
 namespace log_layout {
 
@@ -25,9 +26,9 @@ namespace log_layout {
 // has been stored.
 inline constexpr rt::Field<uint16_t> kPacketWord{0};
 inline constexpr rt::Field<uint16_t> kRecordLength = kPacketWord;
-inline constexpr size_t kLogHeaderSize = 12;
-// Byte 12 of the codes that come in several versions.
-inline constexpr rt::Field<uint8_t> kVersion{12};
+inline constexpr size_t kLogHeaderSize = dmux::kLogRecordHeaderSize;
+// The first payload byte of the codes that come in several versions.
+inline constexpr rt::Field<uint8_t> kVersion{kLogHeaderSize};
 
 // --- WCDMA ------------------------------------------------------------------
 
