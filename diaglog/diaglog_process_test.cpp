@@ -242,9 +242,9 @@ TEST(DiagLogProcessTest, TodaysModemStreamedThenQuiet) {
         << daemon.ReadObject(dmux::kDmStatsObject);
     std::string stats = daemon.ReadObject(dmux::kDmStatsObject);
     for (const char* counts :
-         {"\"B179\":{\"v4\":{\"as_is\":1,\"translated\":0,\"dropped\":1,\"secondary_cell\":1,",
+         {"\"B179\":{\"v4\":{\"as_is\":0,\"translated\":1,\"dropped\":1,\"secondary_cell\":1,",
           "\"B17F\":{\"v4\":{\"as_is\":0,\"translated\":1,\"dropped\":0,",
-          "\"B0C2\":{\"v3\":{\"as_is\":1,"})
+          "\"B0C2\":{\"v3\":{\"as_is\":0,\"translated\":1,"})
         EXPECT_NE(stats.find(counts), std::string::npos) << counts << " in\n" << stats;
     EXPECT_EQ(daemon.Stop(SIGTERM), 0);
     ExpectCleanExit(daemon.daemon());

@@ -218,25 +218,29 @@ struct PdpQos {
 
 // --- LTE --------------------------------------------------------------------
 
-// 0xB0C2 version 3: the serving cell, 32-bit EARFCNs (bands 65 and up
-// have EARFCNs above 65535). Version 2, with 16-bit EARFCNs, is translated
-// up to it.
+// 0xB0C2, the serving cell, delivered in version 2's layout (37 bytes,
+// 16-bit EARFCNs at 15 and 17) followed by both EARFCNs again as 32-bit
+// words at 37 and 41. Bands 65 and up have EARFCNs above 65535: the 16-bit
+// fields hold them cut to 65535, the words at 37 and 41 whole, and the
+// report reads the words. Versions 2 and 3 are both translated into it.
 struct LteServingCell {
     static constexpr uint16_t kCode = 0xB0C2;
-    static constexpr uint8_t kVersionValue = 3;
-    static constexpr size_t kSize = 41;
+    static constexpr uint8_t kVersionValue = 2;
+    static constexpr size_t kSize = 45;
     static constexpr rt::Field<uint16_t> kPci{13};
-    static constexpr rt::Field<uint32_t> kDlEarfcn{15};
-    static constexpr rt::Field<uint32_t> kUlEarfcn{19};
-    static constexpr rt::Field<uint8_t> kDlBandwidthRb{23};
-    static constexpr rt::Field<uint8_t> kUlBandwidthRb{24};
-    static constexpr rt::Field<uint32_t> kCellId{25};
-    static constexpr rt::Field<uint16_t> kTac{29};
-    static constexpr rt::Field<uint32_t> kBand{31};
-    static constexpr rt::Field<uint16_t> kMcc{35};
-    static constexpr rt::Field<uint8_t> kMncDigits{37};
-    static constexpr rt::Field<uint16_t> kMnc{38};
-    static constexpr rt::Field<uint8_t> kAllowedAccess{40};
+    static constexpr rt::Field<uint16_t> kDlEarfcnCut{15};
+    static constexpr rt::Field<uint16_t> kUlEarfcnCut{17};
+    static constexpr rt::Field<uint8_t> kDlBandwidthRb{19};
+    static constexpr rt::Field<uint8_t> kUlBandwidthRb{20};
+    static constexpr rt::Field<uint32_t> kCellId{21};
+    static constexpr rt::Field<uint16_t> kTac{25};
+    static constexpr rt::Field<uint32_t> kBand{27};
+    static constexpr rt::Field<uint16_t> kMcc{31};
+    static constexpr rt::Field<uint8_t> kMncDigits{33};
+    static constexpr rt::Field<uint16_t> kMnc{34};
+    static constexpr rt::Field<uint8_t> kAllowedAccess{36};
+    static constexpr rt::Field<uint32_t> kDlEarfcn{37};
+    static constexpr rt::Field<uint32_t> kUlEarfcn{41};
 };
 
 // 0xB0EE version 2: the UE identity (IMSI or GUTI). The PLMN and the
@@ -253,43 +257,42 @@ struct LteUeIdentity {
     static constexpr rt::Field<uint8_t> MTmsiByte(size_t i) { return {27 + i}; }  // i < 3
 };
 
-// 0xB179 version 4: serving-cell measurements of one serving cell (index
-// 0, the primary, is the only one delivered), a 32-bit EARFCN at 20. The
-// snapshot keeps the 40-byte head; the neighbour and detected-cell lists
-// that follow are not read. The older single-carrier layout (16-bit EARFCN
-// at 16, numbered 2 here) is translated up to it.
+// 0xB179, serving-cell measurements, delivered in the single-carrier
+// layout (352 bytes, numbered 2 here: a 16-bit EARFCN at 16 and the
+// serving cell's values after it) followed by the EARFCN again as a 32-bit
+// word at 352, read by the report: today's EARFCNs pass 65535. Only the
+// fields below are carried; the neighbour lists are not (nothing reads
+// them). The single-carrier layout and version 4 (one serving cell per
+// packet, the primary's alone delivered) are both translated into it.
 struct LteServingMeasurements {
     static constexpr uint16_t kCode = 0xB179;
-    static constexpr uint8_t kVersionValue = 4;
-    static constexpr size_t kSize = 40;
-    static constexpr rt::Field<uint8_t> kServingCellIndex{16};
-    static constexpr rt::Field<uint32_t> kEarfcn{20};
-    static constexpr rt::Field<uint16_t> kPci{24};
-    static constexpr rt::Field<uint16_t> kSubframe{26};
-    static constexpr rt::Field<int16_t> kRawRsrp{28};
-    static constexpr rt::Field<int16_t> kRawRsrpDuplicate{30};
-    static constexpr rt::Field<int16_t> kRawRsrq{32};
-    static constexpr rt::Field<int16_t> kRawRsrqDuplicate{34};
-    static constexpr rt::Field<uint8_t> kNeighbourCount{36};
-    static constexpr rt::Field<uint8_t> kDetectedCount{37};
-    static constexpr size_t kNeighbourSize = 12;
-    static constexpr size_t kDetectedSize = 16;
+    static constexpr uint8_t kVersionValue = 2;
+    static constexpr size_t kSize = 356;
+    static constexpr rt::Field<uint16_t> kEarfcnCut{16};
+    static constexpr rt::Field<uint16_t> kPci{18};
+    static constexpr rt::Field<uint16_t> kSubframe{20};
+    static constexpr rt::Field<int16_t> kRawRsrp{22};
+    static constexpr rt::Field<int16_t> kRawRsrpDuplicate{24};
+    static constexpr rt::Field<int16_t> kRawRsrq{26};
+    static constexpr rt::Field<int16_t> kRawRsrqDuplicate{28};
+    static constexpr rt::Field<uint32_t> kEarfcn{352};
 };
 
-// 0xB17F version 5: serving-cell measurement and evaluation, a 32-bit
-// EARFCN at 16; the RSSI is bits 10 to 23 of the word at 36. Versions 3
-// and 4 (16-bit EARFCN, measurement words 4 bytes earlier) are translated
-// up to it.
+// 0xB17F version 3, serving-cell measurement and evaluation (39 bytes): a
+// 16-bit EARFCN at 16, the PCI at 18, measurement words from 20; the RSSI
+// is bits 10 to 23 of the word at 32. Version 4 has this layout; version 5
+// (a 32-bit EARFCN, everything after it 4 bytes later) is translated into
+// it. The report reads the RSSI of version 3 only.
 struct LteServingRssi {
     static constexpr uint16_t kCode = 0xB17F;
-    static constexpr uint8_t kVersionValue = 5;
-    static constexpr size_t kSize = 40;
-    static constexpr rt::Field<uint32_t> kEarfcn{16};
-    static constexpr rt::Field<uint16_t> kPci{20};
-    static constexpr rt::Field<uint32_t> kMeasuredRsrp{24};
-    static constexpr rt::Field<uint32_t> kAverageRsrp{28};
-    static constexpr rt::Field<uint32_t> kRsrq{32};
-    static constexpr rt::Field<uint32_t> kRssiWord{36};
+    static constexpr uint8_t kVersionValue = 3;
+    static constexpr size_t kSize = 39;
+    static constexpr rt::Field<uint16_t> kEarfcn{16};
+    static constexpr rt::Field<uint16_t> kPci{18};
+    static constexpr rt::Field<uint32_t> kMeasuredRsrp{20};
+    static constexpr rt::Field<uint32_t> kAverageRsrp{24};
+    static constexpr rt::Field<uint32_t> kRsrq{28};
+    static constexpr rt::Field<uint32_t> kRssiWord{32};
     static constexpr rt::Bits<uint32_t> kRssi{kRssiWord, 10, 14};
 };
 

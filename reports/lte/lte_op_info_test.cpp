@@ -49,7 +49,8 @@ std::string EmptyStoreReport() {
     return report;
 }
 
-// The serving cell as the DIAG library delivers 0xB0C2 (version 3).
+// The serving cell as the DIAG library delivers 0xB0C2: version 2's
+// layout, the EARFCNs cut to 16 bits, then whole at 37 and 41.
 struct Cell {
     unsigned pci = 87, dl = 5780, ul = 23780, dl_rb = 50, ul_rb = 50;
     uint32_t cell_id = 0x086D0B0F;
@@ -58,18 +59,20 @@ struct Cell {
     unsigned mcc = 310, mnc = 410;
 };
 void DeliverCell(const Cell& c) {
-    LogPacket(0xB0C2, 41)
-        .Set8(12, 3)
+    LogPacket(0xB0C2, 45)
+        .Set8(12, 2)
         .Set16(13, c.pci)
-        .Set32(15, c.dl)
-        .Set32(19, c.ul)
-        .Set8(23, c.dl_rb)
-        .Set8(24, c.ul_rb)
-        .Set32(25, c.cell_id)
-        .Set16(29, c.tac)
-        .Set32(31, c.band)
-        .Set16(35, c.mcc)
-        .Set16(38, c.mnc)
+        .Set16(15, std::min(c.dl, 65535u))
+        .Set16(17, std::min(c.ul, 65535u))
+        .Set8(19, c.dl_rb)
+        .Set8(20, c.ul_rb)
+        .Set32(21, c.cell_id)
+        .Set16(25, c.tac)
+        .Set32(27, c.band)
+        .Set16(31, c.mcc)
+        .Set16(34, c.mnc)
+        .Set32(37, c.dl)
+        .Set32(41, c.ul)
         .Deliver();
 }
 
@@ -147,12 +150,13 @@ TEST_F(LteOpInfoTest, RsrpAndRsrqTruncateTowardZero) {
         {15, 17, "lte_rsrp:n:-180", "lte_rsrq:n:-29"},
     };
     for (const MeasurementCase& c : cases) {
-        LogPacket(0xB179, 40)
-            .Set8(12, 4)
-            .Set32(20, 5780)
-            .Set16(24, 185)
-            .Set16(28, static_cast<uint16_t>(c.rsrp))
-            .Set16(32, static_cast<uint16_t>(c.rsrq))
+        LogPacket(0xB179, 356)
+            .Set8(12, 2)
+            .Set16(16, 5780)
+            .Set16(18, 185)
+            .Set16(22, static_cast<uint16_t>(c.rsrp))
+            .Set16(26, static_cast<uint16_t>(c.rsrq))
+            .Set32(352, 5780)
             .Deliver();
         EXPECT_EQ(Section("lte_earfcn", "lte_nummeas"),
                   (Lines{"lte_earfcn:n:5780", "lte_phycellid:n:185", c.rsrp_line, c.rsrq_line}))
@@ -213,16 +217,16 @@ struct RssiCase {
 
 TEST_F(LteOpInfoTest, ServingCellRssi) {
     const RssiCase cases[] = {
-        {5, 1600u << 10, "lte_serv_cell_rssi:n:-10"},
-        {5, 1601u << 10, "lte_serv_cell_rssi::No data available!"},
-        {4, 1600u << 10, "lte_serv_cell_rssi::No data available!"},
-        {5, 0, "lte_serv_cell_rssi:n:-110"},
-        {5, 17u << 10, "lte_serv_cell_rssi:n:-109"},
+        {3, 1600u << 10, "lte_serv_cell_rssi:n:-10"},
+        {3, 1601u << 10, "lte_serv_cell_rssi::No data available!"},
+        {2, 1600u << 10, "lte_serv_cell_rssi::No data available!"},
+        {3, 0, "lte_serv_cell_rssi:n:-110"},
+        {3, 17u << 10, "lte_serv_cell_rssi:n:-109"},
         // Bits outside 10 to 23 are not part of the value.
-        {5, 0xFF0003FFu | (800u << 10), "lte_serv_cell_rssi:n:-60"},
+        {3, 0xFF0003FFu | (800u << 10), "lte_serv_cell_rssi:n:-60"},
     };
     for (const RssiCase& c : cases) {
-        LogPacket(0xB17F, 40).Set8(12, c.version).Set32(36, c.word).Deliver();
+        LogPacket(0xB17F, 39).Set8(12, c.version).Set32(32, c.word).Deliver();
         EXPECT_EQ(LinesStartingWith(Report(), "lte_serv_cell_rssi"), Lines{c.line})
             << c.version << " " << c.word;
     }

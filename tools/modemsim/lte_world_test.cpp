@@ -533,8 +533,9 @@ TEST(LteWorld, GeranAnswerComesFromTheWorld) {
 // End to end through the daemon: the report shows the serving cell that
 // modemsim logs in today's versions, on band 66 whose EARFCNs pass 65535,
 // and the GERAN cells of its type-4 answer, both from the one world of its
-// scenario, with its GUTI and its four bearers; the DIAG library delivers
-// today's LTE versions as they are and drops none of the LTE packets.
+// scenario, with its GUTI and its four bearers; the DIAG library translates
+// today's LTE versions, as it does a real capture's, and drops none of the
+// LTE packets.
 TEST(LteWorldProcess, TheDaemonShowsTheWorldThroughTheTranslator) {
     rt::test::ModemAndDaemon world(R"({"lte": {"period_ms": 100, "rssi": -70,
         "cells": [{"pci": 333, "cell_id": 9, "rsrp": 1200, "rsrq": 160,
@@ -567,9 +568,9 @@ TEST(LteWorldProcess, TheDaemonShowsTheWorldThroughTheTranslator) {
         EXPECT_NE(report.find(line + "\n"), std::string::npos) << line << " in\n" << report;
 
     // Code and version as the object names them ("v1/s3": subpacket 3).
-    const std::pair<const char*, const char*> counted[] = {{"/B0C2/v3", "as_is"},
-                                                           {"/B179/v4", "as_is"},
-                                                           {"/B17F/v5", "as_is"},
+    const std::pair<const char*, const char*> counted[] = {{"/B0C2/v3", "translated"},
+                                                           {"/B179/v4", "translated"},
+                                                           {"/B17F/v5", "translated"},
                                                            {"/B087/v1~1s3", "translated"}};
     nlohmann::json versions;
     auto all_counted = [&] {

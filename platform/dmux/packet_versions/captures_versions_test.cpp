@@ -109,6 +109,8 @@ TEST_P(ServingCellTest, ReadmeValuesAtTheDaemonsOffsets) {
         found = true;
         EXPECT_EQ(Get(r, t::LteServingCell::kDlEarfcn), c.dl);
         EXPECT_EQ(Get(r, t::LteServingCell::kUlEarfcn), c.ul);
+        EXPECT_EQ(Get(r, t::LteServingCell::kDlEarfcnCut), c.dl);
+        EXPECT_EQ(Get(r, t::LteServingCell::kUlEarfcnCut), c.ul);
         EXPECT_EQ(Get(r, t::LteServingCell::kBand), c.band);
         EXPECT_EQ(Get(r, t::LteServingCell::kMcc), c.mcc);
         EXPECT_EQ(Get(r, t::LteServingCell::kMnc), c.mnc);
@@ -121,9 +123,8 @@ TEST_P(ServingCellTest, ReadmeValuesAtTheDaemonsOffsets) {
     }
     EXPECT_TRUE(found) << "no serving cell with PCI " << c.pci;
     VersionCount count = replay.Count(0xB0C2, {c.version, PacketVersion::kNone});
-    EXPECT_EQ(count.as_is + count.translated, cells.size());
-    // Version 2's 16-bit EARFCNs are widened; version 3 is the daemon's.
-    EXPECT_EQ(c.version == 2 ? count.translated : count.as_is, cells.size());
+    // Every version gets the whole EARFCNs appended: all are translated.
+    EXPECT_EQ(count.translated, cells.size());
     // None dropped but the other subscription's (the dual-SIM Mi10's).
     EXPECT_EQ(count.dropped, count.DroppedFor(DropReason::kOtherSubscription));
 }
@@ -167,7 +168,7 @@ TEST(CaptureVersionsTest, ServingMeasurementsV4) {
 }
 
 // Carrier-aggregation secondary cells' measurements (index 1) are dropped
-// and counted as such; the primary's go on as they are.
+// and counted as such; the primary's are delivered.
 TEST(CaptureVersionsTest, SecondaryCellMeasurementsAreDropped) {
     REQUIRE_CAPTURES();
     struct Case {
@@ -182,11 +183,10 @@ TEST(CaptureVersionsTest, SecondaryCellMeasurementsAreDropped) {
     for (const Case& c : cases) {
         Replay replay = ReplayCapture(c.file);
         VersionCount count = replay.Count(0xB179, {4, PacketVersion::kNone});
-        EXPECT_EQ(count.as_is, c.primary) << c.file;
+        EXPECT_EQ(count.translated, c.primary) << c.file;
         EXPECT_EQ(count.dropped, c.secondary) << c.file;
         EXPECT_EQ(count.DroppedFor(DropReason::kSecondaryCell), c.secondary) << c.file;
         for (const Bytes& r : replay.Of(0xB179)) {
-            EXPECT_EQ(Get(r, t::LteServingMeasurements::kServingCellIndex), 0) << c.file;
             if (c.secondary_earfcn != 0) {
                 EXPECT_NE(Get(r, t::LteServingMeasurements::kEarfcn), c.secondary_earfcn);
             }

@@ -67,24 +67,39 @@ constexpr Move To(uint16_t from, uint8_t from_width, rt::Field<T> to) {
     return {from, from_width, At(to), Width(to)};
 }
 
-// 0xB0C2 version 2: EARFCNs are 16 bits, everything after them sits 4
-// bytes earlier than in version 3.
+// 0xB0C2 version 2 (37 bytes): the delivered layout's head; its 16-bit
+// EARFCNs widen into the words after it.
 constexpr Move kServingCellV2[] = {
-    To(13, 2, LteServingCell::kPci),           To(15, 2, LteServingCell::kDlEarfcn),
+    To(13, 2, LteServingCell::kPci),           To(15, 2, LteServingCell::kDlEarfcnCut),
+    To(17, 2, LteServingCell::kUlEarfcnCut),   To(15, 2, LteServingCell::kDlEarfcn),
     To(17, 2, LteServingCell::kUlEarfcn),      To(19, 1, LteServingCell::kDlBandwidthRb),
     To(20, 1, LteServingCell::kUlBandwidthRb), To(21, 4, LteServingCell::kCellId),
     To(25, 2, LteServingCell::kTac),           To(27, 4, LteServingCell::kBand),
     To(31, 2, LteServingCell::kMcc),           To(33, 1, LteServingCell::kMncDigits),
     To(34, 2, LteServingCell::kMnc),           To(36, 1, LteServingCell::kAllowedAccess),
 };
-constexpr size_t kServingCellV2Size = 37;
-static_assert(SourceExtent(kServingCellV2) == kServingCellV2Size);
+static_assert(SourceExtent(kServingCellV2) == 37);
 
-// 0xB179 in the single-carrier layout (numbered 2): no serving-cell index,
-// a 16-bit EARFCN at 16 and the serving cell's values after it in the same
-// order as in version 4. Its neighbour lists are not carried over.
-constexpr uint8_t kServingMeasSingleCarrier = 2;
-constexpr Move kServingMeasV2[] = {
+// 0xB0C2 version 3 (41 bytes): 32-bit EARFCNs at 15 and 19, so every field
+// after them sits 4 bytes later than in version 2. The EARFCNs go whole
+// into the words at the end, and cut to 65535 into the 16-bit fields.
+constexpr uint8_t kServingCellWide = 3;
+constexpr Move kServingCellV3[] = {
+    To(13, 2, LteServingCell::kPci),           To(15, 4, LteServingCell::kDlEarfcnCut),
+    To(19, 4, LteServingCell::kUlEarfcnCut),   To(15, 4, LteServingCell::kDlEarfcn),
+    To(19, 4, LteServingCell::kUlEarfcn),      To(23, 1, LteServingCell::kDlBandwidthRb),
+    To(24, 1, LteServingCell::kUlBandwidthRb), To(25, 4, LteServingCell::kCellId),
+    To(29, 2, LteServingCell::kTac),           To(31, 4, LteServingCell::kBand),
+    To(35, 2, LteServingCell::kMcc),           To(37, 1, LteServingCell::kMncDigits),
+    To(38, 2, LteServingCell::kMnc),           To(40, 1, LteServingCell::kAllowedAccess),
+};
+static_assert(SourceExtent(kServingCellV3) == 41);
+
+// 0xB179 in the single-carrier layout: the delivered fields at their own
+// offsets; the EARFCN widens into the word at the end. Its neighbour lists
+// are not carried over.
+constexpr Move kServingMeasSingleCarrier[] = {
+    To(16, 2, LteServingMeasurements::kEarfcnCut),
     To(16, 2, LteServingMeasurements::kEarfcn),
     To(18, 2, LteServingMeasurements::kPci),
     To(20, 2, LteServingMeasurements::kSubframe),
@@ -94,13 +109,44 @@ constexpr Move kServingMeasV2[] = {
     To(28, 2, LteServingMeasurements::kRawRsrqDuplicate),
 };
 
-// 0xB17F versions 3 and 4: a 16-bit EARFCN at 16 and the PCI at 18, so the
-// measurement words start at 20, 4 bytes before version 5's (the layout of
-// version 4 as public decoders read it; version 3 is the same).
-constexpr Move kServingRssiV3[] = {
+// 0xB179 version 4: a 40-byte head for one serving cell (its index in the
+// low 3 bits of byte 16; 0 is the primary), a 32-bit EARFCN at 20, then the
+// neighbour and detected-cell lists whose counts sit at 36 and 37.
+struct ServingMeasV4 {
+    static constexpr uint8_t kVersion = 4;
+    static constexpr size_t kHeadSize = 40;
+    static constexpr size_t kServingCellIndex = 16;
+    static constexpr size_t kNeighbourCount = 36;
+    static constexpr size_t kDetectedCount = 37;
+    static constexpr size_t kNeighbourSize = 12;
+    static constexpr size_t kDetectedSize = 16;
+};
+constexpr Move kServingMeasV4[] = {
+    To(20, 4, LteServingMeasurements::kEarfcnCut),
+    To(20, 4, LteServingMeasurements::kEarfcn),
+    To(24, 2, LteServingMeasurements::kPci),
+    To(26, 2, LteServingMeasurements::kSubframe),
+    To(28, 2, LteServingMeasurements::kRawRsrp),
+    To(30, 2, LteServingMeasurements::kRawRsrpDuplicate),
+    To(32, 2, LteServingMeasurements::kRawRsrq),
+    To(34, 2, LteServingMeasurements::kRawRsrqDuplicate),
+};
+static_assert(SourceExtent(kServingMeasV4) <= ServingMeasV4::kHeadSize);
+
+// 0xB17F version 4 has version 3's layout (as public decoders read it):
+// only its version byte changes. Version 5 has a 32-bit EARFCN at 16, so
+// the PCI and the measurement words sit 2 and 4 bytes later.
+constexpr uint8_t kServingRssiSameLayout = 4;
+constexpr Move kServingRssiV4[] = {
     To(16, 2, LteServingRssi::kEarfcn),       To(18, 2, LteServingRssi::kPci),
     To(20, 4, LteServingRssi::kMeasuredRsrp), To(24, 4, LteServingRssi::kAverageRsrp),
     To(28, 4, LteServingRssi::kRsrq),         To(32, 4, LteServingRssi::kRssiWord),
+};
+constexpr uint8_t kServingRssiWide = 5;
+constexpr Move kServingRssiV5[] = {
+    To(16, 4, LteServingRssi::kEarfcn),       To(20, 2, LteServingRssi::kPci),
+    To(24, 4, LteServingRssi::kMeasuredRsrp), To(28, 4, LteServingRssi::kAverageRsrp),
+    To(32, 4, LteServingRssi::kRsrq),         To(36, 4, LteServingRssi::kRssiWord),
 };
 
 // 0xB087 subpacket version 3: 262-byte entries whose byte counters are 64
@@ -159,14 +205,16 @@ uint16_t U16At(std::span<const uint8_t> r, size_t offset) {
 }
 
 constexpr KnownVersion kKnownVersions[] = {
-    {0xB0C2, {2, PacketVersion::kNone}, VersionVerdict::kTranslated},
-    {0xB0C2, {LteServingCell::kVersionValue, PacketVersion::kNone}, VersionVerdict::kAsIs},
+    {0xB0C2, {LteServingCell::kVersionValue, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB0C2, {kServingCellWide, PacketVersion::kNone}, VersionVerdict::kTranslated},
     {0xB0EE, {2, PacketVersion::kNone}, VersionVerdict::kAsIs},
-    {0xB179, {kServingMeasSingleCarrier, PacketVersion::kNone}, VersionVerdict::kTranslated},
-    {0xB179, {LteServingMeasurements::kVersionValue, PacketVersion::kNone}, VersionVerdict::kAsIs},
-    {0xB17F, {3, PacketVersion::kNone}, VersionVerdict::kTranslated},
-    {0xB17F, {4, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB179,
+     {LteServingMeasurements::kVersionValue, PacketVersion::kNone},
+     VersionVerdict::kTranslated},
+    {0xB179, {ServingMeasV4::kVersion, PacketVersion::kNone}, VersionVerdict::kTranslated},
     {0xB17F, {LteServingRssi::kVersionValue, PacketVersion::kNone}, VersionVerdict::kAsIs},
+    {0xB17F, {kServingRssiSameLayout, PacketVersion::kNone}, VersionVerdict::kTranslated},
+    {0xB17F, {kServingRssiWide, PacketVersion::kNone}, VersionVerdict::kTranslated},
     {0xB081, {1, 1}, VersionVerdict::kAsIs},
     {0xB091, {1, 1}, VersionVerdict::kAsIs},
     // An NB-IoT modem's uplink configuration: no public layout found.
@@ -262,15 +310,22 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
         return record.size() >= need ? deliver() : drop(DropReason::kShort);
     };
 
+    // Translates into a fixed-size target when the record holds every byte
+    // the moves read.
+    auto translate_whole = [&](size_t size, uint8_t to_version, std::span<const Move> moves) {
+        size_t need = 0;
+        for (const Move& m : moves) need = std::max<size_t>(need, m.from + m.from_width);
+        return record.size() >= need ? translate(size, to_version, moves)
+                                     : drop(DropReason::kShort);
+    };
+
     switch (code) {
         case LteServingCell::kCode:
             if (version == LteServingCell::kVersionValue)
-                return sized(LteServingCell::kSize, as_is);
-            if (version == 2)
-                return sized(kServingCellV2Size, [&] {
-                    return translate(LteServingCell::kSize, LteServingCell::kVersionValue,
-                                     kServingCellV2);
-                });
+                return translate_whole(LteServingCell::kSize, version, kServingCellV2);
+            if (version == kServingCellWide)
+                return translate_whole(LteServingCell::kSize, LteServingCell::kVersionValue,
+                                       kServingCellV3);
             return drop(DropReason::kUnknownVersion);
 
         case LteUeIdentity::kCode:
@@ -279,29 +334,29 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
 
         case LteServingMeasurements::kCode: {
             using M = LteServingMeasurements;
-            if (version == kServingMeasSingleCarrier)
-                return sized(SourceExtent(kServingMeasV2),
-                             [&] { return translate(M::kSize, M::kVersionValue, kServingMeasV2); });
-            if (version != M::kVersionValue) return drop(DropReason::kUnknownVersion);
-            if (record.size() < M::kSize) return drop(DropReason::kShort);
+            if (version == M::kVersionValue)
+                return translate_whole(M::kSize, version, kServingMeasSingleCarrier);
+            if (version != ServingMeasV4::kVersion) return drop(DropReason::kUnknownVersion);
+            using V4 = ServingMeasV4;
+            if (record.size() < V4::kHeadSize) return drop(DropReason::kShort);
             // The neighbour and detected-cell lists must fit the record.
-            size_t lists = M::kNeighbourSize * record[M::kNeighbourCount.offset] +
-                           M::kDetectedSize * record[M::kDetectedCount.offset];
-            if (M::kSize + lists > record.size()) return drop(DropReason::kShort);
+            size_t lists = V4::kNeighbourSize * record[V4::kNeighbourCount] +
+                           V4::kDetectedSize * record[V4::kDetectedCount];
+            if (V4::kHeadSize + lists > record.size()) return drop(DropReason::kShort);
             // A secondary cell's measurement would overwrite the primary's.
-            if ((record[M::kServingCellIndex.offset] & 0x7) != 0)
-                return drop(DropReason::kSecondaryCell);
-            return as_is();
+            if ((record[V4::kServingCellIndex] & 0x7) != 0) return drop(DropReason::kSecondaryCell);
+            return translate(M::kSize, M::kVersionValue, kServingMeasV4);
         }
 
         case LteServingRssi::kCode:
             if (version == LteServingRssi::kVersionValue)
                 return sized(LteServingRssi::kSize, as_is);
-            if (version == 3 || version == 4)
-                return sized(SourceExtent(kServingRssiV3), [&] {
-                    return translate(LteServingRssi::kSize, LteServingRssi::kVersionValue,
-                                     kServingRssiV3);
-                });
+            if (version == kServingRssiSameLayout)
+                return translate_whole(LteServingRssi::kSize, LteServingRssi::kVersionValue,
+                                       kServingRssiV4);
+            if (version == kServingRssiWide)
+                return translate_whole(LteServingRssi::kSize, LteServingRssi::kVersionValue,
+                                       kServingRssiV5);
             return drop(DropReason::kUnknownVersion);
 
         default:

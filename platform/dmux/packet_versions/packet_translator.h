@@ -1,15 +1,16 @@
 // Packet versions: before a log record reaches the daemon, its version is
-// checked against the layout the daemon reads (log_layouts.h), which for
-// the LTE codes is the newest version known: a record of that version goes
-// as it is; a known older (or other) version is rewritten into that layout
+// checked against the layout the daemon reads (log_layouts.h): a record of
+// that layout goes as it is; a known other version is rewritten into it
 // (the fields the daemon reads, at its offsets, in a record of its size and
 // version byte); anything else is dropped. A record whose lengths or
 // counts do not add up is dropped too, so a delivered record always holds
 // what an intact packet held.
 //
-// Values are carried whole: the delivered EARFCN fields are 32 bits wide,
-// so an older 16-bit EARFCN widens and a band-66 or band-71 EARFCN of
-// today's versions arrives as it is. Two cases still do not fit:
+// Values are carried whole: the serving cell (0xB0C2) and its measurements
+// (0xB179) are delivered in their older layouts with 16-bit EARFCNs, plus
+// the EARFCN again as a 32-bit word at the end, so a band-66 or band-71
+// EARFCN of today's versions reaches the report whole. Every version of
+// those two codes is therefore translated. Two cases still do not fit:
 //   - a 64-bit RLC byte counter (0xB087 v1/s3) above 2^32 - 1 saturates at
 //     0xFFFFFFFF, the daemon's counters being 32 bits;
 //   - a 0xB179 measurement of a secondary serving cell (carrier

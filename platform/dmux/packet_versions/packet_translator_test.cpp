@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/common/byte_layout.h"
@@ -62,16 +63,17 @@ Bytes ServingCellV2() {
     return b;
 }
 
-TEST(PacketTranslatorTest, ServingCellV2IsWidenedToV3) {
+// Version 2 keeps its layout and gains its EARFCNs, whole, at the end.
+TEST(PacketTranslatorTest, ServingCellV2GainsWholeEarfcns) {
     PacketTranslator translator;
     Bytes in = ServingCellV2();
     Translation out = translator.Translate(0xB0C2, in);
     ASSERT_EQ(out.verdict, VersionVerdict::kTranslated);
     EXPECT_EQ(out.version.version, 2);
-    ASSERT_EQ(out.record.size(), 41u);
-    EXPECT_EQ(Get(out.record, t::kRecordLength), 41);
-    EXPECT_EQ(Get(out.record, t::kVersion), 3);
-    EXPECT_EQ(Get(out.record, rt::Field<uint64_t>{4}), 0x0123456789ABCDEFull);
+    ASSERT_EQ(out.record.size(), 45u);
+    EXPECT_EQ(Get(out.record, t::kRecordLength), 45);
+    // Everything after the length word is the packet's own.
+    EXPECT_TRUE(std::equal(in.begin() + 2, in.end(), out.record.begin() + 2));
     EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 87);
     EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), 5780u);
     EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), 23780u);
@@ -112,7 +114,7 @@ Bytes Rssi(uint8_t version, uint32_t earfcn, uint32_t raw) {
 }
 
 // EARFCNs above 65535 (bands 66 and 71) arrive whole, whichever version
-// carries them; 16-bit ones are widened.
+// carries them, and cut to 65535 in the older layouts' 16-bit fields.
 TEST(PacketTranslatorTest, EarfcnsArriveWhole) {
     struct Case {
         const char* what;
@@ -121,40 +123,41 @@ TEST(PacketTranslatorTest, EarfcnsArriveWhole) {
         VersionVerdict want;
         uint32_t dl, ul = 0;  // ul unused for one-EARFCN codes
     };
+    const auto kTranslated = VersionVerdict::kTranslated;
     Bytes single_carrier = Record(0xB179, 40, 2);
     Put(&single_carrier, 16, 2, 65535);
     Put(&single_carrier, 18, 2, 405);
     Put(&single_carrier, 22, 2, 1336);
     Put(&single_carrier, 26, 2, 294);
     const Case cases[] = {
-        {"band 66 serving cell", 0xB0C2, ServingCellV3(66786, 131986), VersionVerdict::kAsIs, 66786,
-         131986},
-        {"band 71 serving cell", 0xB0C2, ServingCellV3(68661, 133197), VersionVerdict::kAsIs, 68661,
-         133197},
-        {"the 16-bit top", 0xB0C2, ServingCellV3(65535, 65536), VersionVerdict::kAsIs, 65535,
-         65536},
-        {"band 66 measurement", 0xB179, MeasV4(0, 66786, 0, 0, 40), VersionVerdict::kAsIs, 66786},
-        {"single-carrier measurement", 0xB179, single_carrier, VersionVerdict::kTranslated, 65535},
-        {"band 71 RSSI v5", 0xB17F, Rssi(5, 68661, 672), VersionVerdict::kAsIs, 68661},
-        {"RSSI v4", 0xB17F, Rssi(4, 5780, 672), VersionVerdict::kTranslated, 5780},
-        {"RSSI v3", 0xB17F, Rssi(3, 5780, 672), VersionVerdict::kTranslated, 5780},
+        {"band 66 serving cell", 0xB0C2, ServingCellV3(66786, 131986), kTranslated, 66786, 131986},
+        {"band 71 serving cell", 0xB0C2, ServingCellV3(68661, 133197), kTranslated, 68661, 133197},
+        {"the 16-bit top", 0xB0C2, ServingCellV3(65535, 65536), kTranslated, 65535, 65536},
+        {"band 66 measurement", 0xB179, MeasV4(0, 66786, 0, 0, 40), kTranslated, 66786},
+        {"single-carrier measurement", 0xB179, single_carrier, kTranslated, 65535},
+        {"band 71 RSSI v5", 0xB17F, Rssi(5, 68661, 672), kTranslated, 65535},
+        {"RSSI v4", 0xB17F, Rssi(4, 5780, 672), kTranslated, 5780},
+        {"RSSI v3", 0xB17F, Rssi(3, 5780, 672), VersionVerdict::kAsIs, 5780},
     };
     PacketTranslator translator;
     for (const Case& c : cases) {
         Translation out = translator.Translate(c.code, c.record);
         ASSERT_EQ(out.verdict, c.want) << c.what;
-        EXPECT_EQ(Get(out.record, t::kVersion), c.code == 0xB0C2   ? 3
-                                                : c.code == 0xB179 ? 4
-                                                                   : 5)
-            << c.what;
+        EXPECT_EQ(Get(out.record, t::kVersion), c.code == 0xB17F ? 3 : 2) << c.what;
+        auto cut = [](uint32_t earfcn) { return std::min<uint32_t>(earfcn, 65535); };
         switch (c.code) {
             case 0xB0C2:
                 EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), c.dl) << c.what;
                 EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), c.ul) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcnCut), cut(c.dl)) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcnCut), cut(c.ul)) << c.what;
                 EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 337) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingCell::kBand), 66u) << c.what;
                 break;
             case 0xB179:
                 EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kEarfcn), c.dl) << c.what;
+                EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kEarfcnCut), cut(c.dl))
+                    << c.what;
                 EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kPci), 405) << c.what;
                 EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kRawRsrp), 1336) << c.what;
                 EXPECT_EQ(Get(out.record, t::LteServingMeasurements::kRawRsrq), 294) << c.what;
@@ -185,14 +188,15 @@ TEST(PacketTranslatorTest, VerdictTable) {
     const Case cases[] = {
         {"v2 serving cell cut short", 0xB0C2, Record(0xB0C2, 36, 2), kDropped, DropReason::kShort},
         {"v3 serving cell one byte short", 0xB0C2, short_v3, kDropped, DropReason::kShort},
-        {"v3 serving cell one byte long", 0xB0C2, long_v3, VersionVerdict::kAsIs},
+        {"v3 serving cell one byte long", 0xB0C2, long_v3, VersionVerdict::kTranslated},
         {"unknown serving cell version", 0xB0C2, Record(0xB0C2, 41, 9), kDropped,
          DropReason::kUnknownVersion},
         {"header only", 0xB0C2, Record(0xB0C2, 12, 0), kDropped, DropReason::kShort},
         {"secondary cell", 0xB179, MeasV4(1, 1975, 0, 0, 40), kDropped, DropReason::kSecondaryCell},
         {"neighbours past the end", 0xB179, MeasV4(0, 1975, 2, 0, 52), kDropped,
          DropReason::kShort},
-        {"neighbours and detected fit", 0xB179, MeasV4(0, 1975, 1, 1, 68), VersionVerdict::kAsIs},
+        {"neighbours and detected fit", 0xB179, MeasV4(0, 1975, 1, 1, 68),
+         VersionVerdict::kTranslated},
         {"v4 measurement cut short", 0xB179, MeasV4(0, 1975, 0, 0, 39), kDropped,
          DropReason::kShort},
         {"unknown measurement version", 0xB179, Record(0xB179, 60, 5), kDropped,
