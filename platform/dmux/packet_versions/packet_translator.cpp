@@ -67,18 +67,35 @@ constexpr Move To(uint16_t from, uint8_t from_width, rt::Field<T> to) {
     return {from, from_width, At(to), Width(to)};
 }
 
-// 0xB0C2 version 2 (37 bytes): the delivered layout's head; its 16-bit
-// EARFCNs widen into the words after it.
+// A field an older version holds where the delivered layout has it.
+template <class T>
+constexpr Move Same(rt::Field<T> f) {
+    return {At(f), Width(f), At(f), Width(f)};
+}
+// A delivered 16-bit field copied, widened, into its whole-value word.
+template <class T, class U>
+constexpr Move Widen(rt::Field<T> cut, rt::Field<U> whole) {
+    return {At(cut), Width(cut), At(whole), Width(whole)};
+}
+
+// 0xB0C2 version 2 is the delivered layout's head: its fields stay where
+// they are, and its 16-bit EARFCNs widen into the words after it.
 constexpr Move kServingCellV2[] = {
-    To(13, 2, LteServingCell::kPci),           To(15, 2, LteServingCell::kDlEarfcnCut),
-    To(17, 2, LteServingCell::kUlEarfcnCut),   To(15, 2, LteServingCell::kDlEarfcn),
-    To(17, 2, LteServingCell::kUlEarfcn),      To(19, 1, LteServingCell::kDlBandwidthRb),
-    To(20, 1, LteServingCell::kUlBandwidthRb), To(21, 4, LteServingCell::kCellId),
-    To(25, 2, LteServingCell::kTac),           To(27, 4, LteServingCell::kBand),
-    To(31, 2, LteServingCell::kMcc),           To(33, 1, LteServingCell::kMncDigits),
-    To(34, 2, LteServingCell::kMnc),           To(36, 1, LteServingCell::kAllowedAccess),
+    Same(LteServingCell::kPci),
+    Same(LteServingCell::kDlEarfcnCut),
+    Same(LteServingCell::kUlEarfcnCut),
+    Widen(LteServingCell::kDlEarfcnCut, LteServingCell::kDlEarfcn),
+    Widen(LteServingCell::kUlEarfcnCut, LteServingCell::kUlEarfcn),
+    Same(LteServingCell::kDlBandwidthRb),
+    Same(LteServingCell::kUlBandwidthRb),
+    Same(LteServingCell::kCellId),
+    Same(LteServingCell::kTac),
+    Same(LteServingCell::kBand),
+    Same(LteServingCell::kMcc),
+    Same(LteServingCell::kMncDigits),
+    Same(LteServingCell::kMnc),
+    Same(LteServingCell::kAllowedAccess),
 };
-static_assert(SourceExtent(kServingCellV2) == 37);
 
 // 0xB0C2 version 3 (41 bytes): 32-bit EARFCNs at 15 and 19, so every field
 // after them sits 4 bytes later than in version 2. The EARFCNs go whole
@@ -99,14 +116,14 @@ static_assert(SourceExtent(kServingCellV3) == 41);
 // offsets; the EARFCN widens into the word at the end. Its neighbour lists
 // are not carried over.
 constexpr Move kServingMeasSingleCarrier[] = {
-    To(16, 2, LteServingMeasurements::kEarfcnCut),
-    To(16, 2, LteServingMeasurements::kEarfcn),
-    To(18, 2, LteServingMeasurements::kPci),
-    To(20, 2, LteServingMeasurements::kSubframe),
-    To(22, 2, LteServingMeasurements::kRawRsrp),
-    To(24, 2, LteServingMeasurements::kRawRsrpDuplicate),
-    To(26, 2, LteServingMeasurements::kRawRsrq),
-    To(28, 2, LteServingMeasurements::kRawRsrqDuplicate),
+    Same(LteServingMeasurements::kEarfcnCut),
+    Widen(LteServingMeasurements::kEarfcnCut, LteServingMeasurements::kEarfcn),
+    Same(LteServingMeasurements::kPci),
+    Same(LteServingMeasurements::kSubframe),
+    Same(LteServingMeasurements::kRawRsrp),
+    Same(LteServingMeasurements::kRawRsrpDuplicate),
+    Same(LteServingMeasurements::kRawRsrq),
+    Same(LteServingMeasurements::kRawRsrqDuplicate),
 };
 
 // 0xB179 version 4: a 40-byte head for one serving cell (its index in the
@@ -138,9 +155,9 @@ static_assert(SourceExtent(kServingMeasV4) <= ServingMeasV4::kHeadSize);
 // the PCI and the measurement words sit 2 and 4 bytes later.
 constexpr uint8_t kServingRssiSameLayout = 4;
 constexpr Move kServingRssiV4[] = {
-    To(16, 2, LteServingRssi::kEarfcn),       To(18, 2, LteServingRssi::kPci),
-    To(20, 4, LteServingRssi::kMeasuredRsrp), To(24, 4, LteServingRssi::kAverageRsrp),
-    To(28, 4, LteServingRssi::kRsrq),         To(32, 4, LteServingRssi::kRssiWord),
+    Same(LteServingRssi::kEarfcn),       Same(LteServingRssi::kPci),
+    Same(LteServingRssi::kMeasuredRsrp), Same(LteServingRssi::kAverageRsrp),
+    Same(LteServingRssi::kRsrq),         Same(LteServingRssi::kRssiWord),
 };
 constexpr uint8_t kServingRssiWide = 5;
 constexpr Move kServingRssiV5[] = {
