@@ -89,6 +89,9 @@ const char* GmmUpdateStatusText(uint8_t status) {
     return rt::NameOf(kGmmStatusTexts, status);
 }
 
+namespace {
+
+// mm_reject, gmm_reject and drx.
 void PublishUmtsMobility(ReportWriter& report) {
     PublishUpdateStatus(report, "mm_reject", MmUpdateStatus::kCode, MmUpdateStatus::kStatus,
                         MmUpdateStatusText);
@@ -102,6 +105,8 @@ void PublishUmtsMobility(ReportWriter& report) {
     report.Int("drx", drx.Get(Drx::kValue));
 }
 
+// apn1_pdp_qos: an array of one unnamed object with the profile's 18
+// members; nothing when 0x7136 holds no packet.
 void PublishPdpQos(ReportWriter& report) {
     // One copy for all 18 members: they describe one profile.
     const SnapshotView qos = g_log_snapshot_store.View(PdpQos::kCode);
@@ -120,6 +125,7 @@ void PublishPdpQos(ReportWriter& report) {
     report.EndArray();
 }
 
+// irat_cm1 and t3212.
 void PublishUmtsIratCm(ReportWriter& report) {
     const SnapshotView flag = g_log_snapshot_store.View(IratCompressedMode::kCode);
     if (!flag.has_packet()) {
@@ -130,11 +136,21 @@ void PublishUmtsIratCm(ReportWriter& report) {
     report.NotSupported("t3212");
 }
 
-void PublishUmtsOpInfo(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
+}  // namespace
+
+void PublishUmtsOpInfoWith(ReportWriter& report, const UmtsOpInfoStep& pdn,
+                           const UmtsOpInfoStep& neighbours) {
     PublishUmtsMobility(report);
-    GetPDNInfo("internet", 1, report);
-    GetPDNInfo("tethering", 2, report);
+    pdn(report);
     PublishPdpQos(report);
-    GetUmtsMeasurementInfoUsingQmi(report);
+    neighbours(report);
     PublishUmtsIratCm(report);
+}
+
+void PublishUmtsOpInfo(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
+    auto pdn = [](ReportWriter& r) {
+        GetPDNInfo("internet", 1, r);
+        GetPDNInfo("tethering", 2, r);
+    };
+    PublishUmtsOpInfoWith(report, pdn, GetUmtsMeasurementInfoUsingQmi);
 }

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 class PPSServer;
 struct TavoraContext;
@@ -19,13 +20,13 @@ class ReportWriter;
 const char* MmUpdateStatusText(uint8_t status);
 const char* GmmUpdateStatusText(uint8_t status);
 
-// mm_reject, gmm_reject and drx.
-void PublishUmtsMobility(ReportWriter& report);
-// apn1_pdp_qos: an array of one unnamed object with the profile's 18
-// members; nothing when 0x7136 holds no packet.
-void PublishPdpQos(ReportWriter& report);
-// irat_cm1 and t3212.
-void PublishUmtsIratCm(ReportWriter& report);
+// umtsopinfo in its order, with `pdn` publishing the two packet-data
+// connections and `neighbours` the measured neighbours in their places:
+// the handler's read the services and ask the modem; a fuzz target's hand
+// in bytes.
+using UmtsOpInfoStep = std::function<void(ReportWriter&)>;
+void PublishUmtsOpInfoWith(ReportWriter& report, const UmtsOpInfoStep& pdn,
+                           const UmtsOpInfoStep& neighbours);
 
 // The umtsopinfo report, written into `report` (context: the daemon's, or null).
 void PublishUmtsOpInfo(ReportWriter& report, TavoraContext* context);

@@ -27,10 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     RatMeasInfoResponse response = rt::fuzz::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
-    PublishUmtsMobility(report);
-    PublishPdpQos(report);
-    PublishUmtsNeighbours(report, response);
-    PublishUmtsIratCm(report);
+    PublishUmtsOpInfoWith(
+        report, [](ReportWriter&) {}, [&](ReportWriter& r) { PublishUmtsNeighbours(r, response); });
     report.Write();
     PublishBearer(report);
     report.Write();

@@ -118,15 +118,15 @@ Plmn DecodePlmnBcd(uint8_t octet1, uint8_t octet2, uint8_t octet3) {
     return plmn;
 }
 
-void PublishRadioNwIdentities(ReportWriter& report, int active_set_count, int monitored_set_count) {
+void PublishRadioNwInfoWith(ReportWriter& report, const RadioNwMeasurement& measure) {
+    int active_set_count = 1;
+    int monitored_set_count = 1;
+    measure(report, &active_set_count, &monitored_set_count);
     PublishCellIdentity(report);
     PublishLocation(report, active_set_count, monitored_set_count);
     PublishReselection(report, active_set_count);
 }
 
 void PublishRadioNwInfo(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
-    int active_set_count = 1;
-    int monitored_set_count = 1;
-    ComparePublishRadioNwInfo(report, &active_set_count, &monitored_set_count);
-    PublishRadioNwIdentities(report, active_set_count, monitored_set_count);
+    PublishRadioNwInfoWith(report, ComparePublishRadioNwInfo);
 }

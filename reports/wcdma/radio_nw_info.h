@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 class PPSServer;
 struct TavoraContext;
@@ -20,9 +21,14 @@ Plmn DecodePlmnBcd(uint8_t octet1, uint8_t octet2, uint8_t octet3);
 
 class ReportWriter;
 
-// The identities and reselection values that follow the measurement half,
-// numbered by the counts it returned.
-void PublishRadioNwIdentities(ReportWriter& report, int active_set_count, int monitored_set_count);
+// The measurement half of the report: its attributes, and the active- and
+// monitored-set counts that number the identities after it.
+using RadioNwMeasurement =
+    std::function<void(ReportWriter&, int* active_set_count, int* monitored_set_count)>;
+
+// radionwinfo with `measure` as its measurement half: the handler's asks
+// the modem (ComparePublishRadioNwInfo); a fuzz target's hands in bytes.
+void PublishRadioNwInfoWith(ReportWriter& report, const RadioNwMeasurement& measure);
 
 // The radionwinfo report, written into `report` (context: the daemon's, or null).
 void PublishRadioNwInfo(ReportWriter& report, TavoraContext* context);

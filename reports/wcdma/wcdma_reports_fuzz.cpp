@@ -26,10 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     RatMeasInfoResponse response = rt::fuzz::StoreFuzzInput(data, size, kCodes);
 
     ReportWriter report(-1);  // encodes everything, writes nowhere
-    int active_set_count = 1;
-    int monitored_set_count = 1;
-    MergeRadioNwInfo(report, response, &active_set_count, &monitored_set_count);
-    PublishRadioNwIdentities(report, active_set_count, monitored_set_count);
+    PublishRadioNwInfoWith(report, [&](ReportWriter& r, int* active_sets, int* monitored_sets) {
+        MergeRadioNwInfo(r, response, active_sets, monitored_sets);
+    });
     PublishHspaOpInfo(report);
     PublishTchTxPwr(report);
     PublishUmtsNeighbours(report, response);
