@@ -57,6 +57,31 @@ void WriteRows(ReportWriter& report, const Source& source, std::span<const Row<S
         WriteRowValue(report, row.name, present ? row.value(source) : row.absent);
 }
 
+// Entry n of a numbered family, each row's name a "%1d" format: its
+// values from `source`, or each row's `absent` where there is no entry n.
+template <class Source>
+void WriteNumberedRows(ReportWriter& report, int n, const Source& source,
+                       std::span<const Row<Source>> rows) {
+    for (const Row<Source>& row : rows)
+        WriteRowValue(report, Numbered(row.name, n), row.value(source));
+}
+template <class Source>
+void WriteNumberedAbsent(ReportWriter& report, int n, std::span<const Row<Source>> rows) {
+    for (const Row<Source>& row : rows) WriteRowValue(report, Numbered(row.name, n), row.absent);
+}
+
+// Entry `index` of a family of entries inside one snapshot.
+struct SnapshotEntry {
+    const SnapshotView& view;
+    size_t index;
+};
+
+// The entry's field (kFieldOf(index)) as a PPS int.
+template <auto kFieldOf>
+RowValue EntryNumber(const SnapshotEntry& entry) {
+    return RowValue::Int(static_cast<int32_t>(entry.view.Get(kFieldOf(entry.index))));
+}
+
 // A field as it stands, as a PPS int (unsigned 32-bit values wrap, as the
 // 32-bit identities do).
 template <auto kField, class Source>

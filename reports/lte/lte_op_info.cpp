@@ -117,40 +117,49 @@ void PublishServingMeasurements(ReportWriter& report) {
     WriteRows<SnapshotView>(report, meas, kServingMeasurementRows, meas.has_packet());
 }
 
+// Entry i of the WCDMA neighbours (numbered from 1): all on one UARFCN.
+RowValue UtranUarfcn(const SnapshotEntry& entry) {
+    return RowValue::Int(entry.view.Get(LteWcdmaNeighbours::kUarfcn));
+}
+RowValue UtranRscp(const SnapshotEntry& entry) {
+    return RowValue::Double(entry.view.Get(LteWcdmaNeighbours::Rscp(entry.index)));
+}
+constexpr Row<SnapshotEntry> kUtranNeighbourRows[] = {
+    {"lte_utran_uarfcn%1d", UtranUarfcn},
+    {"lte_utran_rscp%1d", UtranRscp},
+};
+
 // num_utran_meas is the packet's count n; the entries written are cut to
 // the 31 the 532-byte snapshot holds.
 void PublishWcdmaNeighbours(ReportWriter& report) {
     const SnapshotView wcdma = g_log_snapshot_store.View(LteWcdmaNeighbours::kCode);
     if (!wcdma.has_packet()) {
-        for (int i = 1; i <= kUtranPlaceholders; ++i) {
-            report.NoData(Numbered("lte_utran_uarfcn%1d", i));
-            report.NoData(Numbered("lte_utran_rscp%1d", i));
-        }
+        for (int i = 1; i <= kUtranPlaceholders; ++i)
+            WriteNumberedAbsent<SnapshotEntry>(report, i, kUtranNeighbourRows);
         return;
     }
     const uint8_t n = wcdma.Get(LteWcdmaNeighbours::kEntryCount);
     const size_t count = std::min<size_t>(n, LteWcdmaNeighbours::kMaxEntries);
-    const uint16_t uarfcn = wcdma.Get(LteWcdmaNeighbours::kUarfcn);
     report.Int("num_utran_meas", n);
-    for (size_t i = 1; i <= count; ++i) {
-        const int n = static_cast<int>(i);
-        report.Int(Numbered("lte_utran_uarfcn%1d", n), uarfcn);
-        report.Double(Numbered("lte_utran_rscp%1d", n), wcdma.Get(LteWcdmaNeighbours::Rscp(i)));
-    }
+    for (size_t i = 1; i <= count; ++i)
+        WriteNumberedRows<SnapshotEntry>(report, static_cast<int>(i), {wcdma, i},
+                                         kUtranNeighbourRows);
 }
+
+constexpr Row<SnapshotEntry> kCdmaNeighbourRows[] = {
+    {"lte_cdma_pilotpn%1d", EntryNumber<LteCdmaNeighbours::PilotPn>},
+    {"lte_cdma_rssi%1d", EntryNumber<LteCdmaNeighbours::Rssi>},
+    {"lte_cdma_ecio%1d", EntryNumber<LteCdmaNeighbours::Ecio>},
+};
 
 void PublishCdmaNeighbours(ReportWriter& report) {
     const SnapshotView cdma = g_log_snapshot_store.View(LteCdmaNeighbours::kCode);
     for (size_t k = 0; k < LteCdmaNeighbours::kEntries; ++k) {
         const int n = static_cast<int>(k + 1);
-        if (!cdma.has_packet()) {
-            for (const char* name : {"lte_cdma_pilotpn%1d", "lte_cdma_rssi%1d", "lte_cdma_ecio%1d"})
-                report.NoData(Numbered(name, n));
-            continue;
-        }
-        report.Int(Numbered("lte_cdma_pilotpn%1d", n), cdma.Get(LteCdmaNeighbours::PilotPn(k)));
-        report.Int(Numbered("lte_cdma_rssi%1d", n), cdma.Get(LteCdmaNeighbours::Rssi(k)));
-        report.Int(Numbered("lte_cdma_ecio%1d", n), cdma.Get(LteCdmaNeighbours::Ecio(k)));
+        if (cdma.has_packet())
+            WriteNumberedRows<SnapshotEntry>(report, n, {cdma, k}, kCdmaNeighbourRows);
+        else
+            WriteNumberedAbsent<SnapshotEntry>(report, n, kCdmaNeighbourRows);
     }
 }
 

@@ -90,17 +90,18 @@ void PublishLocation(ReportWriter& report, int active_set_count, int monitored_s
 // Numbered by the active set, not by any count inside the 0x4005 packet:
 // entry i reads the i-th cell of the packet. A count reaches 7 at most, so
 // every entry read lies inside the snapshot.
+constexpr Row<SnapshotEntry> kReselectionRows[] = {
+    {"squal%1d", EntryNumber<Reselection::Squal>},
+    {"srxlev%1d", EntryNumber<Reselection::Srxlev>},
+};
+
 void PublishReselection(ReportWriter& report, int active_set_count) {
     const SnapshotView reselection = g_log_snapshot_store.View(Reselection::kCode);
     int i = 1;
-    for (; reselection.has_packet() && i < active_set_count && i <= kEntries; ++i) {
-        report.Int(Numbered("squal%1d", i), reselection.Get(Reselection::Squal(i - 1)));
-        report.Int(Numbered("srxlev%1d", i), reselection.Get(Reselection::Srxlev(i - 1)));
-    }
-    for (; i <= kEntries; ++i) {
-        report.NoData(Numbered("squal%1d", i));
-        report.NoData(Numbered("srxlev%1d", i));
-    }
+    for (; reselection.has_packet() && i < active_set_count && i <= kEntries; ++i)
+        WriteNumberedRows<SnapshotEntry>(report, i, {reselection, static_cast<size_t>(i - 1)},
+                                         kReselectionRows);
+    for (; i <= kEntries; ++i) WriteNumberedAbsent<SnapshotEntry>(report, i, kReselectionRows);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "qmi/vendor_requests.h"
+#include "reports/report_rows.h"
 #include "reports/wcdma/umts_meas_payload.h"
 #include "service/report_writer.h"
 
@@ -14,12 +15,37 @@ constexpr uint8_t kNoIntraFreqList = 0xFF;
 constexpr uint16_t kNoInterFreqList = 0xFFFF;
 constexpr uint16_t kNoCellList = 0xFF;  // and above
 
-// Entries n to 6 of a family without a cell.
-void PublishEmptyEntries(ReportWriter& report, std::initializer_list<const char*> names, size_t n) {
-    for (; n <= kEntries; ++n) {
-        for (const char* name : names) report.NoData(Numbered(name, static_cast<int>(n)));
-    }
+// A cell of the measurement: the response and where the cell sits in it.
+template <class Cell>
+struct MeasuredCell {
+    const rt::FieldReader& qmi;
+    Cell cell;
+};
+using TenByteEntry = MeasuredCell<umts_meas::TenByteCell>;
+using GsmEntry = MeasuredCell<umts_meas::GsmCell>;
+
+// Entries `from` to 6 of a family without a cell.
+template <class Entry>
+void PublishEmptyEntries(ReportWriter& report, std::span<const Row<Entry>> rows, size_t from) {
+    for (size_t n = from; n <= kEntries; ++n)
+        WriteNumberedAbsent<Entry>(report, static_cast<int>(n), rows);
 }
+
+RowValue Psc(const TenByteEntry& e) {
+    return RowValue::Int(e.qmi.Get(e.cell.Psc()));
+}
+RowValue EcIo(const TenByteEntry& e) {
+    return RowValue::Int(e.qmi.Get(e.cell.EcIo()));
+}
+RowValue Rscp(const TenByteEntry& e) {
+    return RowValue::Int(e.qmi.Get(e.cell.Rscp()));
+}
+
+constexpr Row<TenByteEntry> kIntraFrequencyRows[] = {
+    {"intra_psc%1d", Psc},
+    {"intra_ecno%1d", EcIo},
+    {"intra_rscp%1d", Rscp},
+};
 
 // Every listed cell up to the list's capacity: a count of 7 or 8 publishes
 // entries 7 and 8 as well.
@@ -28,15 +54,25 @@ void PublishIntraFrequency(ReportWriter& report, const rt::FieldReader& qmi) {
     const size_t count = raw_count == kNoIntraFreqList
                              ? 0
                              : std::min<size_t>(raw_count, umts_meas::kMaxIntraFreqCells);
-    for (size_t i = 1; i <= count; ++i) {
-        const umts_meas::TenByteCell cell = umts_meas::IntraFreqCell(i - 1);
-        const int n = static_cast<int>(i);
-        report.Int(Numbered("intra_psc%1d", n), qmi.Get(cell.Psc()));
-        report.Int(Numbered("intra_ecno%1d", n), qmi.Get(cell.EcIo()));
-        report.Int(Numbered("intra_rscp%1d", n), qmi.Get(cell.Rscp()));
-    }
-    PublishEmptyEntries(report, {"intra_psc%1d", "intra_ecno%1d", "intra_rscp%1d"}, count + 1);
+    for (size_t i = 1; i <= count; ++i)
+        WriteNumberedRows<TenByteEntry>(report, static_cast<int>(i),
+                                        TenByteEntry{qmi, umts_meas::IntraFreqCell(i - 1)},
+                                        kIntraFrequencyRows);
+    PublishEmptyEntries<TenByteEntry>(report, kIntraFrequencyRows, count + 1);
 }
+
+RowValue InterFrequencyRssiRow(const TenByteEntry& e) {
+    std::optional<int> rssi =
+        InterFrequencyRssi(e.qmi.Get(e.cell.Rscp()), e.qmi.Get(e.cell.EcIo()));
+    return rssi ? RowValue::Int(*rssi) : RowValue::NoData();
+}
+
+constexpr Row<TenByteEntry> kInterFrequencyRows[] = {
+    {"inter_psc%1d", Psc},
+    {"inter_ecno%1d", EcIo},
+    {"inter_rscp%1d", Rscp},
+    {"inter_rssi%1d", InterFrequencyRssiRow},
+};
 
 // Cells of all blocks numbered on from one block to the next, six at most;
 // block and cell counts are cut to the two blocks of eight cells the
@@ -53,39 +89,32 @@ void PublishInterFrequency(ReportWriter& report, const rt::FieldReader& qmi) {
             raw_cells >= kNoCellList
                 ? 0
                 : std::min<size_t>(raw_cells, umts_meas::kMaxInterFreqCellsPerBlock);
-        for (size_t c = 0; c < cells && n <= kEntries; ++c, ++n) {
-            const umts_meas::TenByteCell cell = umts_meas::InterFreqCell(f, c);
-            const int entry = static_cast<int>(n);
-            const int16_t ecio = qmi.Get(cell.EcIo());
-            const int16_t rscp = qmi.Get(cell.Rscp());
-            report.Int(Numbered("inter_psc%1d", entry), qmi.Get(cell.Psc()));
-            report.Int(Numbered("inter_ecno%1d", entry), ecio);
-            report.Int(Numbered("inter_rscp%1d", entry), rscp);
-            report.IntOr(Numbered("inter_rssi%1d", entry), InterFrequencyRssi(rscp, ecio));
-        }
+        for (size_t c = 0; c < cells && n <= kEntries; ++c, ++n)
+            WriteNumberedRows<TenByteEntry>(report, static_cast<int>(n),
+                                            TenByteEntry{qmi, umts_meas::InterFreqCell(f, c)},
+                                            kInterFrequencyRows);
     }
-    PublishEmptyEntries(report, {"inter_psc%1d", "inter_ecno%1d", "inter_rscp%1d", "inter_rssi%1d"},
-                        n);
+    PublishEmptyEntries<TenByteEntry>(report, kInterFrequencyRows, n);
 }
+
+// A listed GSM cell has no cell id to show.
+constexpr Row<GsmEntry> kGsmRows[] = {
+    {"irat_system%1d", [](const GsmEntry&) { return RowValue::Text("GSM"); }},
+    {"irat_ch%1d", [](const GsmEntry& e) { return RowValue::Int(e.qmi.Get(e.cell.Arfcn())); }},
+    {"irat_bsic%1d", [](const GsmEntry& e) { return RowValue::Int(e.qmi.Get(e.cell.Bsic())); }},
+    {"irat_gsm_rssi%1d", [](const GsmEntry& e) { return RowValue::Int(e.qmi.Get(e.cell.Rssi())); }},
+    {"irat_cellid%1d", [](const GsmEntry&) { return RowValue::NoData(); }},
+};
 
 // Every listed GSM cell whose ten bytes lie inside the response buffer.
 void PublishGsm(ReportWriter& report, const rt::FieldReader& qmi) {
     const uint16_t raw_count = qmi.Get(umts_meas::kGsmCount);
     const size_t count =
         raw_count >= kNoCellList ? 0 : std::min<size_t>(raw_count, umts_meas::kMaxGsmCells);
-    for (size_t i = 1; i <= count; ++i) {
-        const umts_meas::GsmCell cell = umts_meas::GsmNeighbour(i - 1);
-        const int n = static_cast<int>(i);
-        report.String(Numbered("irat_system%1d", n), "GSM");
-        report.Int(Numbered("irat_ch%1d", n), qmi.Get(cell.Arfcn()));
-        report.Int(Numbered("irat_bsic%1d", n), qmi.Get(cell.Bsic()));
-        report.Int(Numbered("irat_gsm_rssi%1d", n), qmi.Get(cell.Rssi()));
-        report.NoData(Numbered("irat_cellid%1d", n));
-    }
-    PublishEmptyEntries(
-        report,
-        {"irat_system%1d", "irat_ch%1d", "irat_bsic%1d", "irat_gsm_rssi%1d", "irat_cellid%1d"},
-        count + 1);
+    for (size_t i = 1; i <= count; ++i)
+        WriteNumberedRows<GsmEntry>(report, static_cast<int>(i),
+                                    GsmEntry{qmi, umts_meas::GsmNeighbour(i - 1)}, kGsmRows);
+    PublishEmptyEntries<GsmEntry>(report, kGsmRows, count + 1);
 }
 
 }  // namespace
