@@ -12,22 +12,31 @@ using log_layout::RabId;
 
 constexpr const char* kPacketSwitched = "PS";
 
+// The QoS attributes: an empty snapshot's placeholders come in another
+// order than the values, so each name is a constant used by both.
+constexpr const char* kTrafficClass = "rab_traffic_class";
+constexpr const char* kDataRate = "rab_data_rate";
+constexpr const char* kDomain = "rab_domain";
+constexpr const char* kMaxBitRate = "rab_mbr";
+constexpr const char* kGuaranteedBitRate = "rab_gbr";
+constexpr const char* kResidualBer = "rab_ber";
+
 void PublishQos(ReportWriter& report) {
     // One copy for every field, so a packet arriving meanwhile cannot mix
     // two profiles in one report.
     const SnapshotView qos = g_log_snapshot_store.View(PdpQos::kCode);
     if (!qos.has_packet()) {
         for (const char* name :
-             {"rab_traffic_class", "rab_data_rate", "rab_domain", "rab_mbr", "rab_gbr", "rab_ber"})
+             {kTrafficClass, kDataRate, kDomain, kMaxBitRate, kGuaranteedBitRate, kResidualBer})
             report.NoData(name);
         return;
     }
-    report.String("rab_domain", kPacketSwitched);
-    DecodeMeanThroughput(qos, "rab_data_rate", report);
-    DecodeTrafficClass(qos, "rab_traffic_class", report);
-    DecodeMaxBitRate(qos.Get(PdpQos::kMaxBitRateDl), "rab_mbr", report);
-    DecodeMaxBitRate(qos.Get(PdpQos::kGuaranteedBitRateDl), "rab_gbr", report);
-    DecodeResidualBer(qos.Get(PdpQos::kResidualBer), "rab_ber", report);
+    report.String(kDomain, kPacketSwitched);
+    DecodeMeanThroughput(qos, kDataRate, report);
+    DecodeTrafficClass(qos, kTrafficClass, report);
+    DecodeMaxBitRate(qos.Get(PdpQos::kMaxBitRateDl), kMaxBitRate, report);
+    DecodeMaxBitRate(qos.Get(PdpQos::kGuaranteedBitRateDl), kGuaranteedBitRate, report);
+    DecodeResidualBer(qos.Get(PdpQos::kResidualBer), kResidualBer, report);
 }
 
 }  // namespace

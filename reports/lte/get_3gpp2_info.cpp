@@ -34,6 +34,14 @@ void AddNumber(ReportWriter* report, const char* name, uint8_t value) {
     }
 }
 
+// The misc-information attributes: a failed request's placeholders come
+// in another order than the values, so each name is a constant used by both.
+constexpr const char* kPesn = "pesn";
+constexpr const char* kFirmware = "mob_fw";
+constexpr const char* kProtocolRevision = "mob_p_rev";
+constexpr const char* kSlotCycleIndex = "sci";
+constexpr const char* kModel = "model";
+
 }  // namespace
 
 void Publish3GPP2Info(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
@@ -42,14 +50,13 @@ void Publish3GPP2Info(ReportWriter& report, [[maybe_unused]] TavoraContext* cont
         slogf(kTavoraLogOpcode, kTavoraLogSeverity,
               "%30s : Error in sending & processing get_misc_info_qmi: Error = %d", "Get3GPP2Info",
               status);
-        for (const char* name : {"mob_fw", "pesn", "mob_p_rev", "sci", "model"}) {
+        for (const char* name : {kFirmware, kPesn, kProtocolRevision, kSlotCycleIndex, kModel})
             report.NoData(name);
-        }
     } else {
-        AddText(&report, "pesn", FieldText(misc_info_record.pesn));
-        AddText(&report, "mob_fw", FieldText(misc_info_record.mob_fw));
-        AddNumber(&report, "mob_p_rev", misc_info_record.mob_p_rev);
-        AddNumber(&report, "sci", misc_info_record.sci);
-        AddText(&report, "model", FieldText(misc_info_record.model));
+        AddText(&report, kPesn, FieldText(misc_info_record.pesn));
+        AddText(&report, kFirmware, FieldText(misc_info_record.mob_fw));
+        AddNumber(&report, kProtocolRevision, misc_info_record.mob_p_rev);
+        AddNumber(&report, kSlotCycleIndex, misc_info_record.sci);
+        AddText(&report, kModel, FieldText(misc_info_record.model));
     }
 }

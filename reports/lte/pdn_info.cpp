@@ -23,6 +23,12 @@ constexpr const char* kNetInfoName = "GetNetIpDnsIpInfo";
 constexpr const char* kStatusObjectPath = "/pps/services/cds/vesta/status";
 constexpr const char* kInterfacesPrefix = "/pps/services/networking/interfaces/";
 
+// The attributes of PDN entry n.
+constexpr const char* kIpv4AddressFormat = "apn%1d_ipv4_addr";
+constexpr const char* kIpv6AddressFormat = "apn%1d_ipv6_addr";
+constexpr const char* kDnsAddressFormat = "apn%1d_dns_ip_addr";
+constexpr const char* kApnNameFormat = "apn%1d_name";
+
 constexpr size_t kObjectBufferSize = 4096;
 constexpr size_t kIpv4Size = 16;
 constexpr size_t kIpv6Size = 32;
@@ -119,12 +125,12 @@ void AddPdnAddresses(pps_decoder_t* decoder, int entry, ReportWriter& report) {
               status);
         net_if = nullptr;
     } else if (GetNetIpDnsIpInfo(net_if, &ipv4, &ipv6, &servers) != 0) {
-        report.NoData(Numbered("apn%1d_ipv4_addr", entry));
-        report.NoData(Numbered("apn%1d_ipv6_addr", entry));
+        report.NoData(Numbered(kIpv4AddressFormat, entry));
+        report.NoData(Numbered(kIpv6AddressFormat, entry));
     } else {
-        report.String(Numbered("apn%1d_ipv4_addr", entry), ipv4 ? ipv4 : kNoDataAvailable);
-        report.String(Numbered("apn%1d_ipv6_addr", entry), ipv6 ? ipv6 : kNoDataAvailable);
-        report.String(Numbered("apn%1d_dns_ip_addr", entry), servers ? servers : kNoDataAvailable);
+        report.String(Numbered(kIpv4AddressFormat, entry), ipv4 ? ipv4 : kNoDataAvailable);
+        report.String(Numbered(kIpv6AddressFormat, entry), ipv6 ? ipv6 : kNoDataAvailable);
+        report.String(Numbered(kDnsAddressFormat, entry), servers ? servers : kNoDataAvailable);
     }
 
     const char* net_if_ipv6 = nullptr;
@@ -143,14 +149,14 @@ void AddPdnAddresses(pps_decoder_t* decoder, int entry, ReportWriter& report) {
     const char* unused_servers = nullptr;
     if (GetNetIpDnsIpInfo(net_if_ipv6, &unused_ipv4, &ipv6_there, &unused_servers) != 0)
         ipv6_there = nullptr;
-    report.String(Numbered("apn%1d_ipv6_addr", entry), ipv6_there ? ipv6_there : kNoDataAvailable);
+    report.String(Numbered(kIpv6AddressFormat, entry), ipv6_there ? ipv6_there : kNoDataAvailable);
 }
 
 // Where the PDN's member cannot be entered or read: its three placeholders.
 void AddPdnPlaceholders(int entry, ReportWriter& report) {
-    report.NoData(Numbered("apn%1d_ipv4_addr", entry));
-    report.NoData(Numbered("apn%1d_ipv6_addr", entry));
-    report.NoData(Numbered("apn%1d_name", entry));
+    report.NoData(Numbered(kIpv4AddressFormat, entry));
+    report.NoData(Numbered(kIpv6AddressFormat, entry));
+    report.NoData(Numbered(kApnNameFormat, entry));
 }
 
 }  // namespace
@@ -190,7 +196,7 @@ void AddPdnFromStatusText(char* text, const char* logical_name, int entry, Repor
     } else if (connected) {
         const char* apn = nullptr;
         if (pps_decoder_get_string(decoder, "apn", &apn) != PPS_DECODER_OK) apn = kNoDataAvailable;
-        report.String(Numbered("apn%1d_name", entry), apn);
+        report.String(Numbered(kApnNameFormat, entry), apn);
         AddPdnAddresses(decoder, entry, report);
     }
     pps_decoder_pop(decoder);

@@ -66,16 +66,9 @@ void PublishEntry(ReportWriter& report, const RlcDirection& direction, const rt:
     report.StartObject();
     report.Int(Numbered("rb_cfg_idx%1d", k), entry.Get(direction.entry_cfg_idx));
     // Another mode byte writes no mode attribute.
-    switch (entry.Get(direction.entry_mode)) {
-        case kModeAm:
-            report.String(Numbered("mode%1d", k), kModeAmText);
-            break;
-        case kModeUm:
-            report.String(Numbered("mode%1d", k), kModeUmText);
-            break;
-        default:
-            break;
-    }
+    const uint8_t mode = entry.Get(direction.entry_mode);
+    const char* mode_text = mode == kModeAm ? kModeAmText : mode == kModeUm ? kModeUmText : nullptr;
+    if (mode_text != nullptr) report.String(Numbered("mode%1d", k), mode_text);
     // Unsigned counters go out as signed 32-bit numbers: 0xFFFFFFFF is -1.
     for (const RlcCounter& counter : direction.counters)
         report.Int(Numbered(counter.format, k), static_cast<int32_t>(entry.Get(counter.field)));

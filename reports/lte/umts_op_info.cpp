@@ -6,6 +6,7 @@
 #include "platform/common/code_name.h"
 #include "reports/lte/pdn_info.h"
 #include "reports/lte/qos_decoders.h"
+#include "reports/report_rows.h"
 #include "reports/wcdma/umts_neighbours.h"
 #include "service/report_writer.h"
 #include "service/tavora_context.h"
@@ -98,11 +99,8 @@ void PublishUmtsMobility(ReportWriter& report) {
     PublishUpdateStatus(report, "gmm_reject", GmmUpdateStatus::kCode, GmmUpdateStatus::kStatus,
                         GmmUpdateStatusText);
     const SnapshotView drx = g_log_snapshot_store.View(Drx::kCode);
-    if (!drx.has_packet()) {
-        report.NoData("drx");
-        return;
-    }
-    report.Int("drx", drx.Get(Drx::kValue));
+    WriteRowValue(report, "drx",
+                  drx.has_packet() ? RowValue::Int(drx.Get(Drx::kValue)) : RowValue::NoData());
 }
 
 // apn1_pdp_qos: an array of one unnamed object with the profile's 18
@@ -128,11 +126,10 @@ void PublishPdpQos(ReportWriter& report) {
 // irat_cm1 and t3212.
 void PublishUmtsIratCm(ReportWriter& report) {
     const SnapshotView flag = g_log_snapshot_store.View(IratCompressedMode::kCode);
-    if (!flag.has_packet()) {
-        report.NoData("irat_cm1");
-    } else {
-        report.String("irat_cm1", flag.Get(IratCompressedMode::kFlag) != 0 ? "on" : "off");
-    }
+    WriteRowValue(report, "irat_cm1",
+                  flag.has_packet()
+                      ? RowValue::Text(flag.Get(IratCompressedMode::kFlag) != 0 ? "on" : "off")
+                      : RowValue::NoData());
     report.NotSupported("t3212");
 }
 

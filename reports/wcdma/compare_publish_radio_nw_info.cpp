@@ -58,6 +58,9 @@ void PublishEmptyEntries(ReportWriter& report, const SetNames& names, int n) {
     }
 }
 
+// Written before the active set's cells, or after their placeholders.
+constexpr const char* kServingUarfcn = "scell_uarfcn";
+
 // Counts inside the payload and the snapshots are cut to the capacity of
 // their lists, so no cell is read from outside its list whatever a count says.
 size_t Capped(size_t count, size_t capacity) {
@@ -67,7 +70,7 @@ size_t Capped(size_t count, size_t capacity) {
 void PublishActiveSet(ReportWriter& report, const rt::FieldReader& qmi, const SnapshotView& log,
                       int* active_set_count) {
     const uint16_t uarfcn = log.Get(ActiveSet::kUarfcn);
-    report.Int("scell_uarfcn", uarfcn);
+    report.Int(kServingUarfcn, uarfcn);
     const size_t qmi_cells =
         Capped(qmi.Get(umts_meas::kActiveSetCount), umts_meas::kMaxActiveSetCells);
     const size_t log_cells = Capped(log.Get(ActiveSet::kCellCount), ActiveSet::kMaxCells);
@@ -185,7 +188,7 @@ void MergeRadioNwInfo(ReportWriter& report, const RatMeasInfoResponse& response,
         PublishActiveSet(report, qmi, active_set, active_set_count);
     } else {
         PublishEmptyEntries(report, kActiveSetNames, 1);
-        report.NoData("scell_uarfcn");
+        report.NoData(kServingUarfcn);
     }
 
     const SnapshotView monitored_set = g_log_snapshot_store.View(MonitoredSet::kCode);

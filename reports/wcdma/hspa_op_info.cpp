@@ -41,20 +41,24 @@ constexpr CqiFormat kCqiFormats[] = {{0x1, 1, kFormat0Codes}, {0x3, 2, kFormat1C
 
 void PublishCqi(ReportWriter& report) {
     const SnapshotView cqi = g_log_snapshot_store.View(Cqi::kCode);
-    if (!cqi.has_packet()) {
-        report.NoData("hsdpa_cqi_type");
-        report.NoData("hsdpa_cqi_num");
-        return;
+    RowValue type = RowValue::NoData();
+    RowValue number = RowValue::NoData();
+    if (cqi.has_packet()) {
+        // A position outside the 250 samples, or an unknown format, leaves
+        // both attributes as the last report wrote them.
+        type = number = RowValue::Keep();
+        const uint8_t position = cqi.Get(Cqi::kPosition);
+        if (position < Cqi::kMaxSamples) {
+            const CqiReading reading =
+                DecodeCqiSample(cqi.Get(Cqi::kFormat), cqi.Get(Cqi::Sample(position)));
+            if (reading.type != nullptr) {
+                type = RowValue::Text(reading.type);
+                number = RowValue::Int(reading.number);
+            }
+        }
     }
-    // A position outside the 250 samples, or an unknown format, leaves both
-    // attributes as the last report wrote them.
-    const uint8_t position = cqi.Get(Cqi::kPosition);
-    if (position >= Cqi::kMaxSamples) return;
-    const CqiReading reading =
-        DecodeCqiSample(cqi.Get(Cqi::kFormat), cqi.Get(Cqi::Sample(position)));
-    if (reading.type == nullptr) return;
-    report.String("hsdpa_cqi_type", reading.type);
-    report.Int("hsdpa_cqi_num", reading.number);
+    WriteRowValue(report, "hsdpa_cqi_type", type);
+    WriteRowValue(report, "hsdpa_cqi_num", number);
 }
 
 // The selector names one of the four records; a selector past them names
@@ -62,11 +66,9 @@ void PublishCqi(ReportWriter& report) {
 void PublishRate(ReportWriter& report) {
     const SnapshotView rate = g_log_snapshot_store.View(HsdpaRate::kCode);
     const uint8_t selector = rate.Get(HsdpaRate::kSelector);
-    if (!rate.has_packet() || selector >= HsdpaRate::kMaxRecords) {
-        report.NoData("hsdpa_rate");
-        return;
-    }
-    report.Int("hsdpa_rate", rate.Get(HsdpaRate::Rate(selector)));
+    const bool known = rate.has_packet() && selector < HsdpaRate::kMaxRecords;
+    WriteRowValue(report, "hsdpa_rate",
+                  known ? RowValue::Int(rate.Get(HsdpaRate::Rate(selector))) : RowValue::NoData());
 }
 
 // The block error rate of the last record the count covers (the count cut
@@ -76,12 +78,11 @@ void PublishBlockErrorRate(ReportWriter& report) {
     const SnapshotView channels = g_log_snapshot_store.View(TransportChannels::kCode);
     const size_t count = std::min<size_t>(channels.Get(TransportChannels::kRecordCount),
                                           TransportChannels::kMaxRecords);
-    if (!channels.has_packet() || count == 0) {
-        report.NoData("hsdpa_bler");
-        return;
-    }
-    report.Int("hsdpa_bler",
-               static_cast<int32_t>(channels.Get(TransportChannels::BlockErrorRate(count - 1))));
+    const bool known = channels.has_packet() && count != 0;
+    WriteRowValue(report, "hsdpa_bler",
+                  known ? RowValue::Int(static_cast<int32_t>(
+                              channels.Get(TransportChannels::BlockErrorRate(count - 1))))
+                        : RowValue::NoData());
 }
 
 constexpr Row<SnapshotView> kUeStateRows[] = {

@@ -2,6 +2,7 @@
 
 #include "diaglog/log_snapshot_store.h"
 #include "platform/common/code_name.h"
+#include "reports/report_rows.h"
 #include "service/report_writer.h"
 #include "service/tavora_context.h"
 
@@ -19,18 +20,23 @@ constexpr rt::CodeName<uint8_t> kRrcStateNames[] = {
 void PublishRadioStats(ReportWriter& report, [[maybe_unused]] TavoraContext* context) {
     SnapshotView rrc = g_log_snapshot_store.View(RrcState::kCode);
     uint8_t state = rrc.Get(RrcState::kState);
-    if (!rrc.has_packet()) {
-        report.NoData("rrc_state");
-        report.NoData("rrc_conn_state");
-    } else if (static_cast<uint8_t>(state - 2) > 252) {
-        // 0, 1 and 0xFF: not connected, or no valid state.
-        report.String("rrc_state", rt::NameOf(kRrcStateNames, state));
-        report.NoData("rrc_conn_state");
-    } else if (const char* connected = rt::NameOf(kRrcStateNames, state)) {
-        report.String("rrc_state", "RRC_CONNECTED");
-        report.String("rrc_conn_state", connected);
+    RowValue rrc_state = RowValue::NoData();
+    RowValue conn_state = RowValue::NoData();
+    if (rrc.has_packet()) {
+        const char* name = rt::NameOf(kRrcStateNames, state);
+        if (static_cast<uint8_t>(state - 2) > 252) {
+            // 0, 1 and 0xFF: not connected, or no valid state.
+            rrc_state = RowValue::Text(name);
+        } else if (name != nullptr) {
+            rrc_state = RowValue::Text("RRC_CONNECTED");
+            conn_state = RowValue::Text(name);
+        } else {
+            // Codes 6 to 254 add neither state attribute: the object keeps the last ones.
+            rrc_state = conn_state = RowValue::Keep();
+        }
     }
-    // Codes 6 to 254 add neither state attribute: the object keeps the last ones.
+    WriteRowValue(report, "rrc_state", rrc_state);
+    WriteRowValue(report, "rrc_conn_state", conn_state);
     report.NoData("rrc_release");
     report.NoData("rrc_reject");
 }

@@ -37,16 +37,18 @@ void PublishTxPower(ReportWriter& report) {
 }
 
 // One unnamed object per transport channel, its attributes numbered from 0.
+constexpr const char* kBlerArray = "dch_bler";
+
 // A count above eight is cut to the eight records the snapshot holds.
 void PublishBlockErrorRates(ReportWriter& report) {
     const SnapshotView channels = g_log_snapshot_store.View(TransportChannels::kCode);
     if (!channels.has_packet()) {
-        report.NoData("dch_bler");
+        report.NoData(kBlerArray);
         return;
     }
     const size_t count = std::min<size_t>(channels.Get(TransportChannels::kRecordCount),
                                           TransportChannels::kMaxRecords);
-    report.StartArray("dch_bler");
+    report.StartArray(kBlerArray);
     for (size_t k = 0; k < count; ++k) {
         const int n = static_cast<int>(k);
         report.StartObject();
@@ -60,11 +62,10 @@ void PublishBlockErrorRates(ReportWriter& report) {
 
 void PublishCarrierRssi(ReportWriter& report) {
     const SnapshotView rssi = g_log_snapshot_store.View(CarrierRssi::kCode);
-    if (!rssi.has_packet()) {
-        report.NoData("dch_utra_rssi");
-        return;
-    }
-    report.Int("dch_utra_rssi", UtraRssiFromRawPower(rssi.Get(CarrierRssi::kRawPower)));
+    WriteRowValue(report, "dch_utra_rssi",
+                  rssi.has_packet()
+                      ? RowValue::Int(UtraRssiFromRawPower(rssi.Get(CarrierRssi::kRawPower)))
+                      : RowValue::NoData());
 }
 
 }  // namespace
