@@ -33,21 +33,28 @@ bool HasPacket(const uint8_t* bytes, size_t length) {
     return bytes != nullptr && rt::FieldReader({bytes, length}).Get(log_layout::kPacketWord) != 0;
 }
 
-// Copies min(size, length) bytes and zeroes the rest of the area. A null
-// source copies nothing (memcpy from null is undefined even for 0 bytes).
+// Copies min(size, length) bytes and zeroes the rest of the area, if any
+// (most packets are at least as long as their snapshot). A null source
+// copies nothing (memcpy from null is undefined even for 0 bytes).
 void CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length) {
     size_t n = from == nullptr ? 0 : std::min(size, length);
     if (n > 0) std::memcpy(to, from, n);
-    std::memset(to + n, 0, size - n);
+    if (n < size) std::memset(to + n, 0, size - n);
 }
 
 }  // namespace
 
 LogSnapshotStore::LogSnapshotStore() {
+    static_assert(kRlcUlStatsSlot <= 0xFF, "slots fit a byte");
     for (size_t i = 0; i < kFixedSnapshotCount; ++i) {
         fixed_offsets_[i] = fixed_total_;
         fixed_total_ += kFixedSnapshotSizes[i].size;
+        slot_of_code_[kFixedSnapshotSizes[i].code] = static_cast<uint8_t>(i + 1);
     }
+    slot_of_code_[kLogCodeRlcDlConfig] = kRlcDlConfigSlot;
+    slot_of_code_[kLogCodeRlcUlConfig] = kRlcUlConfigSlot;
+    slot_of_code_[kLogCodeRlcDlStats] = kRlcDlStatsSlot;
+    slot_of_code_[kLogCodeRlcUlStats] = kRlcUlStatsSlot;
     fixed_.reset(new uint8_t[fixed_total_]());
     Reset();
 }
@@ -63,27 +70,28 @@ void LogSnapshotStore::Reset() {
 
 bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length) {
     if (packet == nullptr) length = 0;
-    for (size_t i = 0; i < kFixedSnapshotCount; ++i) {
-        if (kFixedSnapshotSizes[i].code != code) continue;
-        std::lock_guard<std::mutex> hold(mutex_);
-        CopyCut(fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size, packet, length);
-        return true;
-    }
-    switch (code) {
-        case kLogCodeRlcDlConfig:
+    const uint8_t slot = slot_of_code_[code];
+    switch (slot) {
+        case kNoSlot:
+            return false;
+        case kRlcDlConfigSlot:
             StoreRlcConfig(&rlc_dl_config_, packet, length);
             return true;
-        case kLogCodeRlcUlConfig:
+        case kRlcUlConfigSlot:
             StoreRlcConfig(&rlc_ul_config_, packet, length);
             return true;
-        case kLogCodeRlcDlStats:
+        case kRlcDlStatsSlot:
             StoreRlcStats(&rlc_dl_stats_, packet, length);
             return true;
-        case kLogCodeRlcUlStats:
+        case kRlcUlStatsSlot:
             StoreRlcStats(&rlc_ul_stats_, packet, length);
             return true;
-        default:
-            return false;
+        default: {
+            const size_t i = slot - 1;
+            std::lock_guard<std::mutex> hold(mutex_);
+            CopyCut(fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size, packet, length);
+            return true;
+        }
     }
 }
 
@@ -139,20 +147,20 @@ SnapshotView LogSnapshotStore::View(uint16_t code) const {
 }
 
 std::span<const uint8_t> LogSnapshotStore::Snapshot(uint16_t code) const {
-    for (size_t i = 0; i < kFixedSnapshotCount; ++i)
-        if (kFixedSnapshotSizes[i].code == code)
-            return {fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size};
-    switch (code) {
-        case kLogCodeRlcDlConfig:
+    const uint8_t slot = slot_of_code_[code];
+    switch (slot) {
+        case kNoSlot:
+            return {};
+        case kRlcDlConfigSlot:
             return rlc_dl_config_.snapshot();
-        case kLogCodeRlcUlConfig:
+        case kRlcUlConfigSlot:
             return rlc_ul_config_.snapshot();
-        case kLogCodeRlcDlStats:
+        case kRlcDlStatsSlot:
             return rlc_dl_stats_.snapshot();
-        case kLogCodeRlcUlStats:
+        case kRlcUlStatsSlot:
             return rlc_ul_stats_.snapshot();
         default:
-            return {};
+            return {fixed_.get() + fixed_offsets_[slot - 1], kFixedSnapshotSizes[slot - 1].size};
     }
 }
 

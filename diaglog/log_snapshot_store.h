@@ -151,6 +151,15 @@ class LogSnapshotStore {
     // The snapshot's bytes in place; hold mutex_.
     std::span<const uint8_t> Snapshot(uint16_t code) const;
 
+    // Where a code's packets go, looked up in one step per packet: the
+    // fixed snapshot's index plus one, one of the RLC slots, or kNoSlot.
+    static constexpr uint8_t kNoSlot = 0;
+    static constexpr uint8_t kRlcDlConfigSlot = kFixedSnapshotCount + 1;
+    static constexpr uint8_t kRlcUlConfigSlot = kFixedSnapshotCount + 2;
+    static constexpr uint8_t kRlcDlStatsSlot = kFixedSnapshotCount + 3;
+    static constexpr uint8_t kRlcUlStatsSlot = kFixedSnapshotCount + 4;
+    uint8_t slot_of_code_[0x10000] = {};
+
     mutable std::mutex mutex_;
     size_t fixed_offsets_[kFixedSnapshotCount];
     std::unique_ptr<uint8_t[]> fixed_;
