@@ -60,7 +60,7 @@ LogSnapshotStore::LogSnapshotStore() {
 }
 
 void LogSnapshotStore::Reset() {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     std::memset(fixed_.get(), 0, fixed_total_);
     rlc_dl_config_ = EmptyConfig(L::RlcConfig::kDlList);
     rlc_ul_config_ = EmptyConfig(L::RlcConfig::kUlList);
@@ -88,7 +88,7 @@ bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length
             return true;
         default: {
             const size_t i = slot - 1;
-            std::lock_guard<std::mutex> hold(mutex_);
+            std::lock_guard<SnapshotLock> hold(mutex_);
             CopyCut(fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size, packet, length);
             return true;
         }
@@ -96,7 +96,7 @@ bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length
 }
 
 void LogSnapshotStore::StoreRlcConfig(RlcConfigSnapshot* s, const uint8_t* packet, size_t length) {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     CopyCut(s->bytes, RlcConfigSnapshot::kHeaderSize, packet, length);
     if (HasPacket(s->bytes, RlcConfigSnapshot::kHeaderSize)) {
         // The list of radio bearers starts after the packet's count byte at P.
@@ -132,7 +132,7 @@ void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet,
     }
     std::shared_ptr<const uint8_t[]> old;
     {
-        std::lock_guard<std::mutex> hold(mutex_);
+        std::lock_guard<SnapshotLock> hold(mutex_);
         CopyCut(s->header, header, packet, length);
         if (!has_packet) return;  // the previous entries stay
         old = std::move(s->rlc_stats_entries);
@@ -142,7 +142,7 @@ void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet,
 }
 
 SnapshotView LogSnapshotStore::View(uint16_t code) const {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     return SnapshotView(Snapshot(code));
 }
 
@@ -165,7 +165,7 @@ std::span<const uint8_t> LogSnapshotStore::Snapshot(uint16_t code) const {
 }
 
 RlcConfigView LogSnapshotStore::RlcConfigCopy(uint16_t code) const {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     const RlcConfigSnapshot* s = code == kLogCodeRlcDlConfig   ? &rlc_dl_config_
                                  : code == kLogCodeRlcUlConfig ? &rlc_ul_config_
                                                                : nullptr;
@@ -178,7 +178,7 @@ RlcConfigView LogSnapshotStore::RlcConfigCopy(uint16_t code) const {
 }
 
 RlcStatsView LogSnapshotStore::RlcStatsCopy(uint16_t code) const {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     const RlcStatsSnapshot* s = code == kLogCodeRlcDlStats   ? &rlc_dl_stats_
                                 : code == kLogCodeRlcUlStats ? &rlc_ul_stats_
                                                              : nullptr;
@@ -189,7 +189,7 @@ RlcStatsView LogSnapshotStore::RlcStatsCopy(uint16_t code) const {
 
 bool LogSnapshotStore::StoreRlcBearerTables(uint16_t code, uint64_t generation,
                                             const RlcBearerTables& tables) {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     RlcConfigSnapshot* s = RlcConfig(code);
     if (s == nullptr || s->generation != generation) return false;
     std::copy(tables.cfg_idx.begin(), tables.cfg_idx.end(), s->rb_cfg_idx_table);
