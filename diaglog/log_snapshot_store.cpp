@@ -33,13 +33,22 @@ bool HasPacket(const uint8_t* bytes, size_t length) {
     return bytes != nullptr && rt::FieldReader({bytes, length}).Get(log_layout::kPacketWord) != 0;
 }
 
-// Copies min(size, length) bytes and zeroes the rest of the area, if any
-// (most packets are at least as long as their snapshot). A null source
-// copies nothing (memcpy from null is undefined even for 0 bytes).
-void CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length) {
+// Copies min(size, length) bytes and zeroes the rest of the area up to
+// `written`, how far earlier copies reached (past it the area is zero
+// already); returns how far this one reached. Most packets of a code have
+// one length, so after the first nothing is zeroed. A null source copies
+// nothing (memcpy from null is undefined even for 0 bytes).
+size_t CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length, size_t written) {
     size_t n = from == nullptr ? 0 : std::min(size, length);
     if (n > 0) std::memcpy(to, from, n);
-    if (n < size) std::memset(to + n, 0, size - n);
+    written = std::min(written, size);
+    if (n < written) std::memset(to + n, 0, written - n);
+    return n;
+}
+
+// The same for an area earlier copies may have filled whole.
+void CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length) {
+    CopyCut(to, size, from, length, size);
 }
 
 }  // namespace
@@ -62,6 +71,7 @@ LogSnapshotStore::LogSnapshotStore() {
 void LogSnapshotStore::Reset() {
     std::lock_guard<SnapshotLock> hold(mutex_);
     std::memset(fixed_.get(), 0, fixed_total_);
+    std::fill(std::begin(fixed_written_), std::end(fixed_written_), 0);
     rlc_dl_config_ = EmptyConfig(L::RlcConfig::kDlList);
     rlc_ul_config_ = EmptyConfig(L::RlcConfig::kUlList);
     rlc_dl_stats_ = EmptyStats<L::RlcDlStats>();
@@ -89,7 +99,9 @@ bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length
         default: {
             const size_t i = slot - 1;
             std::lock_guard<SnapshotLock> hold(mutex_);
-            CopyCut(fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size, packet, length);
+            fixed_written_[i] =
+                CopyCut(fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size, packet,
+                        length, fixed_written_[i]);
             return true;
         }
     }

@@ -163,6 +163,9 @@ class LogSnapshotStore {
 
     mutable SnapshotLock mutex_;
     size_t fixed_offsets_[kFixedSnapshotCount];
+    // How far into each fixed snapshot the last packet reached: bytes past
+    // it are zero.
+    size_t fixed_written_[kFixedSnapshotCount] = {};
     std::unique_ptr<uint8_t[]> fixed_;
     size_t fixed_total_ = 0;
     RlcConfigSnapshot rlc_dl_config_;

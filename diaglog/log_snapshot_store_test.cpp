@@ -52,12 +52,15 @@ TEST_F(LogSnapshotStoreTest, EachPacketOverwritesTheLast) {
 }
 
 TEST_F(LogSnapshotStoreTest, ShortPacketIsCutAndTheRestZeroed) {
-    Deliver(0x4110, Packet(0x4110, 87));
-    Bytes shorter = Packet(0x4110, 30);
-    Deliver(0x4110, shorter);
-    Bytes s = SnapshotOf(0x4110);
-    EXPECT_EQ(Bytes(s.begin(), s.begin() + 30), shorter);
-    EXPECT_EQ(Bytes(s.begin() + 30, s.end()), Bytes(87 - 30, 0));
+    // Longer and shorter in turn: nothing of an earlier, longer packet stays.
+    for (size_t length : {87, 30, 50, 20, 20, 100}) {
+        Bytes packet = Packet(0x4110, length);
+        Deliver(0x4110, packet);
+        Bytes s = SnapshotOf(0x4110);
+        size_t kept = std::min<size_t>(length, 87);
+        EXPECT_EQ(Bytes(s.begin(), s.begin() + kept), Bytes(packet.begin(), packet.begin() + kept));
+        EXPECT_EQ(Bytes(s.begin() + kept, s.end()), Bytes(87 - kept, 0)) << length;
+    }
 }
 
 TEST_F(LogSnapshotStoreTest, UnknownAndUnstoredCodesChangeNothing) {
