@@ -1,6 +1,7 @@
 #include "platform/dmux/crc16.h"
 
 #include <array>
+#include <atomic>
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
@@ -80,6 +81,12 @@ inline uint32_t Tail(uint32_t crc, const uint8_t* data, size_t length) {
         default:
             return crc;
     }
+}
+
+uint16_t TableCrc(const uint8_t* data, size_t length) {
+    uint32_t crc = 0xFFFF;
+    for (; length >= 16; data += 16, length -= 16) crc = Block<16>(crc, data);
+    return static_cast<uint16_t>(Tail(crc, data, length) ^ 0xFFFF);
 }
 
 #ifdef DMUX_CRC_CLMUL
@@ -211,7 +218,7 @@ DMUX_CLMUL_TARGET inline uint32_t FinishCrc(__m128i acc, const uint8_t* data, si
     return static_cast<uint32_t>(_mm_extract_epi16(_mm_srli_epi64(rem, 47), 4));
 }
 
-DMUX_CLMUL_TARGET uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t length) {
+DMUX_CLMUL_TARGET inline uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t length) {
     // The CRC so far enters as the first two bytes do in Block.
     __m128i acc = _mm_xor_si128(Load(data), _mm_cvtsi32_si128(static_cast<int>(crc)));
     const size_t blocks = length / 16;
@@ -245,7 +252,8 @@ DMUX_WIDE_CLMUL_TARGET inline __m512i Lanes(Shift s0, Shift s1, Shift s2, Shift 
                             q(s0.second_half), q(s0.first_half));
 }
 
-DMUX_WIDE_CLMUL_TARGET uint32_t FoldCrcWide(uint32_t crc, const uint8_t* data, size_t length) {
+DMUX_WIDE_CLMUL_TARGET inline uint32_t FoldCrcWide(uint32_t crc, const uint8_t* data,
+                                                   size_t length) {
     const size_t blocks = length / 16;
     __m512i lanes = _mm512_xor_si512(
         _mm512_loadu_si512(data), _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(crc))));
@@ -265,34 +273,48 @@ DMUX_WIDE_CLMUL_TARGET uint32_t FoldCrcWide(uint32_t crc, const uint8_t* data, s
     for (; i < blocks; ++i) acc = _mm_xor_si128(Fold(acc), Load(data + 16 * i));
     return FinishCrc(acc, data, length);
 }
+// The entry points, one per kind of CPU, each whole for any length.
+DMUX_CLMUL_TARGET uint16_t ClmulCrc(const uint8_t* data, size_t length) {
+    if (length < 16) return TableCrc(data, length);
+    return static_cast<uint16_t>(FoldCrc(0xFFFF, data, length) ^ 0xFFFF);
+}
+
+DMUX_WIDE_CLMUL_TARGET uint16_t WideClmulCrc(const uint8_t* data, size_t length) {
+    if (length < kWideFrom) return ClmulCrc(data, length);
+    return static_cast<uint16_t>(FoldCrcWide(0xFFFF, data, length) ^ 0xFFFF);
+}
 #undef DMUX_WIDE_CLMUL_TARGET
 #undef DMUX_CLMUL_TARGET
-
-// Decided once at start-up rather than behind a guard on every call (a
-// call from an earlier static initialiser sees false and uses the tables).
-const bool kHaveClmul = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3");
-}();
-const bool kHaveWideClmul = [] {
-    __builtin_cpu_init();
-    return kHaveClmul && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512f") &&
-           __builtin_cpu_supports("vpclmulqdq");
-}();
 #endif
+
+using CrcFunction = uint16_t (*)(const uint8_t*, size_t);
+
+// The first call picks the entry point for this CPU and keeps it, so each
+// later one costs one indirect call rather than tests of the CPU and the
+// length on the way to it. Constant-initialised: a call from another
+// file's static initialiser finds ChooseCrc, not a null pointer.
+uint16_t ChooseCrc(const uint8_t* data, size_t length);
+std::atomic<CrcFunction> crc_function{ChooseCrc};
+
+uint16_t ChooseCrc(const uint8_t* data, size_t length) {
+    CrcFunction chosen = TableCrc;
+#ifdef DMUX_CRC_CLMUL
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3")) {
+        chosen = ClmulCrc;
+        if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512f") &&
+            __builtin_cpu_supports("vpclmulqdq"))
+            chosen = WideClmulCrc;
+    }
+#endif
+    crc_function.store(chosen, std::memory_order_relaxed);
+    return chosen(data, length);
+}
 
 }  // namespace
 
 uint16_t Crc16X25(const uint8_t* data, size_t length) {
-    uint32_t crc = 0xFFFF;
-#ifdef DMUX_CRC_CLMUL
-    if (length >= kWideFrom && kHaveWideClmul)
-        return static_cast<uint16_t>(FoldCrcWide(crc, data, length) ^ 0xFFFF);
-    if (length >= 16 && kHaveClmul)
-        return static_cast<uint16_t>(FoldCrc(crc, data, length) ^ 0xFFFF);
-#endif
-    for (; length >= 16; data += 16, length -= 16) crc = Block<16>(crc, data);
-    return static_cast<uint16_t>(Tail(crc, data, length) ^ 0xFFFF);
+    return crc_function.load(std::memory_order_relaxed)(data, length);
 }
 
 }  // namespace dmux
