@@ -33,28 +33,45 @@ bool HasPacket(const uint8_t* bytes, size_t length) {
     return bytes != nullptr && rt::FieldReader({bytes, length}).Get(log_layout::kPacketWord) != 0;
 }
 
-// Copies min(size, length) bytes and zeroes the rest of the area. A null
-// source copies nothing (memcpy from null is undefined even for 0 bytes).
-void CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length) {
+// Copies min(size, length) bytes and zeroes the rest of the area up to
+// `written`, how far earlier copies reached (past it the area is zero
+// already); returns how far this one reached. Most packets of a code have
+// one length, so after the first nothing is zeroed. A null source copies
+// nothing (memcpy from null is undefined even for 0 bytes).
+size_t CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length, size_t written) {
     size_t n = from == nullptr ? 0 : std::min(size, length);
     if (n > 0) std::memcpy(to, from, n);
-    std::memset(to + n, 0, size - n);
+    written = std::min(written, size);
+    if (n < written) std::memset(to + n, 0, written - n);
+    return n;
+}
+
+// The same for an area earlier copies may have filled whole.
+void CopyCut(uint8_t* to, size_t size, const uint8_t* from, size_t length) {
+    CopyCut(to, size, from, length, size);
 }
 
 }  // namespace
 
 LogSnapshotStore::LogSnapshotStore() {
+    static_assert(kRlcUlStatsSlot <= 0xFF, "slots fit a byte");
     for (size_t i = 0; i < kFixedSnapshotCount; ++i) {
         fixed_offsets_[i] = fixed_total_;
         fixed_total_ += kFixedSnapshotSizes[i].size;
+        slot_of_code_[kFixedSnapshotSizes[i].code] = static_cast<uint8_t>(i + 1);
     }
+    slot_of_code_[kLogCodeRlcDlConfig] = kRlcDlConfigSlot;
+    slot_of_code_[kLogCodeRlcUlConfig] = kRlcUlConfigSlot;
+    slot_of_code_[kLogCodeRlcDlStats] = kRlcDlStatsSlot;
+    slot_of_code_[kLogCodeRlcUlStats] = kRlcUlStatsSlot;
     fixed_.reset(new uint8_t[fixed_total_]());
     Reset();
 }
 
 void LogSnapshotStore::Reset() {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     std::memset(fixed_.get(), 0, fixed_total_);
+    std::fill(std::begin(fixed_written_), std::end(fixed_written_), 0);
     rlc_dl_config_ = EmptyConfig(L::RlcConfig::kDlList);
     rlc_ul_config_ = EmptyConfig(L::RlcConfig::kUlList);
     rlc_dl_stats_ = EmptyStats<L::RlcDlStats>();
@@ -63,32 +80,35 @@ void LogSnapshotStore::Reset() {
 
 bool LogSnapshotStore::Store(uint16_t code, const uint8_t* packet, size_t length) {
     if (packet == nullptr) length = 0;
-    for (size_t i = 0; i < kFixedSnapshotCount; ++i) {
-        if (kFixedSnapshotSizes[i].code != code) continue;
-        std::lock_guard<std::mutex> hold(mutex_);
-        CopyCut(fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size, packet, length);
-        return true;
-    }
-    switch (code) {
-        case kLogCodeRlcDlConfig:
+    const uint8_t slot = slot_of_code_[code];
+    switch (slot) {
+        case kNoSlot:
+            return false;
+        case kRlcDlConfigSlot:
             StoreRlcConfig(&rlc_dl_config_, packet, length);
             return true;
-        case kLogCodeRlcUlConfig:
+        case kRlcUlConfigSlot:
             StoreRlcConfig(&rlc_ul_config_, packet, length);
             return true;
-        case kLogCodeRlcDlStats:
+        case kRlcDlStatsSlot:
             StoreRlcStats(&rlc_dl_stats_, packet, length);
             return true;
-        case kLogCodeRlcUlStats:
+        case kRlcUlStatsSlot:
             StoreRlcStats(&rlc_ul_stats_, packet, length);
             return true;
-        default:
-            return false;
+        default: {
+            const size_t i = slot - 1;
+            std::lock_guard<SnapshotLock> hold(mutex_);
+            fixed_written_[i] =
+                CopyCut(fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size, packet,
+                        length, fixed_written_[i]);
+            return true;
+        }
     }
 }
 
 void LogSnapshotStore::StoreRlcConfig(RlcConfigSnapshot* s, const uint8_t* packet, size_t length) {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     CopyCut(s->bytes, RlcConfigSnapshot::kHeaderSize, packet, length);
     if (HasPacket(s->bytes, RlcConfigSnapshot::kHeaderSize)) {
         // The list of radio bearers starts after the packet's count byte at P.
@@ -124,7 +144,7 @@ void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet,
     }
     std::shared_ptr<const uint8_t[]> old;
     {
-        std::lock_guard<std::mutex> hold(mutex_);
+        std::lock_guard<SnapshotLock> hold(mutex_);
         CopyCut(s->header, header, packet, length);
         if (!has_packet) return;  // the previous entries stay
         old = std::move(s->rlc_stats_entries);
@@ -134,30 +154,30 @@ void LogSnapshotStore::StoreRlcStats(RlcStatsSnapshot* s, const uint8_t* packet,
 }
 
 SnapshotView LogSnapshotStore::View(uint16_t code) const {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     return SnapshotView(Snapshot(code));
 }
 
 std::span<const uint8_t> LogSnapshotStore::Snapshot(uint16_t code) const {
-    for (size_t i = 0; i < kFixedSnapshotCount; ++i)
-        if (kFixedSnapshotSizes[i].code == code)
-            return {fixed_.get() + fixed_offsets_[i], kFixedSnapshotSizes[i].size};
-    switch (code) {
-        case kLogCodeRlcDlConfig:
+    const uint8_t slot = slot_of_code_[code];
+    switch (slot) {
+        case kNoSlot:
+            return {};
+        case kRlcDlConfigSlot:
             return rlc_dl_config_.snapshot();
-        case kLogCodeRlcUlConfig:
+        case kRlcUlConfigSlot:
             return rlc_ul_config_.snapshot();
-        case kLogCodeRlcDlStats:
+        case kRlcDlStatsSlot:
             return rlc_dl_stats_.snapshot();
-        case kLogCodeRlcUlStats:
+        case kRlcUlStatsSlot:
             return rlc_ul_stats_.snapshot();
         default:
-            return {};
+            return {fixed_.get() + fixed_offsets_[slot - 1], kFixedSnapshotSizes[slot - 1].size};
     }
 }
 
 RlcConfigView LogSnapshotStore::RlcConfigCopy(uint16_t code) const {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     const RlcConfigSnapshot* s = code == kLogCodeRlcDlConfig   ? &rlc_dl_config_
                                  : code == kLogCodeRlcUlConfig ? &rlc_ul_config_
                                                                : nullptr;
@@ -170,7 +190,7 @@ RlcConfigView LogSnapshotStore::RlcConfigCopy(uint16_t code) const {
 }
 
 RlcStatsView LogSnapshotStore::RlcStatsCopy(uint16_t code) const {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     const RlcStatsSnapshot* s = code == kLogCodeRlcDlStats   ? &rlc_dl_stats_
                                 : code == kLogCodeRlcUlStats ? &rlc_ul_stats_
                                                              : nullptr;
@@ -181,7 +201,7 @@ RlcStatsView LogSnapshotStore::RlcStatsCopy(uint16_t code) const {
 
 bool LogSnapshotStore::StoreRlcBearerTables(uint16_t code, uint64_t generation,
                                             const RlcBearerTables& tables) {
-    std::lock_guard<std::mutex> hold(mutex_);
+    std::lock_guard<SnapshotLock> hold(mutex_);
     RlcConfigSnapshot* s = RlcConfig(code);
     if (s == nullptr || s->generation != generation) return false;
     std::copy(tables.cfg_idx.begin(), tables.cfg_idx.end(), s->rb_cfg_idx_table);

@@ -19,6 +19,7 @@
 #include <span>
 
 #include "diaglog/rlc_view.h"
+#include "diaglog/snapshot_lock.h"
 #include "diaglog/snapshot_view.h"
 #include "platform/dmux/log_layouts.h"
 
@@ -112,10 +113,10 @@ class LogSnapshotStore {
     LogSnapshotStore(const LogSnapshotStore&) = delete;
     LogSnapshotStore& operator=(const LogSnapshotStore&) = delete;
 
-    std::mutex& mutex() { return mutex_; }
+    SnapshotLock& mutex() { return mutex_; }
 
     // Copies one packet into its code's snapshot (codes without one are
-    // ignored); takes the mutex. A null or empty packet clears the snapshot
+    // ignored); takes the lock. A null or empty packet clears the snapshot
     // to "no packet". False when the code has no snapshot.
     bool Store(uint16_t code, const uint8_t* packet, size_t length);
 
@@ -151,8 +152,20 @@ class LogSnapshotStore {
     // The snapshot's bytes in place; hold mutex_.
     std::span<const uint8_t> Snapshot(uint16_t code) const;
 
-    mutable std::mutex mutex_;
+    // Where a code's packets go, looked up in one step per packet: the
+    // fixed snapshot's index plus one, one of the RLC slots, or kNoSlot.
+    static constexpr uint8_t kNoSlot = 0;
+    static constexpr uint8_t kRlcDlConfigSlot = kFixedSnapshotCount + 1;
+    static constexpr uint8_t kRlcUlConfigSlot = kFixedSnapshotCount + 2;
+    static constexpr uint8_t kRlcDlStatsSlot = kFixedSnapshotCount + 3;
+    static constexpr uint8_t kRlcUlStatsSlot = kFixedSnapshotCount + 4;
+    uint8_t slot_of_code_[0x10000] = {};
+
+    mutable SnapshotLock mutex_;
     size_t fixed_offsets_[kFixedSnapshotCount];
+    // How far into each fixed snapshot the last packet reached: bytes past
+    // it are zero.
+    size_t fixed_written_[kFixedSnapshotCount] = {};
     std::unique_ptr<uint8_t[]> fixed_;
     size_t fixed_total_ = 0;
     RlcConfigSnapshot rlc_dl_config_;

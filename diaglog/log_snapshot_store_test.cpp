@@ -52,12 +52,15 @@ TEST_F(LogSnapshotStoreTest, EachPacketOverwritesTheLast) {
 }
 
 TEST_F(LogSnapshotStoreTest, ShortPacketIsCutAndTheRestZeroed) {
-    Deliver(0x4110, Packet(0x4110, 87));
-    Bytes shorter = Packet(0x4110, 30);
-    Deliver(0x4110, shorter);
-    Bytes s = SnapshotOf(0x4110);
-    EXPECT_EQ(Bytes(s.begin(), s.begin() + 30), shorter);
-    EXPECT_EQ(Bytes(s.begin() + 30, s.end()), Bytes(87 - 30, 0));
+    // Longer and shorter in turn: nothing of an earlier, longer packet stays.
+    for (size_t length : {87, 30, 50, 20, 20, 100}) {
+        Bytes packet = Packet(0x4110, length);
+        Deliver(0x4110, packet);
+        Bytes s = SnapshotOf(0x4110);
+        size_t kept = std::min<size_t>(length, 87);
+        EXPECT_EQ(Bytes(s.begin(), s.begin() + kept), Bytes(packet.begin(), packet.begin() + kept));
+        EXPECT_EQ(Bytes(s.begin() + kept, s.end()), Bytes(87 - kept, 0)) << length;
+    }
 }
 
 TEST_F(LogSnapshotStoreTest, UnknownAndUnstoredCodesChangeNothing) {
@@ -86,7 +89,7 @@ TEST_F(LogSnapshotStoreTest, RlcConfigListPosition) {
     packet[21] = 2;
     packet[30] = 3;
     Deliver(0xB091, packet);
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
     RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB091);
     EXPECT_EQ(Bytes(c->bytes, c->bytes + 22), Bytes(packet.begin(), packet.begin() + 22));
     EXPECT_EQ(c->rb_count(), 3);
@@ -102,7 +105,7 @@ TEST_F(LogSnapshotStoreTest, RlcConfigListLongerThanTheAreaIsCut) {
     Bytes packet = Packet(0xB081, 400);
     packet[21] = 0;  // P = 24
     Deliver(0xB081, packet);
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
     RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
     auto list = c->rb_list();
     ASSERT_EQ(list.size(), 135u);
@@ -114,7 +117,7 @@ TEST_F(LogSnapshotStoreTest, RlcConfigPositionPastThePacketEnd) {
     Bytes packet = Packet(0xB081, 30);
     packet[21] = 200;  // P = 624, far past 30 bytes
     Deliver(0xB081, packet);
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
     RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
     EXPECT_EQ(c->rb_count(), 0);
     auto list = c->rb_list();
@@ -127,7 +130,7 @@ TEST_F(LogSnapshotStoreTest, RlcConfigWithLengthWordZeroStillResetsTheTables) {
     packet[30] = 2;
     Deliver(0xB081, packet);
     {
-        std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+        std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
         RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
         c->rb_cfg_idx_table[0] = 7;  // as the RLC report fills them
         c->rb_kind_table[0] = 1;
@@ -137,7 +140,7 @@ TEST_F(LogSnapshotStoreTest, RlcConfigWithLengthWordZeroStillResetsTheTables) {
     empty[21] = 2;
     empty[30] = 9;
     Deliver(0xB081, empty);
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
     RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
     EXPECT_EQ(c->bytes[0] | c->bytes[1], 0);
     EXPECT_EQ(c->rb_count(), 2);  // the list is left as it was
@@ -159,7 +162,7 @@ TEST_F(LogSnapshotStoreTest, RlcStatsEntriesAreReplacedAndKept) {
     Deliver(0xB097, StatsPacket(3, 3 * 126, 0xA1));
     std::shared_ptr<const uint8_t[]> first;
     {
-        std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+        std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
         RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB097);
         EXPECT_EQ(s->count(), 3);
         ASSERT_EQ(s->entries_size, 378u);
@@ -169,7 +172,7 @@ TEST_F(LogSnapshotStoreTest, RlcStatsEntriesAreReplacedAndKept) {
     }
     Deliver(0xB097, StatsPacket(0, 0, 0));
     {
-        std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+        std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
         RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB097);
         EXPECT_EQ(s->entries_size, 0u);
         EXPECT_EQ(s->rlc_stats_entries, nullptr);
@@ -180,7 +183,7 @@ TEST_F(LogSnapshotStoreTest, RlcStatsEntriesAreReplacedAndKept) {
     Bytes zero_length = StatsPacket(2, 252, 0xC3);
     zero_length[0] = zero_length[1] = 0;
     Deliver(0xB097, zero_length);
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
     RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB097);
     EXPECT_EQ(s->count(), 2);          // the header was copied
     ASSERT_EQ(s->entries_size, 126u);  // the array of the packet before was kept
@@ -193,7 +196,7 @@ TEST_F(LogSnapshotStoreTest, RlcStatsCountPastThePacketIsCutAndZeroFilled) {
     packet[20] = 200;
     packet.insert(packet.end(), 2 * 182, 0x5A);
     Deliver(0xB087, packet);
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
     RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB087);
     ASSERT_EQ(s->entries_size, 200u * 182u);
     EXPECT_EQ(s->rlc_stats_entries[2 * 182 - 1], 0x5A);
@@ -204,7 +207,7 @@ TEST_F(LogSnapshotStoreTest, RlcStatsCountPastThePacketIsCutAndZeroFilled) {
 TEST_F(LogSnapshotStoreTest, RlcStatsShorterThanTheHeader) {
     Bytes packet = Packet(0xB087, 15);  // no count byte at all
     Deliver(0xB087, packet);
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
     RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB087);
     EXPECT_EQ(s->count(), 0);
     EXPECT_EQ(s->rlc_stats_entries, nullptr);
@@ -246,7 +249,7 @@ TEST_F(LogSnapshotStoreTest, FreeRlcStatsEntriesNullsBothArrays) {
     dl.insert(dl.end(), 182, 2);
     Deliver(0xB087, dl);
     g_log_snapshot_store.FreeRlcStatsEntries();
-    std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
     EXPECT_EQ(g_log_snapshot_store.RlcStats(0xB087)->rlc_stats_entries, nullptr);
     EXPECT_EQ(g_log_snapshot_store.RlcStats(0xB097)->rlc_stats_entries, nullptr);
 }
@@ -266,7 +269,7 @@ TEST_F(LogSnapshotStoreTest, WriterAndReaderOnTwoThreads) {
         std::shared_ptr<const uint8_t[]> entries;
         size_t size = 0;
         {
-            std::lock_guard<std::mutex> hold(g_log_snapshot_store.mutex());
+            std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
             entries = g_log_snapshot_store.RlcStats(0xB097)->rlc_stats_entries;
             size = g_log_snapshot_store.RlcStats(0xB097)->entries_size;
             // count and array always come from the same packet

@@ -1,6 +1,7 @@
 #include "platform/dmux/crc16.h"
 
 #include <array>
+#include <atomic>
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
@@ -82,6 +83,12 @@ inline uint32_t Tail(uint32_t crc, const uint8_t* data, size_t length) {
     }
 }
 
+uint16_t TableCrc(const uint8_t* data, size_t length) {
+    uint32_t crc = 0xFFFF;
+    for (; length >= 16; data += 16, length -= 16) crc = Block<16>(crc, data);
+    return static_cast<uint16_t>(Tail(crc, data, length) ^ 0xFFFF);
+}
+
 #ifdef DMUX_CRC_CLMUL
 // Carry-less multiplication folds sixteen bytes a step in a few
 // instructions, where the tables take one look-up per byte.
@@ -107,8 +114,16 @@ constexpr uint64_t Lane(uint32_t remainder) {
         if ((remainder >> d) & 1) lane |= uint64_t{1} << (63 - d);
     return lane;
 }
-constexpr uint64_t kFoldFirstHalf = Lane(XPowMod(191));
-constexpr uint64_t kFoldSecondHalf = Lane(XPowMod(127));
+// The pair of remainders that multiplies a register by x^bits: x^(bits +
+// 63) for its first half, x^(bits - 1) for its second.
+struct Shift {
+    uint64_t first_half;
+    uint64_t second_half;
+};
+constexpr Shift ShiftBy(int bits) {
+    return {Lane(XPowMod(bits + 63)), Lane(XPowMod(bits - 1))};
+}
+constexpr Shift kShift128 = ShiftBy(128);
 // The first half's two 32-bit quarters, La x^96 + Lb x^64, fold into the
 // second half side by side: each product is under 48 bits.
 constexpr uint64_t kFoldThirdQuarter = Lane(XPowMod(63));
@@ -168,16 +183,13 @@ DMUX_CLMUL_TARGET inline __m128i Load(const void* p) {
 
 // A register times x^128, congruent and under 80 bits.
 DMUX_CLMUL_TARGET inline __m128i Fold(__m128i a) {
-    const __m128i k = _mm_set_epi64x(static_cast<long long>(kFoldSecondHalf),
-                                     static_cast<long long>(kFoldFirstHalf));
+    const __m128i k = _mm_set_epi64x(static_cast<long long>(kShift128.second_half),
+                                     static_cast<long long>(kShift128.first_half));
     return _mm_xor_si128(_mm_clmulepi64_si128(a, k, 0x00), _mm_clmulepi64_si128(a, k, 0x11));
 }
 
-DMUX_CLMUL_TARGET uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t length) {
-    // The CRC so far enters as the first two bytes do in Block.
-    __m128i acc = _mm_xor_si128(Load(data), _mm_cvtsi32_si128(static_cast<int>(crc)));
-    const size_t blocks = length / 16;
-    for (size_t i = 1; i < blocks; ++i) acc = _mm_xor_si128(Fold(acc), Load(data + 16 * i));
+// `acc` holds the first length / 16 blocks.
+DMUX_CLMUL_TARGET inline uint32_t FinishCrc(__m128i acc, const uint8_t* data, size_t length) {
     const size_t r = length % 16;
     const __m128i upper = Load(kUpper + r);
     const __m128i last_bytes = _mm_and_si128(Load(data + length - 16),  // T at its end
@@ -205,26 +217,104 @@ DMUX_CLMUL_TARGET uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t len
         _mm_clmulepi64_si128(q, _mm_set_epi64x(0, static_cast<long long>(kPolyLow)), 0x00);
     return static_cast<uint32_t>(_mm_extract_epi16(_mm_srli_epi64(rem, 47), 4));
 }
-#undef DMUX_CLMUL_TARGET
 
-// Decided once at start-up rather than behind a guard on every call (a
-// call from an earlier static initialiser sees false and uses the tables).
-const bool kHaveClmul = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3");
-}();
+DMUX_CLMUL_TARGET inline uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t length) {
+    // The CRC so far enters as the first two bytes do in Block.
+    __m128i acc = _mm_xor_si128(Load(data), _mm_cvtsi32_si128(static_cast<int>(crc)));
+    const size_t blocks = length / 16;
+    for (size_t i = 1; i < blocks; ++i) acc = _mm_xor_si128(Fold(acc), Load(data + 16 * i));
+    return FinishCrc(acc, data, length);
+}
+
+// Long frames, where the CPU has 512-bit carry-less multiplication: one
+// instruction multiplies four registers, so four lanes, each a block
+// apart, step 64 bytes at a time (x^512), then join into one register,
+// each shifted by the distance of its last block from the end: clmul
+// throughput is what limits the 128-bit loop above. Not for fewer than
+// four blocks.
+constexpr size_t kWideFrom = 64;
+constexpr Shift kShift256 = ShiftBy(256);
+constexpr Shift kShift384 = ShiftBy(384);
+constexpr Shift kShift512 = ShiftBy(512);
+
+#define DMUX_WIDE_CLMUL_TARGET __attribute__((target("pclmul,ssse3,avx2,avx512f,vpclmulqdq")))
+
+DMUX_WIDE_CLMUL_TARGET inline __m512i Times(__m512i a, __m512i k) {
+    return _mm512_xor_si512(_mm512_clmulepi64_epi128(a, k, 0x00),
+                            _mm512_clmulepi64_epi128(a, k, 0x11));
+}
+
+// Four copies of `s`; for lane n, `s` n.
+DMUX_WIDE_CLMUL_TARGET inline __m512i Lanes(Shift s0, Shift s1, Shift s2, Shift s3) {
+    auto q = [](uint64_t v) { return static_cast<long long>(v); };
+    return _mm512_set_epi64(q(s3.second_half), q(s3.first_half), q(s2.second_half),
+                            q(s2.first_half), q(s1.second_half), q(s1.first_half),
+                            q(s0.second_half), q(s0.first_half));
+}
+
+DMUX_WIDE_CLMUL_TARGET inline uint32_t FoldCrcWide(uint32_t crc, const uint8_t* data,
+                                                   size_t length) {
+    const size_t blocks = length / 16;
+    __m512i lanes = _mm512_xor_si512(
+        _mm512_loadu_si512(data), _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(crc))));
+    const __m512i step = Lanes(kShift512, kShift512, kShift512, kShift512);
+    size_t i = 4;
+    for (; i + 4 <= blocks; i += 4)
+        lanes = _mm512_xor_si512(Times(lanes, step), _mm512_loadu_si512(data + 16 * i));
+    // Lanes 0, 1 and 2 times x^384, x^256 and x^128 (lane 3 times nothing,
+    // then added as it is), and the four summed into lane 0. (The _mask_
+    // forms: GCC 12 warns about the others' undefined fill.)
+    __m512i joined = _mm512_xor_si512(Times(lanes, Lanes(kShift384, kShift256, kShift128, {0, 0})),
+                                      _mm512_maskz_mov_epi64(0xC0, lanes));
+    const __m512i zero = _mm512_setzero_si512();
+    joined = _mm512_xor_si512(joined, _mm512_mask_shuffle_i64x2(zero, 0xFF, joined, joined, 0x4E));
+    joined = _mm512_xor_si512(joined, _mm512_mask_shuffle_i64x2(zero, 0xFF, joined, joined, 0xB1));
+    __m128i acc = _mm512_mask_extracti32x4_epi32(_mm_setzero_si128(), 0xF, joined, 0);
+    for (; i < blocks; ++i) acc = _mm_xor_si128(Fold(acc), Load(data + 16 * i));
+    return FinishCrc(acc, data, length);
+}
+// The entry points, one per kind of CPU, each whole for any length.
+DMUX_CLMUL_TARGET uint16_t ClmulCrc(const uint8_t* data, size_t length) {
+    if (length < 16) return TableCrc(data, length);
+    return static_cast<uint16_t>(FoldCrc(0xFFFF, data, length) ^ 0xFFFF);
+}
+
+DMUX_WIDE_CLMUL_TARGET uint16_t WideClmulCrc(const uint8_t* data, size_t length) {
+    if (length < kWideFrom) return ClmulCrc(data, length);
+    return static_cast<uint16_t>(FoldCrcWide(0xFFFF, data, length) ^ 0xFFFF);
+}
+#undef DMUX_WIDE_CLMUL_TARGET
+#undef DMUX_CLMUL_TARGET
 #endif
+
+using CrcFunction = uint16_t (*)(const uint8_t*, size_t);
+
+// The first call picks the entry point for this CPU and keeps it, so each
+// later one costs one indirect call rather than tests of the CPU and the
+// length on the way to it. Constant-initialised: a call from another
+// file's static initialiser finds ChooseCrc, not a null pointer.
+uint16_t ChooseCrc(const uint8_t* data, size_t length);
+std::atomic<CrcFunction> crc_function{ChooseCrc};
+
+uint16_t ChooseCrc(const uint8_t* data, size_t length) {
+    CrcFunction chosen = TableCrc;
+#ifdef DMUX_CRC_CLMUL
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3")) {
+        chosen = ClmulCrc;
+        if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512f") &&
+            __builtin_cpu_supports("vpclmulqdq"))
+            chosen = WideClmulCrc;
+    }
+#endif
+    crc_function.store(chosen, std::memory_order_relaxed);
+    return chosen(data, length);
+}
 
 }  // namespace
 
 uint16_t Crc16X25(const uint8_t* data, size_t length) {
-    uint32_t crc = 0xFFFF;
-#ifdef DMUX_CRC_CLMUL
-    if (length >= 16 && kHaveClmul)
-        return static_cast<uint16_t>(FoldCrc(crc, data, length) ^ 0xFFFF);
-#endif
-    for (; length >= 16; data += 16, length -= 16) crc = Block<16>(crc, data);
-    return static_cast<uint16_t>(Tail(crc, data, length) ^ 0xFFFF);
+    return crc_function.load(std::memory_order_relaxed)(data, length);
 }
 
 }  // namespace dmux

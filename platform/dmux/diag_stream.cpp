@@ -23,7 +23,10 @@ void DiagStream::OnFrame(std::span<const uint8_t> body) {
                     break;
                 }
             }
-            Offer(frame, mask_);
+            // Most packets are of codes the mask leaves out: those end here,
+            // without a call.
+            if (mask_ != nullptr && !mask_->Enabled(frame.log_code)) break;
+            Offer(frame, nullptr);
             break;
         case DiagFrameKind::kLogConfig:
             ++stats_.log_config;
