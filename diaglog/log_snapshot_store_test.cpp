@@ -38,21 +38,9 @@ class LogSnapshotStoreTest : public ::testing::Test {
     void TearDown() override { g_log_snapshot_store.Reset(); }
 };
 
-TEST_F(LogSnapshotStoreTest, FixedSizeKeepsTheFirstNBytes) {
-    // 0x4125 packet of 20 bytes: header(12) + 8 payload bytes; 13 are kept.
-    Bytes packet = Packet(0x4125, 20);
-    Deliver(0x4125, packet);
-    EXPECT_EQ(SnapshotOf(0x4125), Bytes(packet.begin(), packet.begin() + 13));
-}
-
-TEST_F(LogSnapshotStoreTest, EachPacketOverwritesTheLast) {
-    Deliver(0x4125, rt::test::DiagLogRecord(0x4125, {3}));
-    Deliver(0x4125, rt::test::DiagLogRecord(0x4125, {5}));
-    EXPECT_EQ(SnapshotOf(0x4125)[12], 5);
-}
-
-TEST_F(LogSnapshotStoreTest, ShortPacketIsCutAndTheRestZeroed) {
-    // Longer and shorter in turn: nothing of an earlier, longer packet stays.
+// A fixed-size snapshot keeps the first bytes of each packet, longer and
+// shorter in turn: nothing of an earlier, longer packet stays.
+TEST_F(LogSnapshotStoreTest, FixedSizeKeepsTheFirstBytesAndZeroesPastAShortPacket) {
     for (size_t length : {87, 30, 50, 20, 20, 100}) {
         Bytes packet = Packet(0x4110, length);
         Deliver(0x4110, packet);
@@ -82,46 +70,42 @@ TEST_F(LogSnapshotStoreTest, NullBufferIsLogged) {
     EXPECT_EQ(log.lines()[0].severity, 6);
 }
 
-// 0xB091 whose byte 21 is 2: P = 24 + 3 * 2 = 30; rb_count is packet byte
-// 30, the list starts at packet byte 31.
+// The RLC configuration's list starts after rb_count, at packet byte
+// P + 1 where P = 24 + 3 * byte 21: cut to the list area, zero past the
+// packet, and empty (rb_count 0) when P is past the packet's end.
+struct RlcListCase {
+    uint16_t code;
+    size_t packet_size;
+    uint8_t byte21;
+    size_t area;
+};
+
 TEST_F(LogSnapshotStoreTest, RlcConfigListPosition) {
-    Bytes packet = Packet(0xB091, 40);
-    packet[21] = 2;
-    packet[30] = 3;
-    Deliver(0xB091, packet);
-    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
-    RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB091);
-    EXPECT_EQ(Bytes(c->bytes, c->bytes + 22), Bytes(packet.begin(), packet.begin() + 22));
-    EXPECT_EQ(c->rb_count(), 3);
-    EXPECT_EQ(c->bytes[23], 0);
-    auto list = c->rb_list();
-    EXPECT_EQ(Bytes(list.begin(), list.begin() + 9), Bytes(packet.begin() + 31, packet.end()));
-    EXPECT_EQ(Bytes(list.begin() + 9, list.end()), Bytes(210 - 9, 0));
-    EXPECT_EQ(Bytes(c->rb_cfg_idx_table, c->rb_cfg_idx_table + 15), Bytes(15, 0xFF));
-    EXPECT_EQ(Bytes(c->rb_kind_table, c->rb_kind_table + 15), Bytes(15, 0xFF));
-}
-
-TEST_F(LogSnapshotStoreTest, RlcConfigListLongerThanTheAreaIsCut) {
-    Bytes packet = Packet(0xB081, 400);
-    packet[21] = 0;  // P = 24
-    Deliver(0xB081, packet);
-    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
-    RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
-    auto list = c->rb_list();
-    ASSERT_EQ(list.size(), 135u);
-    EXPECT_EQ(Bytes(list.begin(), list.end()),
-              Bytes(packet.begin() + 25, packet.begin() + 25 + 135));
-}
-
-TEST_F(LogSnapshotStoreTest, RlcConfigPositionPastThePacketEnd) {
-    Bytes packet = Packet(0xB081, 30);
-    packet[21] = 200;  // P = 624, far past 30 bytes
-    Deliver(0xB081, packet);
-    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
-    RlcConfigSnapshot* c = g_log_snapshot_store.RlcConfig(0xB081);
-    EXPECT_EQ(c->rb_count(), 0);
-    auto list = c->rb_list();
-    EXPECT_EQ(Bytes(list.begin(), list.end()), Bytes(135, 0));
+    const RlcListCase cases[] = {
+        {0xB091, 40, 2, 210},    // P = 30: 9 list bytes, the rest zero
+        {0xB081, 400, 0, 135},   // P = 24: the list is cut to the area
+        {0xB081, 30, 200, 135},  // P = 624, far past 30 bytes
+    };
+    for (const RlcListCase& c : cases) {
+        SCOPED_TRACE(c.packet_size);
+        Bytes packet = Packet(c.code, c.packet_size);
+        const size_t p = 24 + 3 * c.byte21;
+        packet[21] = c.byte21;
+        if (p < packet.size()) packet[p] = 3;
+        Deliver(c.code, packet);
+        Bytes list_bytes(c.area, 0);
+        for (size_t i = 0; i < c.area && p + 1 + i < packet.size(); ++i)
+            list_bytes[i] = packet[p + 1 + i];
+        std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
+        RlcConfigSnapshot* config = g_log_snapshot_store.RlcConfig(c.code);
+        EXPECT_EQ(Bytes(config->bytes, config->bytes + 22),
+                  Bytes(packet.begin(), packet.begin() + 22));
+        EXPECT_EQ(config->rb_count(), p < packet.size() ? 3 : 0);
+        auto list = config->rb_list();
+        EXPECT_EQ(Bytes(list.begin(), list.end()), list_bytes);
+        EXPECT_EQ(Bytes(config->rb_cfg_idx_table, config->rb_cfg_idx_table + 15), Bytes(15, 0xFF));
+        EXPECT_EQ(Bytes(config->rb_kind_table, config->rb_kind_table + 15), Bytes(15, 0xFF));
+    }
 }
 
 TEST_F(LogSnapshotStoreTest, RlcConfigWithLengthWordZeroStillResetsTheTables) {
@@ -191,6 +175,9 @@ TEST_F(LogSnapshotStoreTest, RlcStatsEntriesAreReplacedAndKept) {
 }
 
 TEST_F(LogSnapshotStoreTest, RlcStatsCountPastThePacketIsCutAndZeroFilled) {
+    Deliver(0xB087, Packet(0xB087, 15));  // too short for the count byte: nothing
+    EXPECT_EQ(g_log_snapshot_store.RlcStatsCopy(0xB087).count(), 0);
+    EXPECT_EQ(g_log_snapshot_store.RlcStatsCopy(0xB087).Entry(0).size(), 0u);
     // count 200 says 200 * 182 bytes; the packet holds 2 entries' worth.
     Bytes packet = Packet(0xB087, 29);
     packet[20] = 200;
@@ -202,15 +189,6 @@ TEST_F(LogSnapshotStoreTest, RlcStatsCountPastThePacketIsCutAndZeroFilled) {
     EXPECT_EQ(s->rlc_stats_entries[2 * 182 - 1], 0x5A);
     EXPECT_EQ(s->rlc_stats_entries[2 * 182], 0);
     EXPECT_EQ(s->rlc_stats_entries[200 * 182 - 1], 0);
-}
-
-TEST_F(LogSnapshotStoreTest, RlcStatsShorterThanTheHeader) {
-    Bytes packet = Packet(0xB087, 15);  // no count byte at all
-    Deliver(0xB087, packet);
-    std::lock_guard<SnapshotLock> hold(g_log_snapshot_store.mutex());
-    RlcStatsSnapshot* s = g_log_snapshot_store.RlcStats(0xB087);
-    EXPECT_EQ(s->count(), 0);
-    EXPECT_EQ(s->rlc_stats_entries, nullptr);
 }
 
 TEST_F(LogSnapshotStoreTest, RlcCopiesReadOnlyTheirOwnBytes) {

@@ -27,12 +27,6 @@ using rt::test::ModemsimProcess;
 constexpr const char* kQmicli = "/usr/bin/qmicli";
 constexpr const char* kQmiProxy = "/usr/libexec/qmi-proxy";
 
-// A WCDMA world held still, so that radionwinfo has fixed values.
-constexpr const char* kStillWorld = R"({"wcdma": {
-    "period_ms": 100, "handover_period_ms": 3600000,
-    "drift": {"ecio": 0, "rscp": 0, "gsm_rssi": 0, "carrier_rssi": 0, "tx_power": 0,
-              "cqi": 0, "rate": 0, "bler": 0}}})";
-
 bool Installed(const char* program) {
     return ::access(program, X_OK) == 0;
 }
@@ -139,7 +133,7 @@ TEST_F(LibqmiTools, QmicliGetsVersionInfoAndAClientOfServiceE3ComesAndGoes) {
 }
 
 TEST_F(LibqmiTools, DaemonAndQmicliShareTheModemThroughQmiProxy) {
-    ASSERT_NO_FATAL_FAILURE(StartModem(kStillWorld));
+    ASSERT_NO_FATAL_FAILURE(StartModem(rt::test::kStillWcdmaWorld));
     ASSERT_NO_FATAL_FAILURE(StartDaemonThroughProxy());
     if (IsSkipped()) return;
     ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));

@@ -107,13 +107,9 @@ TEST_F(PPSLoopTest, MessagesPastTheBufferAreCutAt1023Bytes) {
     }
 }
 
-TEST_F(PPSLoopTest, ReadThatWouldBlockReturnsEagain) {
+TEST_F(PPSLoopTest, ReadThatWouldBlockOrFindsNothingProcessesNothing) {
     ASSERT_EQ(::fcntl(server.fd(), F_SETFL, O_NONBLOCK), 0);
     EXPECT_EQ(server.PPSRead(server.fd()), EAGAIN);
-    EXPECT_TRUE(events.empty());
-}
-
-TEST_F(PPSLoopTest, EmptyReadProcessesNothing) {
     ::shutdown(server_pair.theirs, SHUT_WR);
     EXPECT_EQ(server.PPSRead(server.fd()), 0);
     EXPECT_TRUE(events.empty());
@@ -167,38 +163,20 @@ TEST(PPSRunDeathTest, TerminationSignalEndsLoopWhileADescriptorStaysReady) {
         ::testing::ExitedWithCode(0), "");
 }
 
-TEST_F(PPSLoopTest, RequestBeforeWatchersInOnePass) {
-    SocketPair config;
-    SocketPair persist;
-    server.PPSAddFdWatcher(config.ours, RecordWatcher, const_cast<char*>("config"));
-    server.PPSAddFdWatcher(persist.ours, RecordWatcher, const_cast<char*>("persist"));
-    persist.Send("x");
-    config.Send("x");
-    server_pair.Send("@control.5\nmsg::radiostats\nid::17\n");
-    RunOnePass();
-    EXPECT_THAT(events, ::testing::ElementsAre("request 5 radiostats 17 (null)", "watcher config",
-                                               "watcher persist"));
-}
-
-TEST_F(PPSLoopTest, WatchersRunInRegistrationOrderNotDescriptorOrder) {
+// In one pass: the request first, then the watchers in their registration
+// order (not their descriptor order); a watcher of -1 never runs.
+TEST_F(PPSLoopTest, RequestThenWatchersInRegistrationOrder) {
     SocketPair first;
     SocketPair second;
-    // Registered in the reverse order of their descriptor numbers.
     server.PPSAddFdWatcher(second.ours, RecordWatcher, const_cast<char*>("second"));
+    server.PPSAddFdWatcher(-1, RecordWatcher, const_cast<char*>("none"));
     server.PPSAddFdWatcher(first.ours, RecordWatcher, const_cast<char*>("first"));
     first.Send("x");
     second.Send("x");
+    server_pair.Send("@control.5\nmsg::radiostats\nid::17\n");
     RunOnePass();
-    EXPECT_THAT(events, ::testing::ElementsAre("watcher second", "watcher first"));
-}
-
-TEST_F(PPSLoopTest, WatcherOfMinusOneNeverRuns) {
-    SocketPair config;
-    server.PPSAddFdWatcher(config.ours, RecordWatcher, const_cast<char*>("config"));
-    server.PPSAddFdWatcher(-1, RecordWatcher, const_cast<char*>("persist"));
-    config.Send("x");
-    RunOnePass();
-    EXPECT_THAT(events, ::testing::ElementsAre("watcher config"));
+    EXPECT_THAT(events, ::testing::ElementsAre("request 5 radiostats 17 (null)", "watcher second",
+                                               "watcher first"));
 }
 
 TEST_F(PPSLoopTest, EagainOnServerReadDelaysWatchersToNextPass) {

@@ -155,16 +155,4 @@ TEST_F(TavoraContextTest, HardwareIdReadsOfEveryShape) {
     }
 }
 
-TEST_F(TavoraContextTest, ClearEnsValueWritesTheDeletion) {
-    int fds[2];
-    ASSERT_EQ(::pipe(fds), 0);
-    ClearEnsValue(fds[1]);
-    char buffer[64] = {};
-    ASSERT_GT(::read(fds[0], buffer, sizeof buffer - 1), 0);
-    EXPECT_STREQ(buffer, "-ens_value\n");
-    ClearEnsValue(-1);  // nothing to write to: nothing happens
-    ::close(fds[0]);
-    ::close(fds[1]);
-}
-
 }  // namespace

@@ -176,7 +176,7 @@ int ChildProcess::Wait(int timeout_ms) {
     return status_;
 }
 
-PpsBroker::PpsBroker() {
+PpsBroker::PpsBroker(std::vector<std::string> options) : options_(std::move(options)) {
     socket_ = dir_.file("ppsd.sock");
     store_ = dir_.file("store");
     ::mkdir(store_.c_str(), 0755);
@@ -190,7 +190,9 @@ PpsBroker::~PpsBroker() {
 
 void PpsBroker::Start() {
     ::unlink(socket_.c_str());
-    process_ = new ChildProcess({BinPath("ppsd"), "--socket", socket_, "--store", store_});
+    std::vector<std::string> argv{BinPath("ppsd"), "--socket", socket_, "--store", store_};
+    argv.insert(argv.end(), options_.begin(), options_.end());
+    process_ = new ChildProcess(argv);
     if (!WaitForPath(socket_, kEventTimeoutMs))
         throw std::runtime_error("ppsd did not start: " + process_->Stderr());
 }

@@ -74,7 +74,8 @@ class ChildProcess {
 // env() gives the same for child processes.
 class PpsBroker {
   public:
-    PpsBroker();
+    // `options` are further ppsd options (--queue-cap, ...).
+    explicit PpsBroker(std::vector<std::string> options = {});
     ~PpsBroker();
     const std::string& socket() const { return socket_; }
     const std::string& store() const { return store_; }
@@ -88,6 +89,7 @@ class PpsBroker {
     TempDir dir_;
     std::string socket_;
     std::string store_;
+    std::vector<std::string> options_;
     ChildProcess* process_ = nullptr;
 };
 

@@ -54,6 +54,14 @@ class ModemsimProcess {
     bool ready_ = false;
 };
 
+// A WCDMA world held still (no drift, no handover, no location update, one
+// RAB), so that reports can be checked against the world's own values.
+inline constexpr const char* kStillWcdmaWorld = R"({"wcdma": {
+    "period_ms": 100, "handover_period_ms": 3600000,
+    "mobility": {"update_ms": 0}, "bearers": {"rab_period_ms": 3600000},
+    "drift": {"ecio": 0, "rscp": 0, "gsm_rssi": 0, "carrier_rssi": 0, "tx_power": 0,
+              "cqi": 0, "rate": 0, "bler": 0}}})";
+
 // modemsim with `scenario`, then a daemon (with `options`) that uses it.
 class ModemAndDaemon {
   public:

@@ -102,13 +102,6 @@ TEST(PpsDecoder, GroupsOfOneObjectMergeLaterValuesWinning) {
     EXPECT_EQ(pps_decoder_push(&dec, nullptr), PPS_DECODER_NOT_FOUND);
 }
 
-TEST(PpsDecoder, ObjectLineAloneIsAnEmptyObject) {
-    Decoded dec("@config\n");
-    ASSERT_EQ(dec.status(), PPS_DECODER_OK);
-    ASSERT_EQ(pps_decoder_push(&dec, nullptr), PPS_DECODER_OK);
-    EXPECT_EQ(pps_decoder_type(&dec, nullptr), PPS_TYPE_NONE);
-}
-
 TEST(PpsDecoder, NumbersConvertOnlyInRange) {
     Decoded dec("@o\nbig:n:3000000000\nhuge:n:99999999999999999999\nhalf:n:2.5\nwhole:n:4e3\n");
     ASSERT_EQ(dec.status(), PPS_DECODER_OK);

@@ -23,60 +23,39 @@ size_t ApplyText(Object& object, std::string text, std::string* delta) {
     return object.Apply(text.data(), delta);
 }
 
-TEST(ObjectApply, MergesNamedAttributesAndKeepsTheRest) {
-    Object object("/pps/a/status", 0, 0, 0644);
-    std::string delta;
-    EXPECT_EQ(ApplyText(object, "@status\nmsg::hi\nn:n:5\nflag:b:true\n", &delta), 3u);
-    EXPECT_EQ(delta, "msg::hi\nn:n:5\nflag:b:true\n");
-    EXPECT_EQ(ApplyText(object, "n:n:6\n", &delta), 1u);
-    EXPECT_EQ(delta, "n:n:6\n");
-    EXPECT_EQ(object.Render(), "@status\nmsg::hi\nn:n:6\nflag:b:true\n");
-}
+// One write to an object that holds `before`: how many attributes it
+// changed, the delta readers get, and the object afterwards.
+struct ApplyCase {
+    const char* before;
+    const char* write;
+    size_t changes;
+    const char* delta;
+    const char* rendered;
+};
 
-TEST(ObjectApply, UnchangedValueIsNoChange) {
-    Object object("/pps/o", 0, 0, 0644);
-    std::string delta;
-    ApplyText(object, "a::1\n", &delta);
-    EXPECT_EQ(ApplyText(object, "a::1\n", &delta), 0u);
-    EXPECT_EQ(delta, "");
-    // Same value, other encoding: a change (the encoding is kept).
-    EXPECT_EQ(ApplyText(object, "a:n:1\n", &delta), 1u);
-    EXPECT_EQ(object.Render(), "@o\na:n:1\n");
-}
-
-TEST(ObjectApply, DeletionRemovesAndMissingDeletionIsNoChange) {
-    Object object("/pps/o", 0, 0, 0644);
-    std::string delta;
-    ApplyText(object, "a::1\nb::2\nc::3\n", &delta);
-    EXPECT_EQ(ApplyText(object, "-b\n-nosuch\n", &delta), 1u);
-    EXPECT_EQ(delta, "-b\n");
-    EXPECT_EQ(object.Render(), "@o\na::1\nc::3\n");
-    // The index still finds what moved.
-    EXPECT_EQ(ApplyText(object, "c::4\n", &delta), 1u);
-    EXPECT_EQ(object.Render(), "@o\na::1\nc::4\n");
-}
-
-TEST(ObjectApply, MalformedLineStopsButKeepsWhatCameBefore) {
-    Object object("/pps/o", 0, 0, 0644);
-    std::string delta;
-    EXPECT_EQ(ApplyText(object, "a::1\nthis line has no colon\nb::2\n", &delta), 1u);
-    EXPECT_EQ(object.Render(), "@o\na::1\n");
-}
-
-TEST(ObjectApply, JsonAndNewlineEncodingsStayAsWritten) {
-    Object object("/pps/o", 0, 0, 0644);
-    std::string delta;
-    ApplyText(object, "dat:json:{\"a\":1}\ntext:c:one\\ntwo\n", &delta);
-    EXPECT_EQ(object.Render(), "@o\ndat:json:{\"a\":1}\ntext:c:one\\ntwo\n");
-}
-
-TEST(ObjectApply, ClearEmptiesOnce) {
-    Object object("/pps/o", 0, 0, 0644);
-    std::string delta;
-    ApplyText(object, "a::1\n", &delta);
-    EXPECT_TRUE(object.Clear());
-    EXPECT_FALSE(object.Clear());
-    EXPECT_EQ(object.Render(), "@o\n");
+TEST(ObjectApply, WritesMergeDeleteAndStopAtAMalformedLine) {
+    const ApplyCase cases[] = {
+        {"", "@o\nmsg::hi\nn:n:5\n", 2, "msg::hi\nn:n:5\n", "@o\nmsg::hi\nn:n:5\n"},
+        {"a::1\nb::x\nc::3\n", "b::y\n", 1, "b::y\n", "@o\na::1\nb::y\nc::3\n"},
+        {"a::1\n", "a::1\n", 0, "", "@o\na::1\n"},
+        // Same value, other encoding: a change (the encoding is kept).
+        {"a::1\n", "a:n:1\n", 1, "a:n:1\n", "@o\na:n:1\n"},
+        {"a::1\nb::2\nc::3\n", "-b\n-nosuch\n", 1, "-b\n", "@o\na::1\nc::3\n"},
+        // The index still finds what moved.
+        {"a::1\nb::2\nc::3\n-b\n", "c::4\n", 1, "c::4\n", "@o\na::1\nc::4\n"},
+        {"", "a::1\nthis line has no colon\nb::2\n", 1, "a::1\n", "@o\na::1\n"},
+        {"", "dat:json:{\"a\":1}\ntext:c:one\\ntwo\n", 2, "dat:json:{\"a\":1}\ntext:c:one\\ntwo\n",
+         "@o\ndat:json:{\"a\":1}\ntext:c:one\\ntwo\n"},
+    };
+    for (const ApplyCase& c : cases) {
+        SCOPED_TRACE(c.write);
+        Object object("/pps/o", 0, 0, 0644);
+        std::string delta;
+        ApplyText(object, c.before, &delta);
+        EXPECT_EQ(ApplyText(object, c.write, &delta), c.changes);
+        EXPECT_EQ(delta, c.delta);
+        EXPECT_EQ(object.Render(), c.rendered);
+    }
 }
 
 TEST(ObjectApply, AttributeBytesFollowEveryChange) {
@@ -95,8 +74,10 @@ TEST(ObjectApply, AttributeBytesFollowEveryChange) {
     }
     object.SetLine("d:n:42");
     EXPECT_EQ(object.attribute_bytes(), object.Render().size() - object.object_line().size());
-    object.Clear();
+    EXPECT_TRUE(object.Clear());
     EXPECT_EQ(object.attribute_bytes(), 0u);
+    EXPECT_FALSE(object.Clear());  // empty already: no change
+    EXPECT_EQ(object.Render(), "@o\n");
 }
 
 TEST(NormalizePath, Table) {
@@ -180,17 +161,6 @@ TEST(ObjectStore, InterruptedSaveAndForeignFilesAreIgnored) {
     ASSERT_NE(tree.Find("/pps/o"), nullptr);
     EXPECT_EQ(tree.Find("/pps/o")->Render(), "@o\na::old\n");
     EXPECT_NE(::access((store.FileFor("/pps/o") + ".tmp").c_str(), F_OK), 0);
-}
-
-TEST(ObjectStore, NamesWithPercentAndSlashDoNotClash) {
-    rt::test::TempDir dir;
-    ObjectStore store(dir.path());
-    EXPECT_NE(store.FileFor("/pps/a%2Fb"), store.FileFor("/pps/a/b"));
-    auto object = std::make_shared<Object>("/pps/a%2Fb", 0, 0, 0644);
-    ASSERT_EQ(store.Save(*object), 0);
-    ObjectTree tree;
-    EXPECT_EQ(store.LoadAll(&tree, nullptr), 1u);
-    EXPECT_NE(tree.Find("/pps/a%2Fb"), nullptr);
 }
 
 // Names that once shared a file, or were lost at a restart, each keep

@@ -21,13 +21,6 @@ using rt::test::DaemonOptions;
 using rt::test::LinesStartingWith;
 using Lines = std::vector<std::string>;
 
-constexpr const char* kStillWorld = R"({"wcdma": {
-    "period_ms": 100, "handover_period_ms": 3600000,
-    "mobility": {"update_ms": 0},
-    "bearers": {"rab_period_ms": 3600000},
-    "drift": {"ecio": 0, "rscp": 0, "gsm_rssi": 0, "carrier_rssi": 0, "tx_power": 0,
-              "cqi": 0, "rate": 0, "bler": 0}}})";
-
 constexpr const char* kTetheringUp = R"({
     "pdns": {"tethering": {"connected": true}},
     "interfaces": {"rmnet4": {"connected": true, "ip_addresses": ["192.168.42.2/24"],
@@ -38,18 +31,12 @@ class UmtsOpInfoProcess : public testing::Test {
     void Start(const std::string& devsim_patch) {
         DaemonOptions options;
         options.devsim_scenario = devsim_patch;
-        world_ = std::make_unique<rt::test::ModemAndDaemon>(kStillWorld, options);
+        world_ = std::make_unique<rt::test::ModemAndDaemon>(rt::test::kStillWcdmaWorld, options);
         ASSERT_TRUE(world_->started()) << world_->Errors();
         daemon_ = &world_->daemon();
         // umtsopinfo does not open the QMI client itself; radionwinfo does.
         ASSERT_NE(daemon_->Request("radionwinfo", "1", std::nullopt), "");
         ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));
-    }
-    // Asks for a report until its object holds every one of `lines` (each
-    // log code arrives on its own within the world's period after the mask
-    // goes on). Bounded; returns the last object text either way.
-    std::string ReportHolding(const char* name, const char* object, const Lines& lines) {
-        return daemon_->ReportHolding(name, object, lines);
     }
 
     std::unique_ptr<rt::test::ModemAndDaemon> world_;
@@ -58,7 +45,7 @@ class UmtsOpInfoProcess : public testing::Test {
 
 TEST_F(UmtsOpInfoProcess, ReportShowsTheWorldAndBothPdns) {
     Start(kTetheringUp);
-    std::string report = ReportHolding(
+    std::string report = daemon_->ReportHolding(
         "umtsopinfo", rt::test::kStatusUtraObject,
         {"mm_reject::Updated", "gmm_reject::GMM GU1 Updated", "drx:n:7", "irat_cm1::off"});
     EXPECT_EQ(LinesStartingWith(report, "t3212"), Lines{"t3212::Not supported!"});
@@ -101,8 +88,8 @@ TEST_F(UmtsOpInfoProcess, ReportShowsTheWorldAndBothPdns) {
 
 TEST_F(UmtsOpInfoProcess, BearerShowsTheRabSetUpLast) {
     Start("{}");
-    std::string report =
-        ReportHolding("bearer", rt::test::kStatusDataObject, {"rab_domain::PS", "rab_id:n:5"});
+    std::string report = daemon_->ReportHolding("bearer", rt::test::kStatusDataObject,
+                                                {"rab_domain::PS", "rab_id:n:5"});
     // The object keeps its attributes in the order they first appeared: an
     // earlier report without the QoS packet put rab_traffic_class first.
     Lines rab = LinesStartingWith(report, "rab_");
@@ -118,8 +105,9 @@ TEST_F(UmtsOpInfoProcess, BearerShowsTheRabSetUpLast) {
 // QoS profile is a table of its members.
 TEST_F(UmtsOpInfoProcess, FieldtestShowsEveryReportAndTheQosTable) {
     Start("{}");
-    ReportHolding("umtsopinfo", rt::test::kStatusUtraObject, {"drx:n:7", "irat_cm1::off"});
-    ReportHolding("umtsopinfo", rt::test::kStatusUtraObject, {"gmm_reject::GMM GU1 Updated"});
+    daemon_->ReportHolding("umtsopinfo", rt::test::kStatusUtraObject, {"drx:n:7", "irat_cm1::off"});
+    daemon_->ReportHolding("umtsopinfo", rt::test::kStatusUtraObject,
+                           {"gmm_reject::GMM GU1 Updated"});
     const std::string fieldtest = std::string(RT_BIN_DIR) + "/fieldtest";
     for (const std::vector<std::string>& args :
          {std::vector<std::string>{fieldtest}, std::vector<std::string>{fieldtest, "all"}}) {

@@ -11,41 +11,19 @@
 namespace {
 
 using rt::test::DaemonFixture;
-using rt::test::DaemonOptions;
 using rt::test::LinesStartingWith;
 using Lines = std::vector<std::string>;
 
-constexpr const char* kStillWorld = R"({"wcdma": {
-    "period_ms": 100, "handover_period_ms": 3600000,
-    "drift": {"ecio": 0, "rscp": 0, "gsm_rssi": 0, "carrier_rssi": 0, "tx_power": 0,
-              "cqi": 0, "rate": 0, "bler": 0}}})";
+TEST(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
+    rt::test::ModemAndDaemon world(rt::test::kStillWcdmaWorld);
+    ASSERT_TRUE(world.started()) << world.Errors();
+    DaemonFixture& daemon = world.daemon();
+    ASSERT_TRUE(daemon.WriteConfig({"diaglogmask::1"}));
+    auto report_holding = [&](const char* name, const Lines& lines) {
+        return daemon.ReportHolding(name, rt::test::kStatusUtraObject, lines);
+    };
 
-class WcdmaReportsProcess : public testing::Test {
-  protected:
-    void Start(const std::string& scenario_text) {
-        world_ = std::make_unique<rt::test::ModemAndDaemon>(scenario_text);
-        ASSERT_TRUE(world_->started()) << world_->Errors();
-        daemon_ = &world_->daemon();
-    }
-    // Asks for a report and returns diag/status_utra after the reply.
-    std::string Report(const char* name) {
-        std::string reply = daemon_->Request(name, "9");
-        EXPECT_NE(reply.find(std::string("res::") + name + "\n"), std::string::npos) << reply;
-        return daemon_->ReadObject(rt::test::kStatusUtraObject);
-    }
-    std::string ReportHolding(const char* name, const Lines& lines) {
-        return daemon_->ReportHolding(name, rt::test::kStatusUtraObject, lines);
-    }
-
-    std::unique_ptr<rt::test::ModemAndDaemon> world_;
-    DaemonFixture* daemon_ = nullptr;
-};
-
-TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
-    Start(kStillWorld);
-    ASSERT_TRUE(daemon_->WriteConfig({"diaglogmask::1"}));
-
-    std::string tch = ReportHolding(
+    std::string tch = report_holding(
         "tchtxpwr", {"dch_tx_pwr:n:-5", "dch_utra_rssi:n:-72", "dch_sir::Not supported!"});
     EXPECT_EQ(
         LinesStartingWith(tch, "dch_"),
@@ -54,8 +32,8 @@ TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
                "dch_utra_rssi:n:-72", "dch_sir::Not supported!", "dch_sir_target::Not supported!",
                "dch_bler_target::Not supported!", "dch_avgcalls::Not supported!"}));
 
-    std::string hspa = ReportHolding("hspaopinfo", {"hsdpa_cqi_num:n:22", "hsdpa_rate:n:4200",
-                                                    "hsdpa_bler:n:12", "hspa_ue_state:n:2"});
+    std::string hspa = report_holding("hspaopinfo", {"hsdpa_cqi_num:n:22", "hsdpa_rate:n:4200",
+                                                     "hsdpa_bler:n:12", "hspa_ue_state:n:2"});
     EXPECT_EQ(LinesStartingWith(hspa, "hsdpa_cqi"),
               (Lines{"hsdpa_cqi_type::Type A CQI", "hsdpa_cqi_num:n:22"}));
     EXPECT_EQ(LinesStartingWith(hspa, "hspa_ue_state"), Lines{"hspa_ue_state:n:2"});
@@ -64,8 +42,8 @@ TEST_F(WcdmaReportsProcess, ReportsShowTheModemsWorld) {
     // The measurement and the log agree on the active set {100, 200} and the
     // intra-frequency cells {300, 400}: all four carry signal values.
     std::string nw =
-        ReportHolding("radionwinfo", {"scell_mcc:n:310", "scell_uarfcn:n:10700",
-                                      "scell_cellid:n:45123001", "mset_sc5:n:400", "squal1:n:19"});
+        report_holding("radionwinfo", {"scell_mcc:n:310", "scell_uarfcn:n:10700",
+                                       "scell_cellid:n:45123001", "mset_sc5:n:400", "squal1:n:19"});
     EXPECT_EQ(LinesStartingWith(nw, "scell_"),
               (Lines{"scell_sc:n:100", "scell_ecio:n:-5", "scell_rscp:n:-90",
                      "scell_uarfcn:n:10700", "scell_ura:n:3", "scell_cellid:n:45123001",
