@@ -164,34 +164,21 @@ TEST_F(LteOpInfoTest, RsrpAndRsrqTruncateTowardZero) {
     }
 }
 
+// num_utran_meas is the packet's count; the entries are cut to the 31 the
+// snapshot holds, each with the one UARFCN and its own RSCP.
 TEST_F(LteOpInfoTest, WcdmaNeighbours) {
-    LogPacket(0xB19B, 532)
-        .Set16(16, 10700)
-        .Set8(18, 3)
-        .Set16(48, static_cast<uint16_t>(-95))
-        .Set16(64, static_cast<uint16_t>(-101))
-        .Set16(80, 0)
-        .Deliver();
-    EXPECT_EQ(Section("num_utran_meas", "lte_cdma"),
-              (Lines{"num_utran_meas:n:3", "lte_utran_uarfcn1:n:10700", "lte_utran_rscp1:n:-95",
-                     "lte_utran_uarfcn2:n:10700", "lte_utran_rscp2:n:-101",
-                     "lte_utran_uarfcn3:n:10700", "lte_utran_rscp3:n:0"}));
-}
-
-TEST_F(LteOpInfoTest, WcdmaCountPastTheSnapshotIsCutToThirtyOne) {
-    LogPacket packet(0xB19B, 532);
-    packet.Set16(16, 412).Set8(18, 200);
-    for (unsigned i = 1; i <= 31; ++i) packet.Set16(32 + 16 * i, i);
-    packet.Deliver();
-    Lines lines = Section("num_utran_meas", "lte_cdma");
-    ASSERT_EQ(lines.size(), 1u + 2 * 31);
-    EXPECT_EQ(lines.front(), "num_utran_meas:n:200");
-    EXPECT_EQ(lines.back(), "lte_utran_rscp31:n:31");
-}
-
-TEST_F(LteOpInfoTest, WcdmaCountZeroGivesOnlyTheCount) {
-    LogPacket(0xB19B, 532).Set8(18, 0).Deliver();
-    EXPECT_EQ(Section("num_utran_meas", "lte_cdma"), Lines{"num_utran_meas:n:0"});
+    for (unsigned count : {0u, 3u, 200u}) {
+        LogPacket packet(0xB19B, 532);
+        packet.Set16(16, 10700).Set8(18, count);
+        for (unsigned i = 1; i <= 31; ++i) packet.Set16(32 + 16 * i, static_cast<uint16_t>(-i));
+        packet.Deliver();
+        Lines want = {"num_utran_meas:n:" + std::to_string(count)};
+        for (unsigned i = 1; i <= std::min(count, 31u); ++i) {
+            want.push_back("lte_utran_uarfcn" + std::to_string(i) + ":n:10700");
+            want.push_back("lte_utran_rscp" + std::to_string(i) + ":n:-" + std::to_string(i));
+        }
+        EXPECT_EQ(Section("num_utran_meas", "lte_cdma"), want) << count;
+    }
 }
 
 TEST_F(LteOpInfoTest, CdmaNeighbours) {

@@ -464,31 +464,6 @@ TEST(LteWorld, ValuesMoveButStayWithinTheirBounds) {
         EXPECT_GE(seen->size(), 5u);
 }
 
-// A scenario is typed by hand: a value of the wrong type falls back to the
-// default, a number out of range is clamped, and nothing throws.
-TEST(LteWorld, WrongTypedScenarioValuesFallBack) {
-    const char* sections[] = {
-        R"({"enabled": 1, "period_ms": "fast", "cells": [7, {"pci": "x"}], "rssi": 1e300})",
-        R"({"ue_identity": {"type": [], "m_tmsi": -1e30}, "wcdma": {"rscp": ["a", null, 70000]}})",
-        R"({"rlc": {"bearers": [3, {"kind": 2, "mode": null, "dl_rate": 1e20}], "released": 999}})",
-        R"({"geran": [{"cells": "none"}, 5], "cdma": {"pilot_pn": 1}, "drift": []})",
-        R"({"cells": [], "handover_period_ms": -5, "drift_period_ms": 0})",
-    };
-    for (const char* text : sections) {
-        SCOPED_TRACE(text);
-        nlohmann::json section = nlohmann::json::parse(text);
-        LteState state;
-        EXPECT_NO_THROW({
-            LteWorld world(section);
-            EXPECT_TRUE(world.enabled());
-            state = world.At(123.4);
-            EXPECT_EQ(Records(state).size(), kLteCodes.size());
-        });
-        EXPECT_GE(state.rssi_dbm, -110);
-        EXPECT_LE(state.rssi_dbm, -10);
-    }
-}
-
 // The type-4 answer measures the world's GERAN neighbours at the moment
 // asked for; the qmi section's keys lie over it; without a world (or with
 // it off) the static section answers as before.

@@ -72,20 +72,11 @@ TEST(PacketTranslatorTest, ServingCellV2GainsWholeEarfcns) {
     EXPECT_EQ(out.version.version, 2);
     ASSERT_EQ(out.record.size(), 45u);
     EXPECT_EQ(Get(out.record, t::kRecordLength), 45);
-    // Everything after the length word is the packet's own.
+    // Everything after the length word is the packet's own (the report's
+    // tests read the named fields of this layout at its offsets).
     EXPECT_TRUE(std::equal(in.begin() + 2, in.end(), out.record.begin() + 2));
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kPci), 87);
     EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), 5780u);
     EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), 23780u);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kDlBandwidthRb), 50);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kUlBandwidthRb), 25);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kCellId), 0x086D0B0Fu);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kTac), 0x8740);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kBand), 17u);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kMcc), 310);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kMncDigits), 3);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kMnc), 410);
-    EXPECT_EQ(Get(out.record, t::LteServingCell::kAllowedAccess), 1);
 }
 
 Bytes MeasV4(uint8_t cell_index, uint32_t earfcn, uint8_t neighbours, uint8_t detected,
@@ -171,6 +162,16 @@ TEST(PacketTranslatorTest, EarfcnsArriveWhole) {
     }
 }
 
+Bytes RlcDlStatsV3(uint8_t count, size_t sub_size, size_t record_size) {
+    Bytes b = Record(0xB087, record_size, 1);
+    b[13] = 1;
+    b[16] = 0x42;
+    b[17] = 3;
+    Put(&b, 18, 2, sub_size);
+    b[20] = count;
+    return b;
+}
+
 // Verdicts, and why a packet did not reach the daemon.
 TEST(PacketTranslatorTest, VerdictTable) {
     struct Case {
@@ -184,6 +185,21 @@ TEST(PacketTranslatorTest, VerdictTable) {
     short_v3.resize(40);
     Bytes long_v3 = ServingCellV3(1, 1);
     long_v3.push_back(0);
+    Bytes count_past_subpacket = RlcDlStatsV3(3, 13 + 262 * 2, 16 + 13 + 262 * 3);
+    Bytes subpacket_past_record = RlcDlStatsV3(1, 13 + 262 + 100, 16 + 13 + 262);
+    Bytes two_subpackets = RlcDlStatsV3(0, 13, 29);
+    two_subpackets[13] = 2;
+    Bytes wrong_id = RlcDlStatsV3(0, 13, 29);
+    wrong_id[16] = 0x47;
+    Bytes pixel_layout = Record(0xB087, 596, 0x31);
+    Bytes ul = Record(0xB097, 25 + 126, 1);
+    ul[13] = 1;
+    ul[16] = 0x47;
+    ul[17] = 1;
+    Put(&ul, 18, 2, 9 + 126);
+    ul[20] = 1;
+    Bytes ul_count_too_big = ul;
+    ul_count_too_big[20] = 2;
     const auto kDropped = VersionVerdict::kDropped;
     const Case cases[] = {
         {"v2 serving cell cut short", 0xB0C2, Record(0xB0C2, 36, 2), kDropped, DropReason::kShort},
@@ -208,6 +224,15 @@ TEST(PacketTranslatorTest, VerdictTable) {
         {"RSSI v2", 0xB17F, Record(0xB17F, 52, 2), kDropped, DropReason::kUnknownVersion},
         {"WCDMA code without version", 0x4125, Record(0x4125, 13, 0x77), VersionVerdict::kAsIs},
         {"empty record of a code without version", 0x4110, Bytes{}, VersionVerdict::kAsIs},
+        {"count past the subpacket", 0xB087, count_past_subpacket, kDropped, DropReason::kShort},
+        {"subpacket past the record", 0xB087, subpacket_past_record, kDropped, DropReason::kShort},
+        {"two subpackets", 0xB087, two_subpackets, kDropped, DropReason::kUnknownVersion},
+        {"wrong subpacket id", 0xB087, wrong_id, kDropped, DropReason::kUnknownVersion},
+        {"a layout without documentation", 0xB087, pixel_layout, kDropped,
+         DropReason::kUnknownVersion},
+        {"empty statistics", 0xB087, RlcDlStatsV3(0, 13, 29), VersionVerdict::kTranslated},
+        {"uplink statistics", 0xB097, ul, VersionVerdict::kAsIs},
+        {"uplink count past the end", 0xB097, ul_count_too_big, kDropped, DropReason::kShort},
     };
     PacketTranslator translator;
     for (const Case& c : cases) {
@@ -221,16 +246,6 @@ TEST(PacketTranslatorTest, VerdictTable) {
             EXPECT_EQ(out.record.data(), c.record.data()) << c.what;
         }
     }
-}
-
-Bytes RlcDlStatsV3(uint8_t count, size_t sub_size, size_t record_size) {
-    Bytes b = Record(0xB087, record_size, 1);
-    b[13] = 1;
-    b[16] = 0x42;
-    b[17] = 3;
-    Put(&b, 18, 2, sub_size);
-    b[20] = count;
-    return b;
 }
 
 // 262-byte entries with 64-bit byte counters become 182-byte entries: the
@@ -279,46 +294,6 @@ TEST(PacketTranslatorTest, RlcDlStatsV3EntriesBecomeV2) {
         EXPECT_EQ(Get(entry, rt::Field<uint32_t>{E::kResetCountersStart}), 66u);
         EXPECT_EQ(Get(entry, rt::Field<uint32_t>{E::kResetCountersStart + 4}), 99u);
         EXPECT_EQ(Get(entry, rt::Field<uint32_t>{E::kResetCountersStart + 80}), 88u);
-    }
-}
-
-TEST(PacketTranslatorTest, RlcVerdictTable) {
-    Bytes count_past_subpacket = RlcDlStatsV3(3, 13 + 262 * 2, 16 + 13 + 262 * 3);
-    Bytes subpacket_past_record = RlcDlStatsV3(1, 13 + 262 + 100, 16 + 13 + 262);
-    Bytes two_subpackets = RlcDlStatsV3(0, 13, 29);
-    two_subpackets[13] = 2;
-    Bytes wrong_id = RlcDlStatsV3(0, 13, 29);
-    wrong_id[16] = 0x47;
-    Bytes pixel_layout = Record(0xB087, 596, 0x31);
-    Bytes ul = Record(0xB097, 25 + 126, 1);
-    ul[13] = 1;
-    ul[16] = 0x47;
-    ul[17] = 1;
-    Put(&ul, 18, 2, 9 + 126);
-    ul[20] = 1;
-    Bytes ul_count_too_big = ul;
-    ul_count_too_big[20] = 2;
-    struct Case {
-        const char* what;
-        uint16_t code;
-        Bytes record;
-        DropReason why;  // kNone: delivered
-    };
-    const Case cases[] = {
-        {"count past the subpacket", 0xB087, count_past_subpacket, DropReason::kShort},
-        {"subpacket past the record", 0xB087, subpacket_past_record, DropReason::kShort},
-        {"two subpackets", 0xB087, two_subpackets, DropReason::kUnknownVersion},
-        {"wrong subpacket id", 0xB087, wrong_id, DropReason::kUnknownVersion},
-        {"a layout without documentation", 0xB087, pixel_layout, DropReason::kUnknownVersion},
-        {"empty statistics", 0xB087, RlcDlStatsV3(0, 13, 29), DropReason::kNone},
-        {"uplink statistics", 0xB097, ul, DropReason::kNone},
-        {"uplink count past the end", 0xB097, ul_count_too_big, DropReason::kShort},
-    };
-    PacketTranslator translator;
-    for (const Case& c : cases) {
-        Translation out = translator.Translate(c.code, c.record);
-        EXPECT_EQ(out.reason, c.why) << c.what;
-        EXPECT_EQ(out.verdict == VersionVerdict::kDropped, c.why != DropReason::kNone) << c.what;
     }
 }
 
