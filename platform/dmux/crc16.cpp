@@ -244,7 +244,7 @@ DMUX_WIDE_CLMUL_TARGET inline __m512i Times(__m512i a, __m512i k) {
                             _mm512_clmulepi64_epi128(a, k, 0x11));
 }
 
-// Four copies of `s`; for lane n, `s` n.
+// Four lanes' multipliers: lane n multiplies by sn.
 DMUX_WIDE_CLMUL_TARGET inline __m512i Lanes(Shift s0, Shift s1, Shift s2, Shift s3) {
     auto q = [](uint64_t v) { return static_cast<long long>(v); };
     return _mm512_set_epi64(q(s3.second_half), q(s3.first_half), q(s2.second_half),
@@ -273,6 +273,7 @@ DMUX_WIDE_CLMUL_TARGET inline uint32_t FoldCrcWide(uint32_t crc, const uint8_t* 
     for (; i < blocks; ++i) acc = _mm_xor_si128(Fold(acc), Load(data + 16 * i));
     return FinishCrc(acc, data, length);
 }
+
 // The entry points, one per kind of CPU, each whole for any length.
 DMUX_CLMUL_TARGET uint16_t ClmulCrc(const uint8_t* data, size_t length) {
     if (length < 16) return TableCrc(data, length);
