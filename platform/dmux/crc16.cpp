@@ -288,7 +288,7 @@ DMUX_WIDE_CLMUL_TARGET uint16_t WideClmulCrc(const uint8_t* data, size_t length)
 #undef DMUX_CLMUL_TARGET
 #endif
 
-using CrcFunction = uint16_t (*)(const uint8_t*, size_t);
+using CrcFunction = Crc16Function;
 
 // The first call picks the entry point for this CPU and keeps it, so each
 // later one costs one indirect call rather than tests of the CPU and the
@@ -298,21 +298,26 @@ uint16_t ChooseCrc(const uint8_t* data, size_t length);
 std::atomic<CrcFunction> crc_function{ChooseCrc};
 
 uint16_t ChooseCrc(const uint8_t* data, size_t length) {
-    CrcFunction chosen = TableCrc;
-#ifdef DMUX_CRC_CLMUL
-    __builtin_cpu_init();
-    if (__builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3")) {
-        chosen = ClmulCrc;
-        if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512f") &&
-            __builtin_cpu_supports("vpclmulqdq"))
-            chosen = WideClmulCrc;
-    }
-#endif
+    CrcFunction chosen = Crc16X25Implementations().back();
     crc_function.store(chosen, std::memory_order_relaxed);
     return chosen(data, length);
 }
 
 }  // namespace
+
+std::vector<Crc16Function> Crc16X25Implementations() {
+    std::vector<Crc16Function> runnable = {TableCrc};
+#ifdef DMUX_CRC_CLMUL
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3")) {
+        runnable.push_back(ClmulCrc);
+        if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512f") &&
+            __builtin_cpu_supports("vpclmulqdq"))
+            runnable.push_back(WideClmulCrc);
+    }
+#endif
+    return runnable;
+}
 
 uint16_t Crc16X25(const uint8_t* data, size_t length) {
     return crc_function.load(std::memory_order_relaxed)(data, length);

@@ -8,9 +8,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace dmux {
 
 uint16_t Crc16X25(const uint8_t* data, size_t length);
+
+// Every implementation this CPU can run, the one Crc16X25 uses last, so
+// that a test checks each, not only the one this machine picks.
+using Crc16Function = uint16_t (*)(const uint8_t* data, size_t length);
+std::vector<Crc16Function> Crc16X25Implementations();
 
 }  // namespace dmux
