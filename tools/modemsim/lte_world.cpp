@@ -184,7 +184,7 @@ LteState LteWorld::At(double seconds) const {
     out.wcdma_uarfcn = static_cast<uint16_t>(IntOr(wcdma, "uarfcn", 0));
     const nlohmann::json& rscps = List(wcdma, "rscp");
     for (size_t i = 0; i < std::min(rscps.size(), kMaxWcdmaNeighbours); ++i) {
-        int base = rscps[i].is_number() ? rscps[i].get<int>() : 0;
+        int base = IntOf(rscps[i], 0);
         out.wcdma_rscp.push_back(
             ClampS16(base + sine.Of(IntOr(drift, "rscp", 0), kWcdmaSeries + int(i))));
     }

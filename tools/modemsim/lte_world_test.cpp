@@ -464,6 +464,19 @@ TEST(LteWorld, ValuesMoveButStayWithinTheirBounds) {
         EXPECT_GE(seen->size(), 5u);
 }
 
+// A scenario's numbers may be anything JSON can hold: a double far beyond
+// any integer is clamped, never cast (which would be undefined).
+TEST(LteWorld, NumbersBeyondAnyRangeAreClamped) {
+    for (double huge : {-5.5e116, 5.5e116, -1.0e19, 1.0e19}) {
+        nlohmann::json section = {{"wcdma", {{"rscp", {huge}}}},
+                                  {"cells", {{{"pci", 1}, {"rsrp", huge}}}}};
+        LteState state = LteWorld(section).At(1.0);
+        ASSERT_EQ(state.wcdma_rscp.size(), 1u);
+        EXPECT_EQ(state.wcdma_rscp[0], huge < 0 ? INT16_MIN : INT16_MAX) << huge;
+        EXPECT_EQ(state.rsrp, huge < 0 ? INT16_MIN : INT16_MAX) << huge;
+    }
+}
+
 // The type-4 answer measures the world's GERAN neighbours at the moment
 // asked for; the qmi section's keys lie over it; without a world (or with
 // it off) the static section answers as before.

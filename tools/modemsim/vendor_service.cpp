@@ -160,7 +160,7 @@ std::vector<uint8_t> VendorService::MiscInfoTlvs() const {
     auto byte = [&](uint8_t type, const char* key) {
         if (misc.contains(key) && misc[key].is_number()) {
             qmux::AppendTlv(&tlvs, type,
-                            std::vector<uint8_t>{static_cast<uint8_t>(misc[key].get<int>())});
+                            std::vector<uint8_t>{static_cast<uint8_t>(IntOf(misc[key], 0))});
         }
     };
     text(0x10, "pesn");
@@ -179,7 +179,7 @@ Reply VendorService::Answer(uint16_t message_id, std::span<const uint8_t> reques
             size_t turn = delay_turns_[message_id]++;
             delay = &(*delay)[std::min(turn, delay->size() - 1)];
         }
-        if (delay->is_number()) reply.delay_ms = delay->get<int>();
+        if (delay->is_number()) reply.delay_ms = std::max(0, IntOf(*delay, 0));
     }
     if (const nlohmann::json* raw = PerMessage("raw_response", message_id)) {
         // A list is answered in turn, its last entry from then on.
@@ -197,7 +197,7 @@ Reply VendorService::Answer(uint16_t message_id, std::span<const uint8_t> reques
     }
     if (const nlohmann::json* refuse = PerMessage("refuse", message_id);
         refuse && refuse->is_number()) {
-        reply.tlvs = ResultTlv(1, static_cast<uint16_t>(refuse->get<int>()));
+        reply.tlvs = ResultTlv(1, static_cast<uint16_t>(IntOf(*refuse, 0)));
         return reply;
     }
     std::optional<uint8_t> argument = FirstArgument(request_tlvs);

@@ -11,20 +11,30 @@
 
 namespace modemsim {
 
-// A number of `object`, or `fallback` when it is missing or not a number;
-// a number out of range is clamped to it rather than cast into garbage.
-inline int64_t Int64Or(const nlohmann::json& object, const char* key, int64_t fallback) {
-    if (!object.is_object()) return fallback;
-    auto found = object.find(key);
-    if (found == object.end() || !found->is_number()) return fallback;
-    if (found->is_number_unsigned())
-        return int64_t(std::min<uint64_t>(found->get<uint64_t>(), INT64_MAX));
-    if (found->is_number_integer()) return found->get<int64_t>();
-    return int64_t(std::clamp(found->get<double>(), -9.0e18, 9.0e18));
+// `value` as a whole number, or `fallback` when it is not a number; a number
+// out of range is clamped rather than cast into garbage (a double beyond
+// int64 is undefined to cast).
+inline int64_t Int64Of(const nlohmann::json& value, int64_t fallback) {
+    if (!value.is_number()) return fallback;
+    if (value.is_number_unsigned())
+        return int64_t(std::min<uint64_t>(value.get<uint64_t>(), INT64_MAX));
+    if (value.is_number_integer()) return value.get<int64_t>();
+    double number = value.get<double>();
+    return std::isnan(number) ? fallback : int64_t(std::clamp(number, -9.0e18, 9.0e18));
 }
 // As an int within +-10^9, so that a base and its drift add up without
 // overflowing whatever the scenario says.
 inline constexpr int64_t kIntLimit = 1'000'000'000;
+inline int IntOf(const nlohmann::json& value, int fallback) {
+    return int(std::clamp<int64_t>(Int64Of(value, fallback), -kIntLimit, kIntLimit));
+}
+
+// The same for a member of `object`, `fallback` when it is missing.
+inline int64_t Int64Or(const nlohmann::json& object, const char* key, int64_t fallback) {
+    if (!object.is_object()) return fallback;
+    auto found = object.find(key);
+    return found == object.end() ? fallback : Int64Of(*found, fallback);
+}
 inline int IntOr(const nlohmann::json& object, const char* key, int fallback) {
     return int(std::clamp<int64_t>(Int64Or(object, key, fallback), -kIntLimit, kIntLimit));
 }
