@@ -14,6 +14,10 @@ namespace dmux {
 
 uint16_t Crc16X25(const uint8_t* data, size_t length);
 
+// Crc16X25 of any bytes followed by their own CRC (little-endian): a frame
+// checks when the CRC of the whole of it, stored CRC included, is this.
+inline constexpr uint16_t kCrc16X25Residue = 0x0F47;
+
 // Every implementation this CPU can run, the one Crc16X25 uses last, so
 // that a test checks each, not only the one this machine picks.
 using Crc16Function = uint16_t (*)(const uint8_t* data, size_t length);

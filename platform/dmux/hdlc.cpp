@@ -2,23 +2,6 @@
 
 namespace dmux {
 
-// A word holds one of the two bytes when word ^ byte-pattern has a zero
-// byte; the byte itself is then found one at a time.
-const uint8_t* FindFlagOrEscapeByWords(const uint8_t* p, const uint8_t* end) {
-    constexpr uint64_t kOnes = 0x0101010101010101;
-    constexpr uint64_t kHighs = 0x8080808080808080;
-    for (; end - p >= 8; p += 8) {
-        uint64_t word;
-        std::memcpy(&word, p, 8);
-        uint64_t f = word ^ (kOnes * kHdlcFlag);
-        uint64_t e = word ^ (kOnes * kHdlcEscape);
-        if ((((f - kOnes) & ~f) | ((e - kOnes) & ~e)) & kHighs) break;
-    }
-    for (; p < end; ++p)
-        if (*p == kHdlcFlag || *p == kHdlcEscape) return p;
-    return end;
-}
-
 void HdlcEncode(std::span<const uint8_t> body, std::vector<uint8_t>* out) {
     uint16_t crc = Crc16X25(body.data(), body.size());
     auto put = [out](uint8_t b) {

@@ -9,9 +9,9 @@
 // flag. Bytes are only copied when a frame carries escapes or spans two
 // pieces of input; nothing is allocated per frame.
 //
-// One pass finds the flags and the escapes together (FindFlagOrEscape), so
-// an escape-free frame is read once before its CRC; a frame with escapes is
-// copied run by run between them.
+// One pass finds the flags and the escapes together and checks an
+// escape-free frame's CRC on the way (ScanFrame); a frame with escapes is
+// copied run by run between them, then checked.
 #pragma once
 
 #include <cstddef>
@@ -20,40 +20,9 @@
 #include <span>
 #include <vector>
 
-#include "platform/dmux/crc16.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "platform/dmux/hdlc_frame_scan.h"
 
 namespace dmux {
-
-inline constexpr uint8_t kHdlcFlag = 0x7E;
-inline constexpr uint8_t kHdlcEscape = 0x7D;
-inline constexpr uint8_t kHdlcEscapeXor = 0x20;
-
-// Largest unescaped frame (body and CRC) accepted: a log packet's 16-bit
-// length, its command header, a multi-SIM wrapper and the CRC.
-inline constexpr size_t kMaxHdlcFrame = 65535 + 4 + 8 + 2;
-
-// The first 0x7E or 0x7D in [p, end), or end, eight bytes (a word) a step.
-const uint8_t* FindFlagOrEscapeByWords(const uint8_t* p, const uint8_t* end);
-
-// The same, sixteen bytes a step with SSE2 (every x86-64 has it), inline:
-// it runs once per frame, and a call costs as much as a short frame's scan.
-inline const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end) {
-#if defined(__SSE2__)
-    const __m128i flag = _mm_set1_epi8(static_cast<char>(kHdlcFlag));
-    const __m128i escape = _mm_set1_epi8(static_cast<char>(kHdlcEscape));
-    for (; end - p >= 16; p += 16) {
-        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        int hits =
-            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, flag), _mm_cmpeq_epi8(v, escape)));
-        if (hits != 0) return p + __builtin_ctz(static_cast<unsigned>(hits));
-    }
-#endif
-    return FindFlagOrEscapeByWords(p, end);
-}
 
 // Appends escaped(body || crc) and the closing flag to `out`.
 void HdlcEncode(std::span<const uint8_t> body, std::vector<uint8_t>* out);
@@ -86,12 +55,17 @@ class HdlcDeframer {
     const HdlcStats& stats() const { return stats_; }
 
   private:
-    // `escape` is the frame's first 0x7D, nullptr when it has none. Always
-    // inlined into Feed: it runs once per frame, and the call cost more
-    // than the rest of an escape-free frame's handling (GCC kept it apart).
+    // An escape-free frame of `length` bytes (body and CRC), `checks`
+    // whether its CRC does: counted, and delivered when good. Always
+    // inlined: it runs once per frame, and a call costs about as much as
+    // the rest of a short frame's handling.
     template <class OnFrame>
-    [[gnu::always_inline]] inline void Frame(const uint8_t* data, size_t length,
-                                             const uint8_t* escape, OnFrame& on_frame);
+    [[gnu::always_inline]] inline void Checked(const uint8_t* frame, size_t length, bool checks,
+                                               OnFrame& on_frame);
+    // A frame as it came, `escape` its first 0x7D (nullptr when it has
+    // none): unescaped into scratch_ when it needs to be, then checked.
+    template <class OnFrame>
+    void Unescaped(const uint8_t* data, size_t length, const uint8_t* escape, OnFrame& on_frame);
     void AddPending(const uint8_t* data, size_t length);
 
     std::vector<uint8_t> scratch_;
@@ -105,9 +79,21 @@ void HdlcDeframer::Feed(const uint8_t* data, size_t length, OnFrame&& on_frame) 
     const uint8_t* p = data;
     const uint8_t* end = data + length;
     while (p < end) {
+        const uint8_t* flag;
+        if (pending_.empty() && !pending_overflow_) {
+            // Most frames: no escape, all in these bytes, checked on the way.
+            FrameScan scan = ScanFrame(p, end);
+            if (scan.stop != end && *scan.stop == kHdlcFlag) {
+                Checked(p, scan.stop - p, scan.checks, on_frame);
+                p = scan.stop + 1;
+                continue;
+            }
+            flag = scan.stop;
+        } else {
+            flag = FindFlagOrEscape(p, end);
+        }
         // The next flag, noting the first escape on the way.
         const uint8_t* escape = nullptr;
-        const uint8_t* flag = FindFlagOrEscape(p, end);
         while (flag != end && *flag == kHdlcEscape) {
             if (escape == nullptr) escape = flag;
             flag = FindFlagOrEscape(flag + 1, end);
@@ -117,7 +103,7 @@ void HdlcDeframer::Feed(const uint8_t* data, size_t length, OnFrame&& on_frame) 
             return;
         }
         if (pending_.empty() && !pending_overflow_) {
-            Frame(p, flag - p, escape, on_frame);
+            Unescaped(p, flag - p, escape, on_frame);
         } else {
             AddPending(p, flag - p);
             if (pending_overflow_) {
@@ -125,8 +111,8 @@ void HdlcDeframer::Feed(const uint8_t* data, size_t length, OnFrame&& on_frame) 
             } else {
                 const uint8_t* begin = pending_.data();
                 const uint8_t* first = FindFlagOrEscape(begin, begin + pending_.size());
-                Frame(begin, pending_.size(), first == begin + pending_.size() ? nullptr : first,
-                      on_frame);
+                Unescaped(begin, pending_.size(),
+                          first == begin + pending_.size() ? nullptr : first, on_frame);
             }
             pending_.clear();
             pending_overflow_ = false;
@@ -136,57 +122,52 @@ void HdlcDeframer::Feed(const uint8_t* data, size_t length, OnFrame&& on_frame) 
 }
 
 template <class OnFrame>
-void HdlcDeframer::Frame(const uint8_t* data, size_t length, const uint8_t* escape,
-                         OnFrame& on_frame) {
-    if (length == 0) return;  // a leading flag or two flags in a row: no frame at all
-    const uint8_t* body = data;
-    size_t size = length;
-    if (escape != nullptr) {
-        // Copy the run before each escape whole, then the escaped byte.
-        const uint8_t* end = data + length;
-        const uint8_t* from = data;
-        uint8_t* out = scratch_.data();
-        const size_t room = scratch_.size();
-        size_t n = 0;
-        for (;;) {
-            size_t run = static_cast<size_t>(escape - from);
-            if (run > room - n) {
-                ++stats_.oversize;
-                return;
-            }
-            std::memcpy(out + n, from, run);
-            n += run;
-            if (escape == end) break;
-            if (n == room) {
-                ++stats_.oversize;
-                return;
-            }
-            if (escape + 1 == end) {
-                ++stats_.stray_escape;
-                return;
-            }
-            out[n++] = escape[1] ^ kHdlcEscapeXor;
-            from = escape + 2;
-            escape = FindFlagOrEscape(from, end);
+void HdlcDeframer::Unescaped(const uint8_t* data, size_t length, const uint8_t* escape,
+                             OnFrame& on_frame) {
+    if (escape == nullptr) return Checked(data, length, FrameChecks(data, length), on_frame);
+    // Copy the run before each escape whole, then the escaped byte.
+    const uint8_t* end = data + length;
+    const uint8_t* from = data;
+    uint8_t* out = scratch_.data();
+    const size_t room = scratch_.size();
+    size_t n = 0;
+    for (;;) {
+        size_t run = static_cast<size_t>(escape - from);
+        if (run > room - n) {
+            ++stats_.oversize;
+            return;
         }
-        body = out;
-        size = n;
-    } else if (length > kMaxHdlcFrame) {
+        std::memcpy(out + n, from, run);
+        n += run;
+        if (escape == end) break;
+        if (n == room) {
+            ++stats_.oversize;
+            return;
+        }
+        if (escape + 1 == end) {
+            ++stats_.stray_escape;
+            return;
+        }
+        out[n++] = escape[1] ^ kHdlcEscapeXor;
+        from = escape + 2;
+        escape = FindFlagOrEscape(from, end);
+    }
+    Checked(out, n, FrameChecks(out, n), on_frame);
+}
+
+template <class OnFrame>
+void HdlcDeframer::Checked(const uint8_t* frame, size_t length, bool checks, OnFrame& on_frame) {
+    if (length == 0) return;  // a leading flag or two flags in a row: no frame at all
+    if (length > kMaxHdlcFrame) {
         ++stats_.oversize;
-        return;
-    }
-    if (size < 3) {
+    } else if (length < 3) {
         ++stats_.too_short;
-        return;
-    }
-    size -= 2;
-    uint16_t stored = static_cast<uint16_t>(body[size] | body[size + 1] << 8);
-    if (Crc16X25(body, size) != stored) {
+    } else if (!checks) {
         ++stats_.bad_crc;
-        return;
+    } else {
+        ++stats_.good;
+        on_frame(std::span<const uint8_t>(frame, length - 2));
     }
-    ++stats_.good;
-    on_frame(std::span<const uint8_t>(body, size));
 }
 
 }  // namespace dmux
