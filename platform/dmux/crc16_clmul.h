@@ -87,12 +87,12 @@ inline constexpr uint64_t kPolyLow = Lane(0x1021);
 // from kUpper, byte i takes byte i - (16 - r), the first r bytes moved to
 // the end; from kLower, byte i takes byte i + r, the bytes after the first
 // r moved to the front.
-inline constexpr uint8_t kUpper[32] = {0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
-                                0x80, 0x80, 0x80, 0x80, 0x80, 0,    1,    2,    3,    4,    5,
-                                6,    7,    8,    9,    10,   11,   12,   13,   14,   15};
-inline constexpr uint8_t kLower[32] = {0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,
-                                11,   12,   13,   14,   15,   0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
-                                0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
+inline constexpr uint8_t kUpper[32] = {
+    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+    0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15};
+inline constexpr uint8_t kLower[32] = {
+    0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15,
+    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
 
 #define DMUX_CLMUL_TARGET __attribute__((target("pclmul,ssse3")))
 

@@ -11,7 +11,7 @@
 //
 // One pass finds the flags and the escapes together and checks an
 // escape-free frame's CRC on the way (ScanFrame); a frame with escapes is
-// copied run by run between them, then checked.
+// unescaped into a buffer of its own (UnescapeFrame), then checked.
 #pragma once
 
 #include <cstddef>
@@ -40,7 +40,7 @@ struct HdlcStats {
 
 class HdlcDeframer {
   public:
-    HdlcDeframer() : scratch_(kMaxHdlcFrame), pending_() { pending_.reserve(2 * kMaxHdlcFrame); }
+    HdlcDeframer() : scratch_(kUnescapeRoom), pending_() { pending_.reserve(2 * kMaxHdlcFrame); }
 
     // Calls on_frame(std::span<const uint8_t> body) for each good frame completed by
     // these bytes. The span is valid only during the call.
@@ -62,10 +62,9 @@ class HdlcDeframer {
     template <class OnFrame>
     [[gnu::always_inline]] inline void Checked(const uint8_t* frame, size_t length, bool checks,
                                                OnFrame& on_frame);
-    // A frame as it came, `escape` its first 0x7D (nullptr when it has
-    // none): unescaped into scratch_ when it needs to be, then checked.
+    // A frame unescaped into scratch_: counted, checked and delivered.
     template <class OnFrame>
-    void Unescaped(const uint8_t* data, size_t length, const uint8_t* escape, OnFrame& on_frame);
+    void Unescaped(const UnescapedFrame& frame, OnFrame& on_frame);
     void AddPending(const uint8_t* data, size_t length);
 
     std::vector<uint8_t> scratch_;
@@ -79,80 +78,54 @@ void HdlcDeframer::Feed(const uint8_t* data, size_t length, OnFrame&& on_frame) 
     const uint8_t* p = data;
     const uint8_t* end = data + length;
     while (p < end) {
-        const uint8_t* flag;
         if (pending_.empty() && !pending_overflow_) {
             // Most frames: no escape, all in these bytes, checked on the way.
-            FrameScan scan = ScanFrame(p, end);
-            if (scan.stop != end && *scan.stop == kHdlcFlag) {
-                Checked(p, scan.stop - p, scan.checks, on_frame);
-                p = scan.stop + 1;
-                continue;
+            const FrameScan scan = ScanFrame(p, end);
+            const uint8_t* stop = scan.stop;
+            if (stop != end && *stop == kHdlcFlag) {
+                Checked(p, stop - p, scan.checks, on_frame);
+            } else if (stop != end) {  // an escape
+                const UnescapedFrame frame = UnescapeFrame(p, end, scratch_.data());
+                stop = frame.stop;
+                if (stop != end) Unescaped(frame, on_frame);
             }
-            flag = scan.stop;
-        } else {
-            flag = FindFlagOrEscape(p, end);
+            if (stop == end) {
+                AddPending(p, end - p);
+                return;
+            }
+            p = stop + 1;
+            continue;
         }
-        // The next flag, noting the first escape on the way.
-        const uint8_t* escape = nullptr;
-        while (flag != end && *flag == kHdlcEscape) {
-            if (escape == nullptr) escape = flag;
-            flag = FindFlagOrEscape(flag + 1, end);
-        }
-        if (flag == end) {
+        // The rest of a frame begun in earlier bytes: an escape never
+        // hides a flag, so the first flag ends it.
+        const uint8_t* flag = static_cast<const uint8_t*>(std::memchr(p, kHdlcFlag, end - p));
+        if (flag == nullptr) {
             AddPending(p, end - p);
             return;
         }
-        if (pending_.empty() && !pending_overflow_) {
-            Unescaped(p, flag - p, escape, on_frame);
+        AddPending(p, flag - p);
+        if (pending_overflow_) {
+            ++stats_.oversize;
         } else {
-            AddPending(p, flag - p);
-            if (pending_overflow_) {
-                ++stats_.oversize;
-            } else {
-                const uint8_t* begin = pending_.data();
-                const uint8_t* first = FindFlagOrEscape(begin, begin + pending_.size());
-                Unescaped(begin, pending_.size(),
-                          first == begin + pending_.size() ? nullptr : first, on_frame);
-            }
-            pending_.clear();
-            pending_overflow_ = false;
+            const uint8_t* begin = pending_.data();
+            Unescaped(UnescapeFrame(begin, begin + pending_.size(), scratch_.data()), on_frame);
         }
+        pending_.clear();
+        pending_overflow_ = false;
         p = flag + 1;
     }
 }
 
 template <class OnFrame>
-void HdlcDeframer::Unescaped(const uint8_t* data, size_t length, const uint8_t* escape,
-                             OnFrame& on_frame) {
-    if (escape == nullptr) return Checked(data, length, FrameChecks(data, length), on_frame);
-    // Copy the run before each escape whole, then the escaped byte.
-    const uint8_t* end = data + length;
-    const uint8_t* from = data;
-    uint8_t* out = scratch_.data();
-    const size_t room = scratch_.size();
-    size_t n = 0;
-    for (;;) {
-        size_t run = static_cast<size_t>(escape - from);
-        if (run > room - n) {
-            ++stats_.oversize;
-            return;
-        }
-        std::memcpy(out + n, from, run);
-        n += run;
-        if (escape == end) break;
-        if (n == room) {
-            ++stats_.oversize;
-            return;
-        }
-        if (escape + 1 == end) {
-            ++stats_.stray_escape;
-            return;
-        }
-        out[n++] = escape[1] ^ kHdlcEscapeXor;
-        from = escape + 2;
-        escape = FindFlagOrEscape(from, end);
+void HdlcDeframer::Unescaped(const UnescapedFrame& frame, OnFrame& on_frame) {
+    if (frame.fault == FrameFault::kOversize) {
+        ++stats_.oversize;
+    } else if (frame.fault == FrameFault::kStrayEscape) {
+        ++stats_.stray_escape;
+    } else {
+        Checked(scratch_.data(), frame.length, FrameChecks(scratch_.data(), frame.length),
+                on_frame);
     }
-    Checked(out, n, FrameChecks(out, n), on_frame);
 }
 
 template <class OnFrame>

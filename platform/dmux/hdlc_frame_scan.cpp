@@ -2,8 +2,8 @@
 
 #include <array>
 #include <atomic>
-#include <initializer_list>
 #include <cstring>
+#include <initializer_list>
 
 #include "platform/dmux/crc16_clmul.h"
 
@@ -31,6 +31,31 @@ namespace {
 FrameScan ScanThenCheck(const uint8_t* begin, const uint8_t* end) {
     const uint8_t* stop = FindFlagOrEscape(begin, end);
     return {stop, stop != end && *stop == kHdlcFlag && FrameChecks(begin, stop - begin)};
+}
+
+// Run by run between the escapes. Past kMaxHdlcFrame nothing more is
+// written, but the flag is still looked for.
+UnescapedFrame UnescapeRuns(const uint8_t* begin, const uint8_t* end, uint8_t* out) {
+    size_t n = 0;
+    bool oversize = false;
+    for (const uint8_t* p = begin;;) {
+        const uint8_t* hit = FindFlagOrEscape(p, end);
+        const size_t run = static_cast<size_t>(hit - p);
+        oversize = oversize || run > kMaxHdlcFrame - n;
+        if (!oversize) {
+            std::memcpy(out + n, p, run);
+            n += run;
+        }
+        if (hit == end || *hit == kHdlcFlag)
+            return {hit, n, oversize ? FrameFault::kOversize : FrameFault::kNone};
+        if (hit + 1 == end || hit[1] == kHdlcFlag) {
+            oversize = oversize || n == kMaxHdlcFrame;
+            return {hit + 1, n, oversize ? FrameFault::kOversize : FrameFault::kStrayEscape};
+        }
+        oversize = oversize || n == kMaxHdlcFrame;
+        if (!oversize) out[n++] = hit[1] ^ kHdlcEscapeXor;
+        p = hit + 2;
+    }
 }
 
 #ifdef DMUX_CRC_CLMUL
@@ -93,11 +118,60 @@ DMUX_SCAN_TARGET FrameScan ScanFoldingCrc(const uint8_t* begin, const uint8_t* e
         const uint8_t* stop = p + before;
         const size_t length = static_cast<size_t>(stop - begin);
         if (*stop != kHdlcFlag || length < 3 || length > kMaxHdlcFrame) return {stop, false};
-        acc = _mm512_xor_si512(Times(acc, step), _mm512_maskz_mov_epi8(_bzhi_u64(~0ull, before), block));
+        acc = _mm512_xor_si512(Times(acc, step),
+                               _mm512_maskz_mov_epi8(_bzhi_u64(~0ull, before), block));
         return {stop, Reduce(JoinLanes(acc)) == kPaddedResidues[64 - before]};
     }
 }
 #undef DMUX_SCAN_TARGET
+
+#define DMUX_UNESCAPE_TARGET \
+    __attribute__((target("avx2,avx512f,avx512bw,avx512vbmi2,bmi,bmi2,popcnt")))
+
+// 64 bytes a step: a block's escapes are a mask, the bytes after them are
+// flipped, and the block's kept bytes are packed together in one
+// instruction. An escape escaping another is left to UnescapeRuns: no
+// encoder sends one, and with them "after an escape" is no longer one
+// shift of the mask.
+DMUX_UNESCAPE_TARGET UnescapedFrame UnescapeBlocks(const uint8_t* begin, const uint8_t* end,
+                                                   uint8_t* out) {
+    const __m512i flag = _mm512_set1_epi8(static_cast<char>(kHdlcFlag));
+    const __m512i escape = _mm512_set1_epi8(static_cast<char>(kHdlcEscape));
+    const __m512i flip = _mm512_set1_epi8(static_cast<char>(kHdlcEscapeXor));
+    size_t n = 0;
+    bool oversize = false;
+    uint64_t carry = 0;  // 1 when the block before ended with an escape
+    for (const uint8_t* p = begin;; p += 64) {
+        const size_t left = static_cast<size_t>(end - p);
+        const __m512i block = _mm512_maskz_loadu_epi8(_bzhi_u64(~0ull, left < 64 ? left : 64), p);
+        const uint64_t flags = _mm512_cmpeq_epi8_mask(block, flag);
+        const unsigned limit = flags != 0 ? static_cast<unsigned>(_tzcnt_u64(flags))
+                                          : static_cast<unsigned>(left < 64 ? left : 64);
+        const uint64_t frame = _bzhi_u64(~0ull, limit);
+        const uint64_t escapes = _mm512_cmpeq_epi8_mask(block, escape) & frame;
+        if ((escapes & (escapes << 1 | carry)) != 0) return UnescapeRuns(begin, end, out);
+        const uint64_t escaped = escapes << 1 | carry;
+        const uint64_t keep = frame & ~escapes;
+        const size_t kept = static_cast<size_t>(_mm_popcnt_u64(keep));
+        oversize = oversize || kept > kMaxHdlcFrame - n;
+        if (!oversize) {
+            const __m512i bytes =
+                _mm512_mask_blend_epi8(escaped, block, _mm512_xor_si512(block, flip));
+            _mm512_storeu_si512(out + n, _mm512_maskz_compress_epi8(keep, bytes));
+            n += kept;
+        }
+        if (flags != 0 || left <= 64) {
+            const bool stray = limit == 0 ? carry != 0 : ((escapes >> (limit - 1)) & 1) != 0;
+            oversize = oversize || (stray && n == kMaxHdlcFrame);
+            const FrameFault fault = oversize ? FrameFault::kOversize
+                                     : stray  ? FrameFault::kStrayEscape
+                                              : FrameFault::kNone;
+            return {flags != 0 ? p + limit : end, n, fault};
+        }
+        carry = escapes >> 63;
+    }
+}
+#undef DMUX_UNESCAPE_TARGET
 #endif
 
 // The first call picks the implementation for this CPU and keeps it.
@@ -121,6 +195,22 @@ std::vector<FrameScanFunction> FrameScanImplementations() {
         runnable.push_back(ScanFoldingCrc);
 #endif
     return runnable;
+}
+
+std::vector<FrameUnescapeFunction> FrameUnescapeImplementations() {
+    std::vector<FrameUnescapeFunction> runnable = {UnescapeRuns};
+#ifdef DMUX_CRC_CLMUL
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vbmi2") &&
+        __builtin_cpu_supports("bmi2"))
+        runnable.push_back(UnescapeBlocks);
+#endif
+    return runnable;
+}
+
+UnescapedFrame UnescapeFrame(const uint8_t* begin, const uint8_t* end, uint8_t* out) {
+    static const FrameUnescapeFunction chosen = FrameUnescapeImplementations().back();
+    return chosen(begin, end, out);
 }
 
 FrameScan ScanFrame(const uint8_t* begin, const uint8_t* end) {

@@ -65,4 +65,29 @@ FrameScan ScanFrame(const uint8_t* begin, const uint8_t* end);
 using FrameScanFunction = FrameScan (*)(const uint8_t* begin, const uint8_t* end);
 std::vector<FrameScanFunction> FrameScanImplementations();
 
+// A frame with escapes, or one that came in pieces, is unescaped into a
+// buffer of kUnescapeRoom bytes: the largest frame, and room for a wide
+// store to write past what it keeps.
+inline constexpr size_t kUnescapeRoom = kMaxHdlcFrame + 64;
+
+enum class FrameFault : uint8_t {
+    kNone,
+    kOversize,     // more than kMaxHdlcFrame bytes unescaped (a stray escape counting one)
+    kStrayEscape,  // an escape right before the flag, or last of the bytes
+};
+
+struct UnescapedFrame {
+    const uint8_t* stop;  // the flag that ends the frame, or end
+    size_t length;        // bytes unescaped into the buffer, when there is no fault
+    FrameFault fault;
+};
+
+// Unescapes [begin, the first flag or end) into `out` (kUnescapeRoom
+// bytes): each 0x7D and the byte after it become that byte XOR 0x20.
+UnescapedFrame UnescapeFrame(const uint8_t* begin, const uint8_t* end, uint8_t* out);
+
+using FrameUnescapeFunction = UnescapedFrame (*)(const uint8_t* begin, const uint8_t* end,
+                                                 uint8_t* out);
+std::vector<FrameUnescapeFunction> FrameUnescapeImplementations();
+
 }  // namespace dmux

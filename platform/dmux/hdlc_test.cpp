@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "testsupport/diag_capture_builder.h"
@@ -45,6 +47,107 @@ TEST(Crc16X25, AgreesWithBitwiseCrcAtEveryLength) {
         }
     }
     EXPECT_EQ(dmux::Crc16X25(nullptr, 0), rt::test::DiagCrc({}));
+}
+
+// Byte-at-a-time readings of a frame, for the implementations to agree with.
+dmux::FrameScan ReferenceScan(const uint8_t* begin, const uint8_t* end) {
+    const uint8_t* stop = begin;
+    while (stop != end && *stop != 0x7E && *stop != 0x7D) ++stop;
+    const size_t length = stop - begin;
+    bool checks = stop != end && *stop == 0x7E && length >= 3 && length <= dmux::kMaxHdlcFrame &&
+                  rt::test::DiagCrc(Bytes(begin, stop - 2)) == (stop[-2] | stop[-1] << 8);
+    return {stop, checks};
+}
+
+std::pair<dmux::UnescapedFrame, Bytes> ReferenceUnescape(const uint8_t* begin, const uint8_t* end) {
+    Bytes out;
+    auto put = [&](uint8_t byte) {
+        if (out.size() <= dmux::kMaxHdlcFrame) out.push_back(byte);
+    };
+    auto fault = [&](dmux::FrameFault otherwise) {
+        return out.size() > dmux::kMaxHdlcFrame ? dmux::FrameFault::kOversize : otherwise;
+    };
+    for (const uint8_t* p = begin;; ++p) {
+        if (p == end || *p == 0x7E) return {{p, out.size(), fault(dmux::FrameFault::kNone)}, out};
+        if (*p != 0x7D) {
+            put(*p);
+        } else if (p + 1 == end || p[1] == 0x7E) {
+            put(0);  // a stray escape counts one byte towards the limit
+            return {{p + 1, 0, fault(dmux::FrameFault::kStrayEscape)}, {}};
+        } else {
+            put(*++p ^ 0x20);
+        }
+    }
+}
+
+// Every implementation of the frame scan and of the unescaping that this
+// CPU can run reads as the references do: good and bad frames of every
+// length around the 16- and 64-byte steps, escapes (doubled ones too) on
+// and next to the step boundaries, stray escapes, no flag, oversize frames.
+TEST(HdlcFrameScan, EveryImplementationReadsAsByteAtATime) {
+    std::vector<Bytes> streams;
+    uint32_t seed = 7;
+    auto random = [&] {
+        return seed = seed * 1103515245 + 12345, static_cast<uint8_t>(seed >> 16);
+    };
+    for (size_t length : {0, 1, 2, 3, 14, 15, 16, 17, 62, 63, 64, 65, 66, 127, 128, 129, 200}) {
+        Bytes body(length);
+        for (uint8_t& byte : body) byte = random() | 0x80;  // no 0x7D or 0x7E of its own
+        streams.push_back(rt::test::DiagHdlcFrame(body));
+        for (size_t at : {size_t{0}, length / 2, size_t{61}, size_t{62}, size_t{63}, size_t{64}}) {
+            if (at >= length) continue;
+            Bytes escaped = body;
+            escaped[at] = 0x7E;  // sent as 7D 5E
+            streams.push_back(rt::test::DiagHdlcFrame(escaped));
+            Bytes bad = streams.back();
+            bad[at] ^= 0x01;
+            streams.push_back(bad);
+            Bytes doubled = body;  // 7D 7D: an escape escaping another
+            doubled.insert(doubled.begin() + at, {0x7D, 0x7D});
+            doubled.push_back(0x7E);
+            streams.push_back(doubled);
+            Bytes stray(body.begin(), body.begin() + at);
+            stray.insert(stray.end(), {0x7D, 0x7E});
+            streams.push_back(stray);
+            streams.push_back(Bytes(stray.begin(), stray.end() - 1));  // no flag after it
+        }
+    }
+    for (int i = 0; i < 200; ++i) {  // bytes drawn mostly from the framing's own
+        Bytes noise(random() % 150);
+        for (uint8_t& byte : noise)
+            byte = std::array<uint8_t, 4>{0x7D, 0x7E, 0x5E, random()}[random() % 4];
+        streams.push_back(noise);
+    }
+    for (size_t extra : {0, 1, 2}) {  // around the size limit, escapes near its end
+        Bytes big(dmux::kMaxHdlcFrame - 2 + extra, 0x11);
+        big.insert(big.end() - 3, {0x7D, 0x5D});
+        big.push_back(0x7E);
+        streams.push_back(big);
+        big.insert(big.end() - 1, 0x7D);
+        streams.push_back(big);
+    }
+
+    Bytes out(dmux::kUnescapeRoom);
+    for (size_t i = 0; i < streams.size(); ++i) {
+        const uint8_t* begin = streams[i].data();
+        const uint8_t* end = begin + streams[i].size();
+        dmux::FrameScan want_scan = ReferenceScan(begin, end);
+        for (dmux::FrameScanFunction scan : dmux::FrameScanImplementations()) {
+            dmux::FrameScan got = scan(begin, end);
+            EXPECT_EQ(got.stop - begin, want_scan.stop - begin) << "stream " << i;
+            EXPECT_EQ(got.checks, want_scan.checks) << "stream " << i;
+        }
+        auto [want, want_bytes] = ReferenceUnescape(begin, end);
+        for (dmux::FrameUnescapeFunction unescape : dmux::FrameUnescapeImplementations()) {
+            dmux::UnescapedFrame got = unescape(begin, end, out.data());
+            EXPECT_EQ(got.stop - begin, want.stop - begin) << "stream " << i;
+            ASSERT_EQ(got.fault, want.fault) << "stream " << i;
+            if (want.fault == dmux::FrameFault::kNone) {
+                EXPECT_EQ(Bytes(out.begin(), out.begin() + got.length), want_bytes)
+                    << "stream " << i;
+            }
+        }
+    }
 }
 
 TEST(HdlcEncode, EscapesFlagAndEscapeBytes) {
