@@ -42,7 +42,7 @@ UnescapedFrame UnescapeRuns(const uint8_t* begin, const uint8_t* end, uint8_t* o
         const uint8_t* hit = FindFlagOrEscape(p, end);
         const size_t run = static_cast<size_t>(hit - p);
         oversize = oversize || run > kMaxHdlcFrame - n;
-        if (!oversize) {
+        if (!oversize && run > 0) {  // (memcpy from null is undefined even for 0 bytes)
             std::memcpy(out + n, p, run);
             n += run;
         }
