@@ -61,7 +61,7 @@ UnescapedFrame UnescapeRuns(const uint8_t* begin, const uint8_t* end, uint8_t* o
 #ifdef DMUX_CRC_CLMUL
 using namespace clmul;
 
-// The CRC register after `bytes`, a bit at a time: for the constants below.
+// The CRC register after `bytes`, a bit at a time: for the table below.
 constexpr uint16_t RegisterAfter(uint16_t crc, std::initializer_list<uint8_t> bytes) {
     for (uint8_t byte : bytes) {
         crc ^= byte;
@@ -69,13 +69,6 @@ constexpr uint16_t RegisterAfter(uint16_t crc, std::initializer_list<uint8_t> by
     }
     return crc;
 }
-
-// Leading zeros leave a CRC that starts from 0 unchanged, so the initial
-// 0xFFFF can come in as two bytes before the frame, at the end of an
-// otherwise empty 64-byte block: every block of the frame then folds alike.
-constexpr uint8_t kInitialBytes[2] = {0x21, 0xF3};
-static_assert(RegisterAfter(0, {kInitialBytes[0], kInitialBytes[1], 0, 0}) ==
-              RegisterAfter(0xFFFF, {0, 0}));
 
 // A frame is read in 64-byte blocks, the last padded with zeros: the
 // register a good frame leaves after k zeros of padding.
@@ -101,9 +94,9 @@ DMUX_SCAN_TARGET FrameScan ScanFoldingCrc(const uint8_t* begin, const uint8_t* e
     const __m512i flag = _mm512_set1_epi8(static_cast<char>(kHdlcFlag));
     const __m512i escape = _mm512_set1_epi8(static_cast<char>(kHdlcEscape));
     const __m512i step = Lanes(kShift512, kShift512, kShift512, kShift512);
-    __m512i acc = _mm512_set_epi64(
-        static_cast<long long>(uint64_t{kInitialBytes[1]} << 56 | uint64_t{kInitialBytes[0]} << 48),
-        0, 0, 0, 0, 0, 0, 0);
+    // The blocks before p, times x^512: at first, the initial value, which
+    // enters as the first two bytes do (as in the 128-bit fold).
+    __m512i before_p = _mm512_zextsi128_si512(_mm_cvtsi32_si128(0xFFFF));
     for (const uint8_t* p = begin;; p += 64) {
         const size_t left = static_cast<size_t>(end - p);
         const __m512i block = _mm512_maskz_loadu_epi8(_bzhi_u64(~0ull, left < 64 ? left : 64), p);
@@ -111,16 +104,16 @@ DMUX_SCAN_TARGET FrameScan ScanFoldingCrc(const uint8_t* begin, const uint8_t* e
             _mm512_cmpeq_epi8_mask(block, flag) | _mm512_cmpeq_epi8_mask(block, escape);
         if (hits == 0) {
             if (left <= 64) return {end, false};
-            acc = _mm512_xor_si512(Times(acc, step), block);
+            before_p = Times(_mm512_xor_si512(before_p, block), step);
             continue;
         }
-        const unsigned before = static_cast<unsigned>(__builtin_ctzll(hits));
-        const uint8_t* stop = p + before;
+        const unsigned in_block = static_cast<unsigned>(__builtin_ctzll(hits));
+        const uint8_t* stop = p + in_block;
         const size_t length = static_cast<size_t>(stop - begin);
         if (*stop != kHdlcFlag || length < 3 || length > kMaxHdlcFrame) return {stop, false};
-        acc = _mm512_xor_si512(Times(acc, step),
-                               _mm512_maskz_mov_epi8(_bzhi_u64(~0ull, before), block));
-        return {stop, Reduce(JoinLanes(acc)) == kPaddedResidues[64 - before]};
+        const __m512i all =
+            _mm512_xor_si512(before_p, _mm512_maskz_mov_epi8(_bzhi_u64(~0ull, in_block), block));
+        return {stop, Reduce(JoinLanes(all)) == kPaddedResidues[64 - in_block]};
     }
 }
 #undef DMUX_SCAN_TARGET
