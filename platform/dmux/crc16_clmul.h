@@ -33,11 +33,12 @@ constexpr uint32_t XPowMod(int n) {
     }
     return r;
 }
-// A remainder as a lane: bit 63 - d holds x^d.
-constexpr uint64_t Lane(uint32_t remainder) {
+// A polynomial of degree under 64 (a remainder, a quotient) as a lane:
+// bit 63 - d holds x^d.
+constexpr uint64_t Lane(uint64_t poly) {
     uint64_t lane = 0;
-    for (int d = 0; d < 16; ++d)
-        if ((remainder >> d) & 1) lane |= uint64_t{1} << (63 - d);
+    for (int d = 0; d < 64; ++d)
+        if ((poly >> d) & 1) lane |= uint64_t{1} << (63 - d);
     return lane;
 }
 // The pair of remainders that multiplies a register by x^bits: x^(bits +
@@ -73,14 +74,7 @@ constexpr uint64_t BarrettMuLow() {
     }
     return quotient_low;
 }
-// A 64-bit polynomial as a lane: bit 63 - d holds x^d.
-constexpr uint64_t Lane64(uint64_t poly) {
-    uint64_t lane = 0;
-    for (int d = 0; d < 64; ++d)
-        if ((poly >> d) & 1) lane |= uint64_t{1} << (63 - d);
-    return lane;
-}
-inline constexpr uint64_t kBarrettMu = Lane64(BarrettMuLow());
+inline constexpr uint64_t kBarrettMu = Lane(BarrettMuLow());
 inline constexpr uint64_t kPolyLow = Lane(0x1021);
 
 // Shuffle masks (0x80: a zero byte) read at offset r, 0 <= r < 16:
