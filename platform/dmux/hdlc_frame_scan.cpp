@@ -7,9 +7,16 @@
 
 #include "platform/dmux/crc16_clmul.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace dmux {
 
-// A word holds one of the two bytes when word ^ byte-pattern has a zero
+namespace {
+
+// The first 0x7E or 0x7D in [p, end), or end, eight bytes (a word) a step:
+// a word holds one of the two bytes when word ^ byte-pattern has a zero
 // byte; the byte itself is then found one at a time.
 const uint8_t* FindFlagOrEscapeByWords(const uint8_t* p, const uint8_t* end) {
     constexpr uint64_t kOnes = 0x0101010101010101;
@@ -26,7 +33,20 @@ const uint8_t* FindFlagOrEscapeByWords(const uint8_t* p, const uint8_t* end) {
     return end;
 }
 
-namespace {
+// The same, sixteen bytes a step with SSE2 (every x86-64 has it).
+inline const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end) {
+#if defined(__SSE2__)
+    const __m128i flag = _mm_set1_epi8(static_cast<char>(kHdlcFlag));
+    const __m128i escape = _mm_set1_epi8(static_cast<char>(kHdlcEscape));
+    for (; end - p >= 16; p += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        int hits =
+            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, flag), _mm_cmpeq_epi8(v, escape)));
+        if (hits != 0) return p + __builtin_ctz(static_cast<unsigned>(hits));
+    }
+#endif
+    return FindFlagOrEscapeByWords(p, end);
+}
 
 FrameScan ScanThenCheck(const uint8_t* begin, const uint8_t* end) {
     const uint8_t* stop = FindFlagOrEscape(begin, end);

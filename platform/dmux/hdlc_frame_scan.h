@@ -3,9 +3,10 @@
 // ScanFrame looks from a frame's first byte for the first flag (0x7E) or
 // escape (0x7D). When it stops at a flag, the bytes before it are a whole
 // escape-free frame, and ScanFrame has checked its CRC on the way: where
-// the CPU has carry-less multiplication the CRC is folded in from the same
-// sixteen-byte loads that look for the flag, so the bytes of most frames
-// are read once, and a frame costs one call.
+// the CPU has 512-bit carry-less multiplication the CRC is folded in from
+// the same 64-byte loads that look for the flag, so the bytes of most
+// frames are read once, and a frame costs one call. A frame with escapes
+// is unescaped by UnescapeFrame, then checked whole.
 #pragma once
 
 #include <cstddef>
@@ -13,10 +14,6 @@
 #include <vector>
 
 #include "platform/dmux/crc16.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace dmux {
 
@@ -27,25 +24,6 @@ inline constexpr uint8_t kHdlcEscapeXor = 0x20;
 // Largest unescaped frame (body and CRC) accepted: a log packet's 16-bit
 // length, its command header, a multi-SIM wrapper and the CRC.
 inline constexpr size_t kMaxHdlcFrame = 65535 + 4 + 8 + 2;
-
-// The first 0x7E or 0x7D in [p, end), or end, eight bytes (a word) a step.
-const uint8_t* FindFlagOrEscapeByWords(const uint8_t* p, const uint8_t* end);
-
-// The same, sixteen bytes a step with SSE2 (every x86-64 has it), inline:
-// it runs once per frame, and a call costs as much as a short frame's scan.
-inline const uint8_t* FindFlagOrEscape(const uint8_t* p, const uint8_t* end) {
-#if defined(__SSE2__)
-    const __m128i flag = _mm_set1_epi8(static_cast<char>(kHdlcFlag));
-    const __m128i escape = _mm_set1_epi8(static_cast<char>(kHdlcEscape));
-    for (; end - p >= 16; p += 16) {
-        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        int hits =
-            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, flag), _mm_cmpeq_epi8(v, escape)));
-        if (hits != 0) return p + __builtin_ctz(static_cast<unsigned>(hits));
-    }
-#endif
-    return FindFlagOrEscapeByWords(p, end);
-}
 
 // An unescaped frame (body and CRC) of a size the deframer accepts, whose
 // CRC checks.
