@@ -1,7 +1,6 @@
 #include "platform/dmux/crc16.h"
 
 #include <array>
-#include <atomic>
 
 #include "platform/dmux/crc16_clmul.h"
 
@@ -89,6 +88,45 @@ uint16_t TableCrc(const uint8_t* data, size_t length) {
 #ifdef DMUX_CRC_CLMUL
 using namespace clmul;
 
+// Shuffle masks (0x80: a zero byte) read at offset r, 0 <= r < 16:
+// from kUpper, byte i takes byte i - (16 - r), the first r bytes moved to
+// the end; from kLower, byte i takes byte i + r, the bytes after the first
+// r moved to the front.
+constexpr uint8_t kUpper[32] = {0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+                                0x80, 0x80, 0x80, 0x80, 0x80, 0,    1,    2,    3,    4,    5,
+                                6,    7,    8,    9,    10,   11,   12,   13,   14,   15};
+constexpr uint8_t kLower[32] = {0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,
+                                11,   12,   13,   14,   15,   0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+                                0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
+
+DMUX_CLMUL_TARGET inline __m128i Load(const void* p) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(p));
+}
+
+// A register times x^128, congruent and under 80 bits.
+DMUX_CLMUL_TARGET inline __m128i Fold(__m128i a) {
+    const __m128i k = _mm_set_epi64x(static_cast<long long>(kShift128.second_half),
+                                     static_cast<long long>(kShift128.first_half));
+    return _mm_xor_si128(_mm_clmulepi64_si128(a, k, 0x00), _mm_clmulepi64_si128(a, k, 0x11));
+}
+
+// The CRC register (before the final XOR) after `length` (>= 16) bytes,
+// `acc` holding the first length / 16 blocks folded, the initial value in
+// its first two bytes. The last r = length % 16 bytes T make A x^8r + T:
+// A's first r bytes, moved to the end of a register of their own, fold as
+// a block would, and its other bytes followed by T are the last block. No
+// branch depends on the length.
+DMUX_CLMUL_TARGET inline uint32_t FinishCrc(__m128i acc, const uint8_t* data, size_t length) {
+    const size_t r = length % 16;
+    const __m128i upper = Load(kUpper + r);
+    const __m128i last_bytes = _mm_and_si128(Load(data + length - 16),  // T at its end
+                                             _mm_cmpgt_epi8(upper, _mm_set1_epi8(-1)));
+    acc = _mm_xor_si128(Fold(_mm_shuffle_epi8(acc, upper)),
+                        _mm_or_si128(_mm_shuffle_epi8(acc, Load(kLower + r)), last_bytes));
+
+    return Reduce(acc);
+}
+
 DMUX_CLMUL_TARGET inline uint32_t FoldCrc(uint32_t crc, const uint8_t* data, size_t length) {
     // The CRC so far enters as the first two bytes do in Block.
     __m128i acc = _mm_xor_si128(Load(data), _mm_cvtsi32_si128(static_cast<int>(crc)));
@@ -128,21 +166,6 @@ DMUX_WIDE_CLMUL_TARGET uint16_t WideClmulCrc(const uint8_t* data, size_t length)
 }
 #endif
 
-using CrcFunction = Crc16Function;
-
-// The first call picks the entry point for this CPU and keeps it, so each
-// later one costs one indirect call rather than tests of the CPU and the
-// length on the way to it. Constant-initialised: a call from another
-// file's static initialiser finds ChooseCrc, not a null pointer.
-uint16_t ChooseCrc(const uint8_t* data, size_t length);
-std::atomic<CrcFunction> crc_function{ChooseCrc};
-
-uint16_t ChooseCrc(const uint8_t* data, size_t length) {
-    CrcFunction chosen = Crc16X25Implementations().back();
-    crc_function.store(chosen, std::memory_order_relaxed);
-    return chosen(data, length);
-}
-
 }  // namespace
 
 std::vector<Crc16Function> Crc16X25Implementations() {
@@ -160,7 +183,10 @@ std::vector<Crc16Function> Crc16X25Implementations() {
 }
 
 uint16_t Crc16X25(const uint8_t* data, size_t length) {
-    return crc_function.load(std::memory_order_relaxed)(data, length);
+    // Picked for this CPU on the first call and kept: later calls cost one
+    // indirect call, not tests of the CPU and the length on the way.
+    static const Crc16Function chosen = Crc16X25Implementations().back();
+    return chosen(data, length);
 }
 
 }  // namespace dmux

@@ -1,7 +1,7 @@
-// Carry-less multiplication for CRC-16/X-25 on x86-64: the primitives that
-// fold sixteen bytes a step and reduce the result, shared by the CRC entry
-// points and the HDLC frame scan that checks a frame's CRC as it looks for
-// its end. Defines DMUX_CRC_CLMUL where they exist; each function carries
+// Carry-less multiplication for CRC-16/X-25 on x86-64: the constants, the
+// 64-byte fold of four lanes and the reduction to 16 bits, shared by the
+// CRC entry points and the HDLC frame scan that checks a frame's CRC as it
+// looks for its end. Defines DMUX_CRC_CLMUL where they exist; each function carries
 // its own target, so callers choose at run time whether the CPU has it.
 #pragma once
 
@@ -77,29 +77,7 @@ constexpr uint64_t BarrettMuLow() {
 inline constexpr uint64_t kBarrettMu = Lane(BarrettMuLow());
 inline constexpr uint64_t kPolyLow = Lane(0x1021);
 
-// Shuffle masks (0x80: a zero byte) read at offset r, 0 <= r < 16:
-// from kUpper, byte i takes byte i - (16 - r), the first r bytes moved to
-// the end; from kLower, byte i takes byte i + r, the bytes after the first
-// r moved to the front.
-inline constexpr uint8_t kUpper[32] = {
-    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
-    0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15};
-inline constexpr uint8_t kLower[32] = {
-    0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15,
-    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
-
 #define DMUX_CLMUL_TARGET __attribute__((target("pclmul,ssse3")))
-
-DMUX_CLMUL_TARGET inline __m128i Load(const void* p) {
-    return _mm_loadu_si128(static_cast<const __m128i*>(p));
-}
-
-// A register times x^128, congruent and under 80 bits.
-DMUX_CLMUL_TARGET inline __m128i Fold(__m128i a) {
-    const __m128i k = _mm_set_epi64x(static_cast<long long>(kShift128.second_half),
-                                     static_cast<long long>(kShift128.first_half));
-    return _mm_xor_si128(_mm_clmulepi64_si128(a, k, 0x00), _mm_clmulepi64_si128(a, k, 0x11));
-}
 
 // The CRC register (before the final XOR) of the bytes folded into `acc`:
 // its first half is folded into its second, a quarter at a time, leaving
@@ -124,23 +102,6 @@ DMUX_CLMUL_TARGET inline uint32_t Reduce(__m128i acc) {
     const __m128i rem =
         _mm_clmulepi64_si128(q, _mm_set_epi64x(0, static_cast<long long>(kPolyLow)), 0x00);
     return static_cast<uint32_t>(_mm_extract_epi16(_mm_srli_epi64(rem, 47), 4));
-}
-
-// The CRC register (before the final XOR) after `length` (>= 16) bytes,
-// `acc` holding the first length / 16 blocks folded, the initial value in
-// its first two bytes. The last r = length % 16 bytes T make A x^8r + T:
-// A's first r bytes, moved to the end of a register of their own, fold as
-// a block would, and its other bytes followed by T are the last block. No
-// branch depends on the length.
-DMUX_CLMUL_TARGET inline uint32_t FinishCrc(__m128i acc, const uint8_t* data, size_t length) {
-    const size_t r = length % 16;
-    const __m128i upper = Load(kUpper + r);
-    const __m128i last_bytes = _mm_and_si128(Load(data + length - 16),  // T at its end
-                                             _mm_cmpgt_epi8(upper, _mm_set1_epi8(-1)));
-    acc = _mm_xor_si128(Fold(_mm_shuffle_epi8(acc, upper)),
-                        _mm_or_si128(_mm_shuffle_epi8(acc, Load(kLower + r)), last_bytes));
-
-    return Reduce(acc);
 }
 
 // Four registers at once, where the CPU has 512-bit carry-less

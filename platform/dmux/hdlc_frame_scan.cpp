@@ -1,7 +1,6 @@
 #include "platform/dmux/hdlc_frame_scan.h"
 
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <initializer_list>
 
@@ -187,16 +186,6 @@ DMUX_UNESCAPE_TARGET UnescapedFrame UnescapeBlocks(const uint8_t* begin, const u
 #undef DMUX_UNESCAPE_TARGET
 #endif
 
-// The first call picks the implementation for this CPU and keeps it.
-FrameScan ChooseScan(const uint8_t* begin, const uint8_t* end);
-std::atomic<FrameScanFunction> scan_function{ChooseScan};
-
-FrameScan ChooseScan(const uint8_t* begin, const uint8_t* end) {
-    FrameScanFunction chosen = FrameScanImplementations().back();
-    scan_function.store(chosen, std::memory_order_relaxed);
-    return chosen(begin, end);
-}
-
 }  // namespace
 
 std::vector<FrameScanFunction> FrameScanImplementations() {
@@ -215,19 +204,22 @@ std::vector<FrameUnescapeFunction> FrameUnescapeImplementations() {
 #ifdef DMUX_CRC_CLMUL
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vbmi2") &&
-        __builtin_cpu_supports("bmi2"))
+        __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
+        __builtin_cpu_supports("popcnt"))
         runnable.push_back(UnescapeBlocks);
 #endif
     return runnable;
 }
 
+// Each picked for this CPU on the first call and kept.
+FrameScan ScanFrame(const uint8_t* begin, const uint8_t* end) {
+    static const FrameScanFunction chosen = FrameScanImplementations().back();
+    return chosen(begin, end);
+}
+
 UnescapedFrame UnescapeFrame(const uint8_t* begin, const uint8_t* end, uint8_t* out) {
     static const FrameUnescapeFunction chosen = FrameUnescapeImplementations().back();
     return chosen(begin, end, out);
-}
-
-FrameScan ScanFrame(const uint8_t* begin, const uint8_t* end) {
-    return scan_function.load(std::memory_order_relaxed)(begin, end);
 }
 
 }  // namespace dmux
