@@ -223,6 +223,9 @@ struct PdpQos {
 // words at 37 and 41. Bands 65 and up have EARFCNs above 65535: the 16-bit
 // fields hold them cut to 65535, the words at 37 and 41 whole, and the
 // report reads the words. Versions 2 and 3 are both translated into it.
+// A delivered record keeps version byte 2 although it is longer than a
+// modem's version 2: it is the daemon's, never fed to the translator again
+// (a second pass would read it as a modem's and cut the words again).
 struct LteServingCell {
     static constexpr uint16_t kCode = 0xB0C2;
     static constexpr uint8_t kVersionValue = 2;
@@ -263,7 +266,8 @@ struct LteUeIdentity {
 // word at 352, read by the report: today's EARFCNs pass 65535. Only the
 // fields below are carried; the neighbour lists are not (nothing reads
 // them). The single-carrier layout and version 4 (one serving cell per
-// packet, the primary's alone delivered) are both translated into it.
+// packet, the primary's alone delivered) are both translated into it. As
+// with 0xB0C2, a delivered record is never translated a second time.
 struct LteServingMeasurements {
     static constexpr uint16_t kCode = 0xB179;
     static constexpr uint8_t kVersionValue = 2;

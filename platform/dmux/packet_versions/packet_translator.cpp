@@ -96,6 +96,7 @@ constexpr Move kServingCellV2[] = {
     Same(LteServingCell::kMnc),
     Same(LteServingCell::kAllowedAccess),
 };
+static_assert(SourceExtent(kServingCellV2) == 37);
 
 // 0xB0C2 version 3 (41 bytes): 32-bit EARFCNs at 15 and 19, so every field
 // after them sits 4 bytes later than in version 2. The EARFCNs go whole
@@ -132,9 +133,9 @@ constexpr Move kServingMeasSingleCarrier[] = {
 struct ServingMeasV4 {
     static constexpr uint8_t kVersion = 4;
     static constexpr size_t kHeadSize = 40;
-    static constexpr size_t kServingCellIndex = 16;
-    static constexpr size_t kNeighbourCount = 36;
-    static constexpr size_t kDetectedCount = 37;
+    static constexpr rt::Bits<uint8_t> kServingCellIndex{{16}, 0, 3};
+    static constexpr rt::Field<uint8_t> kNeighbourCount{36};
+    static constexpr rt::Field<uint8_t> kDetectedCount{37};
     static constexpr size_t kNeighbourSize = 12;
     static constexpr size_t kDetectedSize = 16;
 };
@@ -329,11 +330,8 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
 
     // Translates into a fixed-size target when the record holds every byte
     // the moves read.
-    auto translate_whole = [&](size_t size, uint8_t to_version, std::span<const Move> moves) {
-        size_t need = 0;
-        for (const Move& m : moves) need = std::max<size_t>(need, m.from + m.from_width);
-        return record.size() >= need ? translate(size, to_version, moves)
-                                     : drop(DropReason::kShort);
+    auto translate_whole = [&]<size_t N>(size_t size, uint8_t to_version, const Move(&moves)[N]) {
+        return sized(SourceExtent(moves), [&] { return translate(size, to_version, moves); });
     };
 
     switch (code) {
@@ -356,12 +354,14 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
             if (version != ServingMeasV4::kVersion) return drop(DropReason::kUnknownVersion);
             using V4 = ServingMeasV4;
             if (record.size() < V4::kHeadSize) return drop(DropReason::kShort);
+            const rt::FieldReader head(record);
             // The neighbour and detected-cell lists must fit the record.
-            size_t lists = V4::kNeighbourSize * record[V4::kNeighbourCount] +
-                           V4::kDetectedSize * record[V4::kDetectedCount];
+            size_t lists = V4::kNeighbourSize * head.Get(V4::kNeighbourCount) +
+                           V4::kDetectedSize * head.Get(V4::kDetectedCount);
             if (V4::kHeadSize + lists > record.size()) return drop(DropReason::kShort);
             // A secondary cell's measurement would overwrite the primary's.
-            if ((record[V4::kServingCellIndex] & 0x7) != 0) return drop(DropReason::kSecondaryCell);
+            const auto& index = V4::kServingCellIndex;
+            if (index.Of(head.Get(index.field)) != 0) return drop(DropReason::kSecondaryCell);
             return translate(M::kSize, M::kVersionValue, kServingMeasV4);
         }
 

@@ -77,6 +77,20 @@ TEST(PacketTranslatorTest, ServingCellV2GainsWholeEarfcns) {
     EXPECT_TRUE(std::equal(in.begin() + 2, in.end(), out.record.begin() + 2));
     EXPECT_EQ(Get(out.record, t::LteServingCell::kDlEarfcn), 5780u);
     EXPECT_EQ(Get(out.record, t::LteServingCell::kUlEarfcn), 23780u);
+
+    // Version 3 with the same values (32-bit EARFCNs, everything after them
+    // 4 bytes later) is delivered byte for byte as version 2 is: each of
+    // its fields lands where version 2 has it.
+    Bytes v3 = Record(0xB0C2, 41, 3);
+    Put(&v3, 13, 2, 87);
+    Put(&v3, 15, 4, 5780);
+    Put(&v3, 19, 4, 23780);
+    std::copy(in.begin() + 19, in.end(), v3.begin() + 23);
+    Bytes v2_out(out.record.begin(), out.record.end());
+    Translation wide = translator.Translate(0xB0C2, v3);
+    ASSERT_EQ(wide.verdict, VersionVerdict::kTranslated);
+    EXPECT_TRUE(
+        std::equal(v2_out.begin() + 2, v2_out.end(), wide.record.begin() + 2, wide.record.end()));
 }
 
 Bytes MeasV4(uint8_t cell_index, uint32_t earfcn, uint8_t neighbours, uint8_t detected,
