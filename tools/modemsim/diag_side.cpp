@@ -21,6 +21,7 @@
 #include "tools/modemsim/lte_log_packets.h"
 #include "tools/modemsim/scenario.h"
 #include "tools/modemsim/wcdma_log_packets.h"
+#include "tools/modemsim/world_support.h"
 
 namespace modemsim {
 
@@ -262,7 +263,8 @@ void DiagSide::Serve(int fd) {
     session.fd = fd;
     std::thread producer([&] { Produce(&session); });
 
-    uint32_t status = scenario_.value("status", 0u);
+    uint32_t status =
+        static_cast<uint32_t>(std::clamp<int64_t>(Int64Or(scenario_, "status", 0), 0, UINT32_MAX));
     dmux::HdlcDeframer deframer;
     std::vector<uint8_t> buffer(65536);
     while (!stopping_.load()) {
@@ -316,7 +318,8 @@ void DiagSide::ProduceCapture(Session* session) {
     // Start once some code is enabled and the masks have held still, so a
     // burst of mask commands is complete before the first packet; or, when
     // the scenario names a count, once that many commands have come.
-    unsigned after_masks = scenario_.value("capture_after_masks", 0u);
+    unsigned after_masks =
+        static_cast<unsigned>(std::max(0, IntOr(scenario_, "capture_after_masks", 0)));
     {
         std::unique_lock<std::mutex> hold(session->mutex);
         while (!session->closed) {
@@ -384,15 +387,16 @@ void DiagSide::ProduceScenario(Session* session) {
     };
     std::vector<Step> steps;
     for (const auto& s : scenario_.value("rrc_states", nlohmann::json::array()))
-        steps.push_back({s.value("state", uint8_t{0}), std::max(1, s.value("hold_ms", 1000))});
-    int rrc_period = std::max(10, scenario_.value("rrc_period_ms", 500));
+        steps.push_back(
+            {static_cast<uint8_t>(IntOr(s, "state", 0)), std::max(1, IntOr(s, "hold_ms", 1000))});
+    int rrc_period = std::max(10, IntOr(scenario_, "rrc_period_ms", 500));
     std::vector<Periodic> records;
     for (const auto& r : scenario_.value("records", nlohmann::json::array())) {
         auto payload = ParseHex(r.value("payload", std::string()));
         auto code = CodeFromJson(r.value("code", nlohmann::json(0)));
         if (!payload || !code) continue;
         records.push_back(
-            {*code, *payload, std::max(10, r.value("period_ms", 1000)), Clock::now()});
+            {*code, *payload, std::max(10, IntOr(r, "period_ms", 1000)), Clock::now()});
     }
 
     auto send_record = [&](uint16_t code, const std::vector<uint8_t>& payload) {

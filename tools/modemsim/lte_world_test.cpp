@@ -469,8 +469,10 @@ TEST(LteWorld, ValuesMoveButStayWithinTheirBounds) {
 TEST(LteWorld, NumbersBeyondAnyRangeAreClamped) {
     for (double huge : {-5.5e116, 5.5e116, -1.0e19, 1.0e19}) {
         nlohmann::json section = {{"wcdma", {{"rscp", {huge}}}},
-                                  {"cells", {{{"pci", 1}, {"rsrp", huge}}}}};
+                                  {"cells", {{{"pci", 1}, {"rsrp", huge}}}},
+                                  {"rssi", huge}};
         LteState state = LteWorld(section).At(1.0);
+        EXPECT_EQ(state.rssi_dbm, huge < 0 ? -110 : -10) << huge;
         ASSERT_EQ(state.wcdma_rscp.size(), 1u);
         EXPECT_EQ(state.wcdma_rscp[0], huge < 0 ? INT16_MIN : INT16_MAX) << huge;
         EXPECT_EQ(state.rsrp, huge < 0 ? INT16_MIN : INT16_MAX) << huge;

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "platform/qmi_client/transport.h"
+#include "tools/modemsim/world_support.h"
 
 namespace modemsim {
 
@@ -55,7 +56,7 @@ QmiSide::QmiSide(std::string endpoint, const nlohmann::json& qmi_section,
     : endpoint_text_(std::move(endpoint)),
       vendor_(qmi_section, std::move(world), std::move(lte)),
       services_(qmi_section.value("services", nlohmann::json::array())),
-      reset_down_ms_(qmi_section.value("reset_down_ms", 1000)) {}
+      reset_down_ms_(std::max(0, IntOr(qmi_section, "reset_down_ms", 1000))) {}
 
 QmiSide::~QmiSide() {
     Stop();
@@ -276,8 +277,8 @@ void QmiSide::HandleCtl(Connection* connection, const qmux::Message& request) {
             // Service list: count, then (service, major u16, minor u16).
             std::vector<uint8_t> list{static_cast<uint8_t>(services_.size())};
             for (const nlohmann::json& service : services_) {
-                int major = service.value("major", 1), minor = service.value("minor", 0);
-                list.push_back(static_cast<uint8_t>(service.value("service", 0)));
+                int major = IntOr(service, "major", 1), minor = IntOr(service, "minor", 0);
+                list.push_back(static_cast<uint8_t>(IntOr(service, "service", 0)));
                 list.insert(list.end(),
                             {static_cast<uint8_t>(major & 0xFF), static_cast<uint8_t>(major >> 8),
                              static_cast<uint8_t>(minor & 0xFF), static_cast<uint8_t>(minor >> 8)});

@@ -36,7 +36,9 @@ inline int64_t Int64Or(const nlohmann::json& object, const char* key, int64_t fa
     return found == object.end() ? fallback : Int64Of(*found, fallback);
 }
 inline int IntOr(const nlohmann::json& object, const char* key, int fallback) {
-    return int(std::clamp<int64_t>(Int64Or(object, key, fallback), -kIntLimit, kIntLimit));
+    if (!object.is_object()) return fallback;
+    auto found = object.find(key);
+    return found == object.end() ? fallback : IntOf(*found, fallback);
 }
 
 // A text or a flag of `object`, or `fallback` when it is missing or of
