@@ -5,7 +5,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <span>
 
+#include "platform/common/code_name.h"
 #include "platform/pps/pps_client.h"
 #include "platform/pps/pps_decoder.h"
 #include "platform/qnx/strnicmp.h"
@@ -22,6 +24,8 @@ namespace {
 constexpr const char* kRadioControlPath = "/pps/services/radioctrl/modem0/control";
 constexpr const char* kRequestId = "3323";
 
+// The menu names, searched in this order.
+using RatName = rt::CodeName<int32_t>;
 constexpr RatName kRatNames[] = {
     {0, "NONE"},       {4, "CDMA_ONLY"}, {8, "EVDO_ONLY"},  {2, "WCDMA"},
     {12, "CDMA+EVDO"}, {16, "LTE_ONLY"}, {18, "WCDMA+LTE"}, {28, "CDMA1X+EVDO+LTE"},
@@ -31,6 +35,11 @@ constexpr int32_t kWcdmaOnly[] = {0, 2};
 constexpr int32_t kWcdmaLte[] = {0, 2, 16, 18};
 constexpr int32_t kCdmaEvdoLte[] = {0, 4, 8, 12, 16, 28};
 
+// A device class: the hardware ID that selects it and the settings it allows.
+struct RatDeviceClass {
+    const char* hardware_id;
+    std::span<const int32_t> settings;
+};
 const RatDeviceClass kDeviceClasses[] = {
     {"0x51c0f9e4", kWcdmaOnly},
     {"0x52c0f9e4", kWcdmaLte},
@@ -54,13 +63,6 @@ int32_t ContextFd(int32_t TavoraContext::*field) {
 char persist_buffer[4096];
 
 }  // namespace
-
-std::span<const RatName> RatNameTable() {
-    return kRatNames;
-}
-std::span<const RatDeviceClass> RatDeviceClasses() {
-    return kDeviceClasses;
-}
 
 bool Is_Rat_Supported(int32_t setting) {
     for (int32_t supported : SupportedSettings())

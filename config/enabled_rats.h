@@ -5,25 +5,11 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <span>
-
-#include "platform/common/code_name.h"
 
 class PPSServer;
 
 // RAT settings are bit masks: 2 WCDMA, 4 CDMA 1x, 8 EVDO, 16 LTE; 0 none.
 // A menu name's code is its setting.
-using RatName = rt::CodeName<int32_t>;
-// The menu names, searched in this order.
-std::span<const RatName> RatNameTable();
-
-// A device class: the hardware ID that selects it and the settings it allows.
-struct RatDeviceClass {
-    const char* hardware_id;
-    std::span<const int32_t> settings;
-};
-std::span<const RatDeviceClass> RatDeviceClasses();
 
 // The setting last sent to the modem or accepted from it; -1 when none.
 extern int32_t current_rat;

@@ -140,6 +140,9 @@ TEST_F(EnabledRatsTest, MenuChoicesAgainstTheDeviceClass) {
         {"0x52c0f9e4", 18, "WCDMA+LTE", {}, {}, 18, std::nullopt},  // already in force
         {"", -1, "WCDMA", {}, {}, -1, -1},                          // unknown device
         {"0X53C0F9E4", 16, "CDMA1X+EVDO+LTE", {28}, {}, 28, std::nullopt},
+        {"0x53c0f9e4", 16, "CDMA_ONLY", {4}, {}, 4, std::nullopt},
+        {"0x53c0f9e4", 16, "EVDO_ONLY", {8}, {}, 8, std::nullopt},
+        {"0x53c0f9e4", 16, "CDMA+EVDO", {12}, {}, 12, std::nullopt},
     };
     for (const MenuCase& c : cases) {
         SCOPED_TRACE(std::string(c.hardware) + " " + c.menu);
