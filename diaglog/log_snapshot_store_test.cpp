@@ -15,10 +15,12 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// A log record of `total` bytes: header for `code`, payload bytes 0x80, 0x81, ...
+// A log record of `total` bytes: header for `code`, payload bytes counting
+// up from one that depends on the length, so packets of two lengths differ
+// in every byte, not only in their length word.
 Bytes Packet(uint16_t code, size_t total) {
     Bytes payload;
-    for (size_t i = 12; i < total; ++i) payload.push_back(static_cast<uint8_t>(0x80 + (i - 12)));
+    for (size_t i = 12; i < total; ++i) payload.push_back(static_cast<uint8_t>(total + (i - 12)));
     return rt::test::DiagLogRecord(code, payload, 0x1234);
 }
 
@@ -275,18 +277,19 @@ TEST_F(LogSnapshotStoreTest, NullOrEmptyRecordClearsTheSnapshot) {
 }
 
 TEST_F(LogSnapshotStoreTest, ViewReadsNamedFieldsAndNothingPastTheCopy) {
-    Bytes packet = Packet(0x4127, 28);  // payload bytes 0x80, 0x81, ... from offset 12
+    Bytes packet = Packet(0x4127, 28);  // payload bytes 28, 29, ... from offset 12
+    packet[26] = 0x8E;                  // read back as a negative int8
     Deliver(0x4127, packet);
     SnapshotView view = g_log_snapshot_store.View(0x4127);
     ASSERT_EQ(view.size(), 28u);
-    EXPECT_EQ(view.Get(log_layout::CellIdentity::kUra), 0x8D8C);  // offsets 24 and 25
+    EXPECT_EQ(view.Get(log_layout::CellIdentity::kUra), 0x2928);  // offsets 24 and 25
     EXPECT_EQ(view.Read(rt::Field<int8_t>{26}), static_cast<int8_t>(0x8E));
     EXPECT_EQ(view.Read(rt::Field<uint16_t>{27}), std::nullopt);  // one byte left
     EXPECT_EQ(view.Read(rt::Field<uint8_t>{28}), std::nullopt);
     EXPECT_EQ(view.Get(rt::Field<uint32_t>{1000}), 0u);
     // A later packet does not change a view already taken.
     Deliver(0x4127, Packet(0x4127, 12));
-    EXPECT_EQ(view.Get(log_layout::CellIdentity::kUra), 0x8D8C);
+    EXPECT_EQ(view.Get(log_layout::CellIdentity::kUra), 0x2928);
     EXPECT_EQ(g_log_snapshot_store.View(0x4127).Get(log_layout::CellIdentity::kUra), 0);
     // A code the store does not keep gives an empty view.
     EXPECT_EQ(g_log_snapshot_store.View(0x1234).size(), 0u);

@@ -1,6 +1,6 @@
 // SnapshotLock: the snapshot store's lock. The DM library's thread takes
-// it once per packet and holds it for a copy of a few dozen bytes; readers
-// hold it about as briefly. Free, taking it is one atomic exchange and
+// it once per packet and holds it for a copy of at most a few hundred
+// bytes; readers hold it about as briefly. Free, taking it is one atomic exchange and
 // giving it back one store, where a std::mutex costs two atomic
 // read-modify-writes and two library calls per packet. Held, a taker spins
 // a little, then yields the core to the holder (the machine may have
