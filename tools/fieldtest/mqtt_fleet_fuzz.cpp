@@ -1,8 +1,9 @@
 // libFuzzer target: what fieldtest serve --mqtt takes from the broker. The
 // first byte picks the topic's last level (a device's status, its
-// diag/config or one of the reports); the rest is the message, handled as
-// the fleet handles one heard from the broker, and each sample it passes
-// on is laid out as the page would show it.
+// diag/config or one of the reports), the device and, in its top bit,
+// whether the message was retained; the rest is the message, handled as
+// the fleet handles one heard from the broker, and each sample or device
+// it passes on is written out as JSON.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -22,7 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         [](const nlohmann::ordered_json& device) { (void)fieldtest::JsonText(device); });
     const std::string leaf = kLeaves[data[0] % std::size(kLeaves)];
     fleet.OnMessage("radio_tavora/car-" + std::to_string(data[0] / 8) + "/" + leaf,
-                    std::string(reinterpret_cast<const char*>(data) + 1, size - 1), data[0] & 1);
+                    std::string(reinterpret_cast<const char*>(data) + 1, size - 1),
+                    (data[0] >> 7) & 1);
     (void)fleet.Devices();
     return 0;
 }
