@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "diaglog/snapshot_view.h"
@@ -35,6 +36,10 @@ struct RowValue {
     static constexpr RowValue Keep() { return {}; }
     static constexpr RowValue NoData() { return {Kind::kNoData}; }
     static constexpr RowValue Int(int32_t value) { return {Kind::kInt, value}; }
+    // The number, or "No data available!" without one.
+    static constexpr RowValue IntOr(std::optional<int32_t> value) {
+        return value ? Int(*value) : NoData();
+    }
     static constexpr RowValue Double(double value) { return {Kind::kDouble, 0, value}; }
     static constexpr RowValue Text(const char* value) { return {Kind::kText, 0, 0, value}; }
 };

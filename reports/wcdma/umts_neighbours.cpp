@@ -62,9 +62,7 @@ void PublishIntraFrequency(ReportWriter& report, const rt::FieldReader& qmi) {
 }
 
 RowValue InterFrequencyRssiRow(const TenByteEntry& e) {
-    std::optional<int> rssi =
-        InterFrequencyRssi(e.qmi.Get(e.cell.Rscp()), e.qmi.Get(e.cell.EcIo()));
-    return rssi ? RowValue::Int(*rssi) : RowValue::NoData();
+    return RowValue::IntOr(InterFrequencyRssi(e.qmi.Get(e.cell.Rscp()), e.qmi.Get(e.cell.EcIo())));
 }
 
 constexpr Row<TenByteEntry> kInterFrequencyRows[] = {
