@@ -59,6 +59,11 @@ inline constexpr FixedSnapshotSize kFixedSnapshotSizes[] = {
     SizeOf<log_layout::LteWcdmaNeighbours>(),
 };
 inline constexpr size_t kFixedSnapshotCount = std::size(kFixedSnapshotSizes);
+static_assert(std::ranges::all_of(kFixedSnapshotSizes,
+                                  [](FixedSnapshotSize s) {
+                                      return s.size <= SnapshotView::kMaxSize;
+                                  }),
+              "a report's copy holds the largest fixed snapshot whole");
 
 inline constexpr uint16_t kLogCodeRlcDlConfig = log_layout::RlcConfig::kDlCode;
 inline constexpr uint16_t kLogCodeRlcUlConfig = log_layout::RlcConfig::kUlCode;
@@ -87,6 +92,8 @@ struct RlcConfigSnapshot {
     // Header, rb_count, the unused byte and rb_list, as readers address it.
     std::span<const uint8_t> snapshot() const { return {bytes, kRbListOffset + rb_list_size}; }
 };
+static_assert(RlcConfigView::kMaxListSize == RlcConfigSnapshot::kMaxRbListSize,
+              "a report's copy holds either direction's list whole");
 
 // LTE RLC statistics (0xB087 downlink, 0xB097 uplink): the packet's header
 // bytes and the entries in their own array.

@@ -9,6 +9,7 @@
 //   uint8_t kind = entry.Get(log_layout::RlcConfig::kEntryKind);
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -29,8 +30,9 @@ struct RlcBearerTables {
 
 class RlcConfigView {
   public:
-    static constexpr size_t kHeaderSize = 22;
-    static constexpr size_t kMaxListSize = 210;
+    static constexpr size_t kHeaderSize = log_layout::RlcConfig::kHeaderSize;
+    static constexpr size_t kMaxListSize =
+        std::max(log_layout::RlcConfig::kDlList.area, log_layout::RlcConfig::kUlList.area);
 
     RlcConfigView() = default;
     // Copies the header, rb_count and at most kMaxListSize bytes of rb_list.

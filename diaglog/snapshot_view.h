@@ -15,11 +15,13 @@
 #include <span>
 
 #include "platform/common/byte_layout.h"
+#include "platform/dmux/log_layouts.h"
 
 class SnapshotView {
   public:
-    // The largest snapshot the store keeps (0x4111).
-    static constexpr size_t kMaxSize = 694;
+    // The largest fixed snapshot the store keeps (the store checks that
+    // none is larger).
+    static constexpr size_t kMaxSize = log_layout::MonitoredSet::kSize;
 
     SnapshotView() = default;
     // Copies at most kMaxSize bytes of `bytes`.
@@ -32,7 +34,7 @@ class SnapshotView {
     std::span<const uint8_t> bytes() const { return {bytes_.data(), size_}; }
 
     // False while no packet has been stored: word 0 is zero.
-    bool has_packet() const { return reader().Get(rt::Field<uint16_t>{0}) != 0; }
+    bool has_packet() const { return reader().Get(log_layout::kPacketWord) != 0; }
 
     template <class T>
     std::optional<T> Read(rt::Field<T> field) const {

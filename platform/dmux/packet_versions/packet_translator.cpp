@@ -195,6 +195,8 @@ constexpr Move kRlcDlEntryV3[] = {
     To(114, 4, RlcDlStats::kNumSegmNack),
     To(118, 4, RlcDlStats::kNumTReordExp),
 };
+// 0xB087 subpacket version 3: entries of 262 bytes with 64-bit byte counters.
+constexpr uint8_t kRlcDlSubpacketWideCounters = 3;
 constexpr size_t kRlcDlEntryV3Size = 262;
 // The counters since the last reset, same order as in version 2: pairs of
 // (count, bytes) for eight kinds, then five counts. In version 3 they
@@ -417,7 +419,8 @@ Translation PacketTranslator::Translate(uint16_t code, std::span<const uint8_t> 
         }
         case RlcDlStats::kCode: {
             if (sub_id != RlcDlStats::kSubpacketIdValue ||
-                (sub_version != RlcDlStats::kSubpacketVersionValue && sub_version != 3))
+                (sub_version != RlcDlStats::kSubpacketVersionValue &&
+                 sub_version != kRlcDlSubpacketWideCounters))
                 return drop(DropReason::kUnknownVersion);
             if (!sub_fits || record.size() < RlcDlStats::kHeaderSize)
                 return drop(DropReason::kShort);
