@@ -195,9 +195,11 @@ TEST(TetheringProcessTest, CutLineIsNeverAppliedAndAHungToolDoesNotDelayTheEnd) 
     ASSERT_TRUE(fixture.WriteConfig({"tether_enable::1"}));
     ASSERT_TRUE(Eventually([&] { return ReadFile(dir.file("tools.log")) == "msm_devctrl -f0\n"; }))
         << "the hung tool did not start: " << ReadFile(dir.file("tools.log"));
+    // The tool hangs for 30 s; the daemon ends long before (about a second
+    // on an idle machine, more under sanitizers or load).
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(fixture.Stop(SIGTERM), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr("still running; left running"));
 }
 

@@ -7,7 +7,6 @@
 #include <poll.h>
 
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -15,6 +14,7 @@
 
 #include "platform/pps/pps_client.h"
 #include "testsupport/daemon_fixture.h"
+#include "testsupport/eventually.h"
 #include "testsupport/modemsim_process.h"
 
 namespace {
@@ -49,12 +49,7 @@ class Flood {
     }
     int answers() const { return answers_.load(); }
     bool WaitForAnswers(int count) const {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (answers_.load() < count) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        return true;
+        return rt::test::Eventually([&] { return answers_.load() >= count; });
     }
 
   private:

@@ -9,11 +9,10 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <memory>
-#include <thread>
 
 #include "testsupport/daemon_fixture.h"
+#include "testsupport/eventually.h"
 #include "testsupport/modemsim_process.h"
 
 namespace {
@@ -83,12 +82,8 @@ class LibqmiTools : public testing::Test {
         return all;
     }
     bool ObjectHolds(const char* object, const std::string& needle) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (daemon_->ReadObject(object).find(needle) != std::string::npos) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return false;
+        return rt::test::Eventually(
+            [&] { return daemon_->ReadObject(object).find(needle) != std::string::npos; });
     }
 
     std::unique_ptr<ModemsimProcess> modem_;

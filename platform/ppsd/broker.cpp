@@ -112,6 +112,8 @@ struct Broker::Conn {
     // A client held back while its server's queue is full: not polled, not
     // read, until the server catches up (back-pressure, nothing dropped).
     bool held = false;
+    // A server whose clients were held back once: said in the log once.
+    bool told_slow = false;
     // A client that does not read its replies: closed at the end of the pass,
     // not while a list it is in is being walked.
     bool evicted = false;
@@ -843,7 +845,13 @@ void Broker::Enqueue(Conn* conn, const iovec* iov, int count) {
     conn->queued_bytes += message.size();
     conn->queue.push_back(std::move(message));
     SetWantOut(conn, true);
-    if (conn->role == Conn::Role::Server && QueueFull(*conn, 1)) HoldClients(conn->att, true);
+    if (conn->role == Conn::Role::Server && QueueFull(*conn, 1)) {
+        if (!conn->told_slow)
+            Log("server of " + conn->att->object->path() +
+                " reads slower than its clients write: they wait for it");
+        conn->told_slow = true;
+        HoldClients(conn->att, true);
+    }
 }
 
 void Broker::HoldClients(Attachments* att, bool hold) {

@@ -22,11 +22,13 @@
 
 #include "platform/pps/pps_client.h"
 #include "testsupport/child_process.h"
+#include "testsupport/eventually.h"
 
 namespace {
 
 using rt::test::BinPath;
 using rt::test::ChildProcess;
+using rt::test::Eventually;
 using rt::test::PpsBroker;
 
 constexpr int kWaitMs = 5000;  // a generous bound for things that must happen
@@ -598,8 +600,8 @@ TEST(PpsdQueueCap, SlowDeltaReaderIsResynchronisedWithTheWholeObject) {
         ASSERT_TRUE(Write(writer, "n:n:" + std::to_string(i) + "\n"));
     // The broker has taken every write once a fresh handle sees the last.
     std::string last = "@obj\nn:n:" + std::to_string(kWrites) + "\n";
-    for (int i = 0; i < 500 && ReadWhole("/pps/q/obj") != last; ++i) ::usleep(10000);
-    ASSERT_EQ(ReadWhole("/pps/q/obj"), last);
+    ASSERT_TRUE(Eventually([&] { return ReadWhole("/pps/q/obj") == last; }))
+        << ReadWhole("/pps/q/obj");
 
     std::map<std::string, std::string> state;
     int messages = 0, resyncs = 0;
@@ -642,9 +644,8 @@ TEST(PpsdQueueCap, ReadersThatNeverReadDoNotGrowTheBrokerPastItsBounds) {
     for (int i = 1; i <= kWrites; ++i)
         ASSERT_TRUE(Write(writer, "blob::" + std::to_string(i) + filler + "\n"));
     std::string last = "blob::" + std::to_string(kWrites) + "x";
-    for (int i = 0; i < 1000 && ReadWhole("/pps/q/big").find(last) == std::string::npos; ++i)
-        ::usleep(10000);
-    ASSERT_NE(ReadWhole("/pps/q/big").find(last), std::string::npos);
+    ASSERT_TRUE(
+        Eventually([&] { return ReadWhole("/pps/q/big").find(last) != std::string::npos; }));
 
     // Peak resident size: 100 handles x 1 MiB of queue, plus the object and
     // the broker itself, stays far below what unbounded queues took.
@@ -680,8 +681,7 @@ TEST_F(PpsdTest, BurstThenCloseKeepsEveryWriteWhileOthersChangeTheObject) {
         std::string expected =
             "@obj" + std::to_string(trial) + "\no:n:4\nn:n:" + std::to_string(kBurst) + "\n";
         std::string seen;
-        for (int i = 0; i < 500 && (seen = ReadWhole(path)).find("n:n:") == std::string::npos; ++i)
-            ::usleep(10000);
+        Eventually([&] { return (seen = ReadWhole(path)).find("n:n:") != std::string::npos; });
         EXPECT_NE(seen.find("n:n:" + std::to_string(kBurst) + "\n"), std::string::npos)
             << "trial " << trial << ": " << seen;
         ::close(other);
@@ -703,7 +703,8 @@ TEST(PpsdQueueCap, EveryPipelinedRequestReachesASlowServer) {
             if (!Write(fd, "msg::radiostats\nid::" + std::to_string(i) + "\n")) return 2;
         return 0;
     });
-    ::usleep(200000);  // let the requests pile up before the server reads
+    // The requests pile up until the broker holds the client back.
+    ASSERT_TRUE(broker.process().WaitForStderr("they wait for it")) << broker.process().Stderr();
     int requests = 0, next_id = 0;
     bool in_order = true;
     while (requests < kRequests) {
@@ -768,23 +769,29 @@ TEST(PpsdLimits, AtTheDescriptorLimitTheBrokerWaitsForOneToFree) {
     std::string socket = dir.file("ppsd.sock");
     ChildProcess ppsd(
         {"/bin/sh", "-c", "ulimit -n 24 && exec \"$0\" --socket \"$1\"", BinPath("ppsd"), socket});
-    for (int i = 0; i < 500 && ::access(socket.c_str(), F_OK) != 0; ++i) ::usleep(10000);
-    ASSERT_EQ(::access(socket.c_str(), F_OK), 0) << ppsd.Stderr();
+    ASSERT_TRUE(Eventually([&] { return ::access(socket.c_str(), F_OK) == 0; })) << ppsd.Stderr();
+    ::setenv("PPS_SOCKET", socket.c_str(), 1);
+    int writer = Open("/pps/limit/probe", O_RDWR | O_CREAT);
+    int reader = Open("/pps/limit/probe?delta", O_RDONLY);
+    ASSERT_TRUE(writer >= 0 && reader >= 0) << ppsd.Stderr();
     std::vector<int> idle;
     for (int i = 0; i < 40; ++i) {
         int fd = RawConnect(socket);
         if (fd >= 0) idle.push_back(fd);
     }
     ASSERT_TRUE(ppsd.WaitForStderr("not accepting until a descriptor frees"));
-    ::usleep(300000);  // a broker that spun would log each turn meanwhile
+    // Twenty round trips through the broker: one that spun on the listening
+    // socket would log an accept failure on each of its turns meanwhile.
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(Write(writer, "n:n:" + std::to_string(i) + "\n"));
+        ASSERT_TRUE(ReadMsg(reader).has_value());
+    }
     EXPECT_LE(ppsd.CountInStderr("accept:"), 2) << ppsd.Stderr().substr(0, 2000);
     for (int fd : idle) ::close(fd);
-    ::setenv("PPS_SOCKET", socket.c_str(), 1);
     int fd = -1;
-    for (int i = 0; i < 500 && (fd = Open("/pps/after/limit", O_RDWR | O_CREAT)) < 0; ++i)
-        ::usleep(10000);
-    EXPECT_GE(fd, 0) << std::strerror(errno);
-    ::close(fd);
+    EXPECT_TRUE(Eventually([&] { return (fd = Open("/pps/after/limit", O_RDWR | O_CREAT)) >= 0; }))
+        << std::strerror(errno);
+    for (int handle : {fd, writer, reader}) ::close(handle);
 }
 
 // --- ppsctl -------------------------------------------------------------------------
@@ -872,13 +879,12 @@ TEST_F(PpsdTest, PpsctlWatchPrintsEachDelta) {
     std::vector<std::string> args{BinPath("ppsctl"), "watch", "--count",       "2",
                                   "--timeout",       "10",    "/pps/c/watched"};
     ChildProcess watch(args, {broker_.env()});
-    // Once the watcher is there, the broker counts it among the readers:
-    // wait for it through ls of nothing... simplest: write until it reports.
-    for (int i = 0; i < 500 && watch.Running(); ++i) {
-        ASSERT_TRUE(Write(w, "tick:n:" + std::to_string(i) + "\n"));
-        if (watch.Stdout().find("tick") != std::string::npos) break;
-        ::usleep(10000);
-    }
+    // The watcher's start is not visible from here: write until it reports.
+    int tick = 0;
+    EXPECT_TRUE(Eventually([&] {
+        return !Write(w, "tick:n:" + std::to_string(tick++) + "\n") || !watch.Running() ||
+               watch.Stdout().find("tick") != std::string::npos;
+    }));
     ASSERT_TRUE(Write(w, "-tick\n"));
     EXPECT_EQ(watch.Wait(10000), 0);
     std::string out = watch.Stdout();
