@@ -226,25 +226,17 @@ document.getElementById("f").submit();
                                    for r in ("radionwinfo", "radiostats", "umtsopinfo",
                                              "hspaopinfo", "tchtxpwr", "bearer")),
                        "every UMTS report on the page")
-        # A name may show twice only where two status objects both hold it
-        # (the daemon writes its PDN attributes, apn1_..., in status_utra and
-        # status_eutra alike): then they are two values, not a repetition.
+        # Names that two status objects both hold (the PDN attributes,
+        # apn1_..., in status_utra and status_eutra) show once, in their own
+        # panel.
         shown = script("return window.fieldtestScreen.panelAttributes()")
-        held = script("const held = {};"
-                      "for (const r of Object.values(window.fieldtestScreen.reports))"
-                      "  held['object-' + r.object] = Object.keys(r.values || {});"
-                      "return held;")
-        seen, shared = {}, set()
+        seen = {}
         for panel_id, names in shown.items():
-            assert len(names) == len(set(names)), f"a name twice in {panel_id}: {names}"
             for name in names:
-                if name in seen:
-                    both = name in held.get(seen[name], []) and name in held.get(panel_id, [])
-                    assert both, f"{name} shows in {seen[name]} and {panel_id}"
-                    shared.add(name)
+                assert name not in seen, f"{name} shows in {seen[name]} and {panel_id}"
                 seen[name] = panel_id
         assert "scell_rscp" in seen and "lte_pci" in seen, shown
-        print(f"names held by two status objects: {sorted(shared)}")
+        assert seen.get("apn1_name") == "object-shared", shown
 
         # The track, from gpsd, coloured by RSRP, and the fix in the header.
         if stack.gpsfake:

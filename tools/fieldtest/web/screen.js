@@ -47,6 +47,12 @@ const devices = {};
 let picked = null;  // the device whose panels, plots and settings are shown
 const panels = {};  // status object -> panel element
 const fillers = {};  // status object -> the reports that fill it
+// Names that more than one status object holds (the daemon writes its PDN
+// attributes into the UMTS and the LTE object alike) are shown once, in a
+// panel of their own, with the latest value and where it came from.
+const namesOf = {};  // status object -> Set of the names its reports show
+const sharedNames = new Set();
+const latestOf = {};  // status object -> its latest report
 let settingControls = {};  // setting -> {input, current}
 
 // What the browser test and a curious user can look at.
@@ -220,6 +226,7 @@ function pickDevice(name) {
     chart.update('none');
   }
   const device = devices[name];
+  for (const object of Object.keys(latestOf)) delete latestOf[object];
   for (const report of Object.values(device.latest)) renderReport(report);
   showConfig(device.config);
 }
@@ -277,8 +284,74 @@ function plotFleet(report) {
   }
 }
 
+function itemNames(item) {
+  return item.type === 'value' ? [item.name] : (item.attributes || [item.name]);
+}
+
+// Notes the names the report shows; those another object holds too become
+// shared, and the other objects' panels are drawn again without them.
+function noteNames(report) {
+  if (report.error || !report.items) return;
+  const mine = namesOf[report.object] = namesOf[report.object] || new Set();
+  const grown = [];
+  for (const name of report.items.flatMap(itemNames)) {
+    mine.add(name);
+    if (sharedNames.has(name)) continue;
+    if (Object.entries(namesOf).some(([o, names]) => o !== report.object && names.has(name))) {
+      sharedNames.add(name);
+      grown.push(name);
+    }
+  }
+  if (!grown.length) return;
+  for (const [object, latest] of Object.entries(latestOf))
+    if (object !== report.object) renderPanel(latest);
+}
+
+function isShared(item) { return itemNames(item).some((n) => sharedNames.has(n)); }
+
+// The shared names, once, as the latest report that holds them wrote them.
+function renderShared(report) {
+  const items = report.items.filter(isShared);
+  if (!items.length) return;
+  if (!panels.shared) {
+    panels.shared = el('article', {class: 'panel', id: 'object-shared'});
+    document.getElementById('report-grid').append(panels.shared);
+  }
+  const time = new Date(report.time).toLocaleTimeString();
+  panels.shared.replaceChildren(el('h3', {}, 'in several objects',
+      el('small', {}, `latest from ${report.object} · ${report.report} · ${time}`)),
+      ...renderItems(report, items));
+}
+
+function renderItems(report, items) {
+  const children = [];
+  let singles = null;
+  for (const item of items) {
+    if (item.type === 'value') {
+      if (!singles) {
+        singles = el('table', {});
+        children.push(singles);
+      }
+      singles.append(el('tr', {}, el('th', {'data-attribute': item.name}, item.name),
+          valueCell(report.values[item.name], false)));
+    } else {
+      singles = null;
+      children.push(...renderTable(item));
+    }
+  }
+  return children;
+}
+
 function renderReport(report) {
   window.fieldtestScreen.reports[report.report] = report;
+  latestOf[report.object] = report;
+  noteNames(report);
+  renderPanel(report);
+  plotReport(report);
+  trackReport(report);
+}
+
+function renderPanel(report) {
   const panel = panelFor(report.object, report.report);
   const time = new Date(report.time).toLocaleTimeString();
   const children = [el('h3', {}, report.object, el('small', {}, `${report.report} · ${time}`)),
@@ -288,24 +361,10 @@ function renderReport(report) {
   } else if (report.object === 'dm_stats') {
     children.push(...renderStats(report));
   } else {
-    let singles = null;
-    for (const item of report.items) {
-      if (item.type === 'value') {
-        if (!singles) {
-          singles = el('table', {});
-          children.push(singles);
-        }
-        singles.append(el('tr', {}, el('th', {'data-attribute': item.name}, item.name),
-            valueCell(report.values[item.name], false)));
-      } else {
-        singles = null;
-        children.push(...renderTable(item));
-      }
-    }
+    children.push(...renderItems(report, report.items.filter((item) => !isShared(item))));
+    renderShared(report);
   }
   panel.replaceChildren(...children);
-  plotReport(report);
-  trackReport(report);
 }
 
 // ---- the track ----
