@@ -9,7 +9,7 @@
 //   fieldtest record [--interval SEC] DIR           every report's values to CSV in DIR
 //   fieldtest publish --mqtt HOST[:PORT] --device NAME [--interval SEC] [--reports A,B]
 //                     [--accept-settings]          the reports on an MQTT broker
-//   (serve and record take --gpsd HOST[:PORT]: each sample's position from gpsd,
+//   (serve and record take --gpsd [HOST[:PORT]]: each sample's position from gpsd,
 //    and --mqtt HOST[:PORT]: every device's samples from that broker; --mqtt
 //    goes with --tls-ca FILE, --username NAME, --password-file FILE)
 //
@@ -285,8 +285,8 @@ void Usage(FILE* out) {
                  "       fieldtest watch [--json] [--interval SEC] [--count N] [REPORT... | all]\n"
                  "       fieldtest set NAME=VALUE...\n"
                  "       fieldtest serve [--listen ADDR:PORT] [--interval SEC] [--record DIR]\n"
-                 "                       [--gpsd HOST[:PORT]]\n"
-                 "       fieldtest record [--interval SEC] [--gpsd HOST[:PORT]] DIR\n"
+                 "                       [--gpsd [HOST[:PORT]]]\n"
+                 "       fieldtest record [--interval SEC] [--gpsd [HOST[:PORT]]] DIR\n"
                  "       fieldtest publish --mqtt HOST[:PORT] --device NAME [--interval SEC]\n"
                  "                         [--reports REPORT,...] [--accept-settings]\n"
                  "\n"
@@ -312,8 +312,8 @@ void Usage(FILE* out) {
                  "  --count N       watch: number of rounds (default: until interrupted)\n"
                  "  --listen A:P    serve: the address to serve on (default 127.0.0.1:8080)\n"
                  "  --record DIR    serve: record every sample to CSV files in DIR\n"
-                 "  --gpsd HOST[:PORT]  serve, record: each sample's position from gpsd\n"
-                 "                  (port 2947 when not given; e.g. --gpsd localhost)\n"
+                 "  --gpsd [HOST[:PORT]]  serve, record: each sample's position from gpsd\n"
+                 "                  (localhost and port 2947 when not given)\n"
                  "  --mqtt HOST[:PORT]  publish: the broker to publish to; serve, record:\n"
                  "                  every device's samples from it instead of the local\n"
                  "                  daemon (port 1883 when not given)\n"
@@ -354,7 +354,7 @@ int main(int argc, char** argv) {
         {"count", required_argument, nullptr, 'c'},
         {"listen", required_argument, nullptr, 'l'},
         {"record", required_argument, nullptr, 'r'},
-        {"gpsd", required_argument, nullptr, 'g'},
+        {"gpsd", optional_argument, nullptr, 'g'},
         {"mqtt", required_argument, nullptr, 'm'},
         {"device", required_argument, nullptr, 'd'},
         {"reports", required_argument, nullptr, 'R'},
@@ -387,7 +387,16 @@ int main(int argc, char** argv) {
                 record_dir = optarg;
                 break;
             case 'g':
-                gpsd = optarg;
+                // A bare --gpsd asks the local gpsd. The address may follow
+                // as the next word, except for record's final DIR.
+                if (optarg != nullptr) {
+                    gpsd = optarg;
+                } else if (optind < argc && argv[optind][0] != '-' &&
+                           !(verb == "record" && optind == argc - 1)) {
+                    gpsd = argv[optind++];
+                } else {
+                    gpsd = "localhost";
+                }
                 break;
             case 'm':
                 mqtt = optarg;
