@@ -1,14 +1,16 @@
-// Records 1,000,000 samples through the screen's disk recording, as a drive
+// Records 1,000,000 samples as `fieldtest serve --record` takes them, into
+// the disk recording and the screen's bounded recent values, as a drive
 // test of many hours would, and prints the process's resident memory as it
-// goes: it must stay flat (the rows are on disk, not held). Small files
-// make it open a new one every few seconds, and the rows are counted back
-// from the files.
+// goes: once the recent values are full it must stay flat (the rows are on
+// disk, not held). Small files make it open a new one every few seconds,
+// and the rows are counted back from the files.
 //   recording_memory [DIR]   (default: a fresh folder under /tmp, removed)
 #include <fstream>
 #include <string>
 
 #include "testsupport/child_process.h"
 #include "tools/fieldtest/disk_recording.h"
+#include "tools/fieldtest/recording.h"
 
 namespace {
 
@@ -27,6 +29,8 @@ int main(int argc, char** argv) {
     rt::test::TempDir scratch;
     std::string dir = argc > 1 ? argv[1] : scratch.file("recordings");
     fieldtest::DiskRecording recording(dir, kFileBytes);
+    fieldtest::Recording recent;
+    static_assert(fieldtest::Recording::kMaxRows < 100'000, "full before memory is first read");
     std::string error;
     if (!recording.Start(&error)) {
         std::fprintf(stderr, "recording_memory: %s\n", error.c_str());
@@ -39,6 +43,7 @@ int main(int argc, char** argv) {
         for (long i = 0; i < kPerReport; ++i)
             values["value" + std::to_string(i)] = -90.5 - static_cast<double>((sample + i) % 40);
         recording.Add(1718000000000 + sample, "modem0", "lteopinfo", values, position);
+        recent.Add(1718000000000 + sample, "lteopinfo", values);
         if (sample % 100'000 == 0) {
             long kb = ResidentKb();
             if (sample == 100'000) start_kb = kb;

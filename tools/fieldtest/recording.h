@@ -1,6 +1,8 @@
-// The web screen's recording: every value it has taken from a report, as a
-// drive-test log downloadable as CSV (time, report, attribute, value).
-// Bounded: past kMaxRows the oldest samples go.
+// The web screen's recent values: the last kMaxRows values it has taken
+// from reports, downloadable as CSV (time, report, attribute, value) with
+// or without a recording on disk. The drive-test log is the disk
+// recording (disk_recording.h); this stays small, past kMaxRows the oldest
+// go, so a server that runs for hours holds no more than minutes' worth.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +15,7 @@ namespace fieldtest {
 
 class Recording {
   public:
-    static constexpr size_t kMaxRows = 500000;
+    static constexpr size_t kMaxRows = 50000;  // about 100 s of the demo's samples
 
     // The report's single values (null and structured ones are not samples)
     // taken at `unix_ms`.
