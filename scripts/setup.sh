@@ -12,10 +12,11 @@ shift || true
 # libcpp-httplib-dev, libjs-chart.js and libjs-leaflet: fieldtest serve's HTTP
 # server, plots and track; gpsd and gpsd-clients (gpsfake): the demo's position;
 # libmosquitto-dev: fieldtest publish and serve --mqtt; mosquitto: the demo's
-# MQTT broker.
+# MQTT broker; libqmi-utils: qmi-proxy, for QMI_DEVICE=qmi-proxy:... next to
+# ModemManager, and qmicli, which the tests check modemsim and the daemon with.
 packages=(g++ cmake ninja-build pkg-config clang-format libgtest-dev libgmock-dev libbenchmark-dev
     nlohmann-json3-dev libcpp-httplib-dev libjs-chart.js libjs-leaflet gpsd gpsd-clients
-    libmosquitto-dev mosquitto)
+    libmosquitto-dev mosquitto libqmi-utils)
 
 "$root/scripts/install_packages.sh" setup "${packages[@]}"
 
