@@ -88,4 +88,19 @@ TEST(LteOpInfoProcess, DeadOmadmServiceCostsOneWait) {
     EXPECT_EQ(daemon.daemon().CountInStderr("answers; node"), 39);
 }
 
+// A termination signal while the daemon waits for an OMA-DM answer ends the
+// wait at once: the daemon stops cleanly and never reports the wait as
+// timed out.
+TEST(LteOpInfoProcess, TerminationEndsAnOmadmWait) {
+    DaemonOptions options;
+    options.create_omadm_control = true;
+    options.devsim_scenario = R"({"omadm": {"delay_ms": 600000}})";
+    DaemonFixture daemon(options);
+    ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
+    daemon.Request("lteopinfo", "1", std::nullopt, 1);  // not waited for
+    ASSERT_TRUE(daemon.devsim().WaitForStderr("get_leaf_node")) << daemon.devsim().Stderr();
+    EXPECT_EQ(daemon.Stop(SIGTERM), 0) << daemon.daemon().Stderr();
+    EXPECT_EQ(daemon.daemon().CountInStderr("no answer for node"), 0) << daemon.daemon().Stderr();
+}
+
 }  // namespace
