@@ -30,6 +30,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kReconnectIntervalMs = 100;
 constexpr unsigned kCtlTimeoutMs = 2000;
+// A release is done whatever the modem answers; a silent modem must not
+// hold up a daemon that is on its way out.
+constexpr unsigned kCtlReleaseTimeoutMs = 300;
 constexpr size_t kReadChunk = 4096;
 
 // Signals let in while a synchronous call waits: bit n-1 for signal n.
@@ -116,7 +119,7 @@ class Library {
     int Exchange(qmux::Message request, std::vector<uint8_t>* response_tlvs,
                  unsigned int timeout_ms);
     int CtlExchange(uint16_t message_id, std::vector<uint8_t> tlvs,
-                    std::vector<uint8_t>* response_tlvs);
+                    std::vector<uint8_t>* response_tlvs, unsigned timeout_ms = kCtlTimeoutMs);
 
     const qmux::Endpoint endpoint_;
     const std::string device_;
@@ -315,7 +318,7 @@ int Library::Exchange(qmux::Message request, std::vector<uint8_t>* response_tlvs
 }
 
 int Library::CtlExchange(uint16_t message_id, std::vector<uint8_t> tlvs,
-                         std::vector<uint8_t>* response_tlvs) {
+                         std::vector<uint8_t>* response_tlvs, unsigned timeout_ms) {
     qmux::Message request;
     request.service = qmux::kCtlService;
     request.flags = qmux::kCtlRequest;
@@ -326,7 +329,7 @@ int Library::CtlExchange(uint16_t message_id, std::vector<uint8_t> tlvs,
         if (next_ctl_transaction_ == 0) next_ctl_transaction_ = 1;
         request.transaction = next_ctl_transaction_++;
     }
-    return Exchange(std::move(request), response_tlvs, kCtlTimeoutMs);
+    return Exchange(std::move(request), response_tlvs, timeout_ms);
 }
 
 int Library::GetServiceList(qmi_idl_service_object_type service_obj, qmi_service_info* info,
@@ -439,7 +442,7 @@ int Library::Release(qmi_client_type client) {
     // The handle is gone whatever the modem answers (or if it does not):
     // failing here would leave the caller holding a handle that no longer
     // exists. A modem that cannot be told has lost the id with its transport.
-    CtlExchange(qmux::kCtlReleaseClientId, std::move(request), &response);
+    CtlExchange(qmux::kCtlReleaseClientId, std::move(request), &response, kCtlReleaseTimeoutMs);
     return QMI_CLIENT_NO_ERR;
 }
 
