@@ -62,4 +62,58 @@ TEST(CaptureReplay, CodeEnabledAfterThePassStillGetsItsPackets) {
     EXPECT_EQ(delivered.packets[4].second.back(), 11);
 }
 
+// A mask changed during a pass applies from the next packet on, as with a
+// modem: here it changes inside the delivery of the first packet, so no
+// timing is involved. Switching a code off stops its later packets;
+// switching one on delivers its next packet in place, once.
+TEST(CaptureReplay, MaskChangedDuringThePassAppliesFromTheNextPacket) {
+    struct Case {
+        std::vector<uint8_t> change;
+        std::vector<uint32_t> expected;
+    };
+    const Case cases[] = {
+        {MaskRequest(4, 0x4000), {0x4125}},
+        {MaskRequest(7, 0x713A), {0x4125, 0x713A, 0x4125, 0x713A, 0x4125}},
+    };
+    for (const Case& c : cases) {
+        rt::test::TempDir dir;
+        rt::test::DiagCaptureBuilder capture;
+        capture.Log(0x4125, {1})
+            .Log(0x713A, {10})
+            .Log(0x4125, {2})
+            .Log(0x713A, {11})
+            .Log(0x4125, {3});
+        std::string path = dir.file("during.qmdl");
+        ASSERT_TRUE(capture.WriteTo(path));
+        ::setenv("DIAG_DEVICE", ("file:" + path).c_str(), 1);
+
+        struct Changer {
+            DeliveredPackets delivered;
+            const std::vector<uint8_t>* change;
+        } changer{{}, &c.change};
+        auto collect = [](void* user_data, uint32_t code, const uint8_t* record, uint32_t length) {
+            auto* self = static_cast<Changer*>(user_data);
+            DeliveredPackets::Collect(&self->delivered, code, record, length);
+            if (self->delivered.count() != 1) return;
+            uint32_t status = 0;
+            kora_dmc_set_log_config(KORA_DMC_CLIENT_ID, KORA_DMC_OP_SET_LOG_MASK,
+                                    self->change->data(), KORA_DMC_LOG_CONFIG_SIZE, &status);
+        };
+        uint32_t client = KORA_DMC_CLIENT_ID, connection = 0, registration = 0, status = 0;
+        ASSERT_EQ(kora_dmc_con_init(1, &connection, &client), 0);
+        ASSERT_EQ(kora_dmc_log_init(client, collect, &registration, &changer), 0);
+        // Only 0x4125 is on when the pass begins (one request, so no race).
+        auto first = MaskRequest(4, 0x4125);
+        ASSERT_EQ(kora_dmc_set_log_config(client, KORA_DMC_OP_SET_LOG_MASK, first.data(),
+                                          KORA_DMC_LOG_CONFIG_SIZE, &status),
+                  0);
+        ASSERT_TRUE(rt::test::Eventually([] {
+            kora_dmc_stats stats{};
+            return kora_dmc_get_stats(&stats) == 0 && stats.replay_passes == 1;
+        }));
+        kora_dmc_con_release(&client);
+        EXPECT_EQ(changer.delivered.codes(), c.expected);
+    }
+}
+
 }  // namespace
