@@ -8,10 +8,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <set>
 #include <span>
@@ -582,6 +584,30 @@ TEST(LteWorldProcess, TheDaemonShowsTheWorldThroughTheTranslator) {
         for (const auto& [version, count] : counts.items())
             EXPECT_EQ(count.value("dropped", 1), 0) << code << " " << version;
     }
+
+    // `fieldtest dmstats` shows the same counts as a table: each row's
+    // numbers under the header's names.
+    rt::test::ChildProcess dmstats({rt::test::BinPath("fieldtest"), "dmstats"},
+                                   {daemon.broker().env()});
+    ASSERT_EQ(dmstats.Wait(), 0) << dmstats.Stderr();
+    std::istringstream out(dmstats.Stdout());
+    std::vector<std::string> header;
+    std::map<std::string, std::vector<std::string>> rows;  // "B0C2 v3" -> its cells
+    for (std::string line; std::getline(out, line);) {
+        std::istringstream words(line);
+        std::vector<std::string> cells{std::istream_iterator<std::string>(words), {}};
+        if (cells.size() > 2 && cells[0] == "code" && cells[1] == "version")
+            header.assign(cells.begin() + 2, cells.end());
+        else if (!header.empty() && cells.size() == header.size() + 2)
+            rows[cells[0] + " " + cells[1]].assign(cells.begin() + 2, cells.end());
+    }
+    auto cell = [&](const std::string& row, const char* name) {
+        size_t at = std::find(header.begin(), header.end(), name) - header.begin();
+        return at < rows[row].size() ? rows[row][at] : "missing";
+    };
+    EXPECT_NE(cell("B0C2 v3", "translated"), "0") << dmstats.Stdout();
+    EXPECT_NE(cell("B0C2 v3", "translated"), "missing") << dmstats.Stdout();
+    EXPECT_EQ(cell("B0C2 v3", "as_is"), "0") << dmstats.Stdout();
 }
 
 }  // namespace
