@@ -212,6 +212,23 @@ document.getElementById("f").submit();
         assert "lte_pci" in panel and "87" in panel, panel
         assert "No data available!" not in panel, "absent values must not show as text"
 
+        # dm_stats' counts per code and version as a table: modemsim writes
+        # 0xB0C2 as today's modems do, so its row counts translations.
+        translated_b0c2 = (
+            "const panel = document.getElementById('object-dm_stats');"
+            "if (!panel) return null;"
+            "for (const table of panel.querySelectorAll('table')) {"
+            "  const head = [...table.rows[0].cells].map((c) => c.innerText.trim());"
+            "  const col = head.indexOf('translated');"
+            "  for (const row of [...table.rows].slice(1)) {"
+            "    const cells = [...row.cells].map((c) => c.innerText.trim());"
+            "    if (col >= 0 && cells[0] === 'B0C2' && cells[1] === 'v3') return Number(cells[col]);"
+            "  }"
+            "}"
+            "return null;")
+        stack.wait_for(lambda: (script(translated_b0c2) or 0) > 0,
+                       "0xB0C2 v3 translated in the dm_stats table")
+
         # A plot with points that keep coming.
         stack.wait_for(lambda: script("return window.fieldtestScreen.pointCount('lte')") >= 3,
                        "points in the LTE plot")
