@@ -107,7 +107,7 @@ printf '\x10\x00\x10\x00\x10\x00\x10\x00\x25\x41\x00\x00\x00\x00\x00\x00\x00\x00
 printf '\x73\x00\x00\x00\x03\x00\x00\x00\x00\x00\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00' \
     >"$seeds/diag_packet_fuzz/log_config"
 mkdir -p "$seeds/qmux_codec_fuzz" "$seeds/misc_info_fuzz" "$seeds/pps_server_fuzz" "$seeds/pps_decoder_fuzz" \
-    "$seeds/lte_world_fuzz"
+    "$seeds/world_fuzz"
 # A QMUX response of service 0xE3 with a result TLV.
 printf '\x01\x13\x00\x80\xe3\x01\x02\x01\x00\x01\x00\x07\x00\x02\x04\x00\x00\x00\x00\x00' \
     >"$seeds/qmux_codec_fuzz/response"
@@ -117,13 +117,17 @@ printf '+@control.5.n0.p42.u0.g0\n' >"$seeds/pps_server_fuzz/connect"
 printf '@control.5\nmsg::radiostats\nid::17\ndat:json:{"a":1}\n' >"$seeds/pps_server_fuzz/request"
 printf '@config\nmsg::x\nn:n:5\nb:b:true\nj:json:{"a":[1,2,{"b":null}]}\n' \
     >"$seeds/pps_decoder_fuzz/object"
-# modemsim's LTE world: scenario sections as a tester writes them.
-printf '{"cells":[{"pci":501,"cell_id":4000000001,"rsrp":1000,"rsrq":160}],"rssi":-10}' \
-    >"$seeds/lte_world_fuzz/cells"
-printf '{"rlc":{"released":2,"bearers":[{"cfg_idx":9,"kind":"srb","mode":"UM","dl_rate":10}]}}' \
-    >"$seeds/lte_world_fuzz/rlc"
-printf '{"geran":[{"cells":[{"bsic":1,"rssi":-500,"present":0}]}],"wcdma":{"rscp":[-80,-81]}}' \
-    >"$seeds/lte_world_fuzz/neighbours"
+# modemsim's worlds: scenarios as a tester writes them.
+printf '{"lte":{"cells":[{"pci":501,"cell_id":4000000001,"rsrp":1000,"rsrq":160}],"rssi":-10}}' \
+    >"$seeds/world_fuzz/cells"
+printf '{"lte":{"rlc":{"released":2,"bearers":[{"cfg_idx":9,"kind":"srb","mode":"UM","dl_rate":10}]}}}' \
+    >"$seeds/world_fuzz/rlc"
+printf '{"lte":{"geran":[{"cells":[{"bsic":1,"rssi":-500,"present":0}]}],"wcdma":{"rscp":[-80,-81]}}}' \
+    >"$seeds/world_fuzz/neighbours"
+printf '{"wcdma":{"active_set_size":3,"cells":[{"psc":1,"cell_id":7,"ecio":10,"rscp":950}],"inter_freq":[{"uarfcn":10563,"cells":[{"psc":17}]}],"gsm":[{"arfcn":128,"bsic":7,"rssi":-900}]}}' \
+    >"$seeds/world_fuzz/wcdma_cells"
+printf '{"wcdma":{"hspa":{"cqi_type":"DCHSPA","cqi":30},"dch":{"transport_channels":[{"id":1,"bler":5}]},"bearers":{"rab_period_ms":10,"rabs":[{"rab_id":5,"qos":{"traffic_class":3}}]}}}' \
+    >"$seeds/world_fuzz/wcdma_connection"
 
 # The PDN and APN readers: devsim's connection status, interface object and
 # OMA-DM answer, each after the byte that picks its decoder.
