@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -36,8 +37,15 @@ bool MosquittoProcess::Installed() {
 MosquittoProcess::MosquittoProcess() : port_(FreeLoopbackPort()) {
     if (!Installed()) return;
     std::string config = dir_.file("mosquitto.conf");
-    std::ofstream(config) << "listener " << port_ << " 127.0.0.1\n"
-                          << "allow_anonymous true\npersistence false\nlog_dest stderr\n";
+    std::ofstream out(config);
+    out << "listener " << port_ << " 127.0.0.1\n"
+        << "allow_anonymous true\nlog_dest stderr\n"
+        << "persistence true\npersistence_location " << dir_.file("") << "\n";
+    // Started by root, mosquitto would become its own user, who cannot
+    // write its database into our folder; it stays who we are.
+    if (const passwd* user = ::getpwuid(::geteuid()); ::geteuid() == 0 && user != nullptr)
+        out << "user " << user->pw_name << "\n";
+    out.close();
     ready_ = Start();
 }
 

@@ -1,6 +1,8 @@
 // A real MQTT broker for a test: Debian's mosquitto on a free port of the
-// loopback, with a configuration of its own (no persistence, anonymous
-// clients), logging to its standard error.
+// loopback, with a configuration of its own (anonymous clients, its
+// database in a folder of its own, so that a restart keeps the retained
+// messages, the persistent sessions and what is queued for them), logging
+// to its standard error.
 //
 //   rt::test::MosquittoProcess broker;
 //   if (!rt::test::MosquittoProcess::Installed()) GTEST_SKIP() << ...;
@@ -34,8 +36,9 @@ class MosquittoProcess {
     // first message on `topic` (retained ones included), "" when none
     // comes in `timeout_s`.
     std::string FirstMessage(const std::string& topic, int timeout_s = 5);
-    // Stops the broker (SIGTERM) and starts it again on the same port, as a
-    // broker that restarts; true once it runs again.
+    // Stops the broker (SIGTERM: it saves its database) and starts it
+    // again on the same port, as a broker that restarts; true once it runs
+    // again.
     bool Restart();
     // Publishes `payload` on `topic` with mosquitto_pub; true once sent.
     bool Send(const std::string& topic, const std::string& payload);
