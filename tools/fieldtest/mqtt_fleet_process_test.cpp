@@ -134,10 +134,11 @@ TEST(MqttFleetProcess, TwoDevicesOnOneBrokerAndOneScreen) {
     // Numbered samples: 2 and 3 skipped, 2 heard late, 4 again (a copy),
     // then a restarted publisher counting from 1: one sample missed.
     for (auto [run, seq] : {std::pair{7, 1}, {7, 4}, {7, 2}, {7, 4}, {8, 1}})
-        ASSERT_TRUE(broker.Send("radio_tavora/car-x/radiostats",
-                                nlohmann::json{{"time", 1}, {"values", nlohmann::json::object()},
-                                               {"run", run}, {"seq", seq}}
-                                    .dump()));
+        ASSERT_TRUE(broker.Send(
+            "radio_tavora/car-x/radiostats",
+            nlohmann::json{
+                {"time", 1}, {"values", nlohmann::json::object()}, {"run", run}, {"seq", seq}}
+                .dump()));
     EXPECT_TRUE(Eventually([&] {
         auto d = device_json("car-x");
         return d.value("seq", 0) == 1 && d.value("missed", -1) == 1;

@@ -37,7 +37,7 @@ struct MqttOptions {
     std::string tls_ca;     // a CA file: TLS, the broker's certificate checked against it
     std::string username;
     std::string password;
-    int keepalive_s = 10;   // libmosquitto takes 5 to 65535
+    int keepalive_s = 10;  // libmosquitto takes 5 to 65535
     bool clean_session = true;
     // QoS 1 messages not yet acknowledged by the broker that are kept at
     // most: a publisher out of coverage for hours holds a bounded memory.
