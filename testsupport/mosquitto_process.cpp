@@ -34,7 +34,7 @@ bool MosquittoProcess::Installed() {
            ::access("/usr/bin/mosquitto_pub", X_OK) == 0;
 }
 
-MosquittoProcess::MosquittoProcess() : port_(FreeLoopbackPort()) {
+MosquittoProcess::MosquittoProcess(bool start) : port_(FreeLoopbackPort()) {
     if (!Installed()) return;
     std::string config = dir_.file("mosquitto.conf");
     std::ofstream out(config);
@@ -46,20 +46,20 @@ MosquittoProcess::MosquittoProcess() : port_(FreeLoopbackPort()) {
     if (const passwd* user = ::getpwuid(::geteuid()); ::geteuid() == 0 && user != nullptr)
         out << "user " << user->pw_name << "\n";
     out.close();
-    ready_ = Start();
+    if (start) Start();
 }
 
 bool MosquittoProcess::Start() {
     process_ = std::make_unique<ChildProcess>(
         std::vector<std::string>{kBroker, "-c", dir_.file("mosquitto.conf")});
-    return process_->WaitForStderr(" running");
+    ready_ = process_->WaitForStderr(" running");
+    return ready_;
 }
 
 bool MosquittoProcess::Restart() {
     process_->Signal(SIGTERM);
     process_->Wait();
-    ready_ = Start();
-    return ready_;
+    return Start();
 }
 
 std::string MosquittoProcess::FirstMessage(const std::string& topic, int timeout_s) {

@@ -27,7 +27,9 @@ class MosquittoProcess {
     static constexpr const char* kBroker = "/usr/sbin/mosquitto";
     static bool Installed();
 
-    MosquittoProcess();
+    // Started now, or with `start` false only once Start is called (for
+    // clients that come before their broker).
+    explicit MosquittoProcess(bool start = true);
     bool ready() const { return ready_; }
     int port() const { return port_; }
     std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
@@ -42,10 +44,10 @@ class MosquittoProcess {
     bool Restart();
     // Publishes `payload` on `topic` with mosquitto_pub; true once sent.
     bool Send(const std::string& topic, const std::string& payload);
-
-  private:
+    // Starts the broker; true once it runs.
     bool Start();
 
+  private:
     TempDir dir_;
     int port_;
     std::unique_ptr<ChildProcess> process_;

@@ -1,11 +1,12 @@
 // Two devices on one real mosquitto: two stacks of ppsd, modemsim and
 // radio_tavora, each with `fieldtest publish`, and one `fieldtest serve
-// --mqtt` recording both. Their samples arrive with their names, a setting
-// reaches only the device it names, and only when its publisher accepts
-// settings; numbered samples that skip some are counted as missed; a
-// broker restarted while the screen is away loses none of the samples
-// published meanwhile; a hung publisher is "offline" within its keep-alive,
-// to a subscriber that comes afterwards too.
+// --mqtt` recording both. The publishers reach a broker that starts after
+// them; their samples arrive with their names; a setting reaches only the
+// device it names, and only when its publisher accepts settings; numbered
+// samples that skip some are counted as missed; a broker restarted while
+// the screen is away loses none of the samples published meanwhile; a hung
+// publisher is "offline" within its keep-alive, to a subscriber that comes
+// afterwards too.
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
@@ -73,14 +74,15 @@ TEST(MqttFleetProcess, TwoDevicesOnOneBrokerAndOneScreen) {
     if (!rt::test::MosquittoProcess::Installed())
         GTEST_SKIP() << "mosquitto and mosquitto-clients are not installed (scripts/test.sh "
                         "installs them)";
-    rt::test::MosquittoProcess broker;
-    ASSERT_TRUE(broker.ready()) << broker.process().Stderr();
+    // The publishers start before the broker, and reach it once it runs.
+    rt::test::MosquittoProcess broker(false);
     constexpr int kKeepalive = 5;  // libmosquitto's least
     Device a("car-a", R"({"lte": {"period_ms": 200}})", broker.address(), "--keepalive",
              std::to_string(kKeepalive));
     Device b("car-b", R"({"lte": {"period_ms": 200, "drift": {"rsrp": 0}}})", broker.address(),
              "--accept-settings");
     ASSERT_TRUE(a.publisher && b.publisher) << a.world.Errors() << b.world.Errors();
+    ASSERT_TRUE(broker.Start()) << broker.process().Stderr();
 
     rt::test::TempDir dir;
     int port = rt::test::FreeLoopbackPort();

@@ -92,19 +92,21 @@ bool MqttLink::Start(std::string* error) {
         *error = std::string("MQTT: ") + mosquitto_strerror(rc);
         return false;
     }
-    // A broker away now is reached by the thread's reconnects.
-    rc = mosquitto_connect_async(client_, options_.host.c_str(), options_.port,
-                                 options_.keepalive_s);
-    if (rc != MOSQ_ERR_SUCCESS && rc != MOSQ_ERR_ERRNO) {
-        *error = "MQTT: cannot connect to " + options_.host + ": " + mosquitto_strerror(rc);
-        return false;
-    }
+    // The network thread first: a broker away now is reached by its
+    // reconnects. (libmosquitto 2.0 never retries a first attempt that
+    // failed before its thread ran.)
     rc = mosquitto_loop_start(client_);
     if (rc != MOSQ_ERR_SUCCESS) {
         *error = std::string("MQTT: ") + mosquitto_strerror(rc);
         return false;
     }
     started_ = true;
+    rc = mosquitto_connect_async(client_, options_.host.c_str(), options_.port,
+                                 options_.keepalive_s);
+    if (rc != MOSQ_ERR_SUCCESS && rc != MOSQ_ERR_ERRNO) {
+        *error = "MQTT: cannot connect to " + options_.host + ": " + mosquitto_strerror(rc);
+        return false;
+    }
     return true;
 }
 
