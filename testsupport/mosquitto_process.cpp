@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -33,25 +34,32 @@ bool MosquittoProcess::Installed() {
            ::access("/usr/bin/mosquitto_pub", X_OK) == 0;
 }
 
-MosquittoProcess::MosquittoProcess() : port_(FreeLoopbackPort()) {
+MosquittoProcess::MosquittoProcess(bool start) : port_(FreeLoopbackPort()) {
     if (!Installed()) return;
     std::string config = dir_.file("mosquitto.conf");
-    std::ofstream(config) << "listener " << port_ << " 127.0.0.1\n"
-                          << "allow_anonymous true\npersistence false\nlog_dest stderr\n";
-    ready_ = Start();
+    std::ofstream out(config);
+    out << "listener " << port_ << " 127.0.0.1\n"
+        << "allow_anonymous true\nlog_dest stderr\n"
+        << "persistence true\npersistence_location " << dir_.file("") << "\n";
+    // Started by root, mosquitto would become its own user, who cannot
+    // write its database into our folder; it stays who we are.
+    if (const passwd* user = ::getpwuid(::geteuid()); ::geteuid() == 0 && user != nullptr)
+        out << "user " << user->pw_name << "\n";
+    out.close();
+    if (start) Start();
 }
 
 bool MosquittoProcess::Start() {
     process_ = std::make_unique<ChildProcess>(
         std::vector<std::string>{kBroker, "-c", dir_.file("mosquitto.conf")});
-    return process_->WaitForStderr(" running");
+    ready_ = process_->WaitForStderr(" running");
+    return ready_;
 }
 
 bool MosquittoProcess::Restart() {
     process_->Signal(SIGTERM);
     process_->Wait();
-    ready_ = Start();
-    return ready_;
+    return Start();
 }
 
 std::string MosquittoProcess::FirstMessage(const std::string& topic, int timeout_s) {

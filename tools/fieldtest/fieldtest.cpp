@@ -8,10 +8,12 @@
 //                                                   the screen as a web page
 //   fieldtest record [--interval SEC] DIR           every report's values to CSV in DIR
 //   fieldtest publish --mqtt HOST[:PORT] --device NAME [--interval SEC] [--reports A,B]
-//                     [--accept-settings]          the reports on an MQTT broker
+//                     [--accept-settings] [--keepalive SEC]
+//                                                   the reports on an MQTT broker
 //   (serve and record take --gpsd [HOST[:PORT]]: each sample's position from gpsd,
-//    and --mqtt HOST[:PORT]: every device's samples from that broker; --mqtt
-//    goes with --tls-ca FILE, --username NAME, --password-file FILE)
+//    and --mqtt HOST[:PORT]: every device's samples from that broker, through
+//    a persistent session; --mqtt goes with --tls-ca FILE, --username NAME,
+//    --password-file FILE, --client-id ID)
 //
 // A report is asked for by writing msg/id to the daemon's server object as
 // a client; once the reply with the same id is back, the report's status
@@ -230,16 +232,26 @@ int Serve(const std::string& listen, double interval_s, int timeout_ms,
           const fieldtest::MqttOptions* mqtt) {
     const char* verb = page ? "serve" : "record";
     fieldtest::WebScreenOptions options;
-    if (mqtt != nullptr) {
-        options.fleet = true;
-        options.mqtt = *mqtt;
-    }
     options.record_dir = record_dir;
     options.page = page;
     if (!fieldtest::ParseListenAddress(listen, &options.host, &options.port)) {
         std::fprintf(stderr, "fieldtest: serve: --listen wants ADDR:PORT, got '%s'\n",
                      listen.c_str());
         return 2;
+    }
+    if (mqtt != nullptr) {
+        options.fleet = true;
+        options.mqtt = *mqtt;
+        // A persistent session: the broker queues the devices' samples for
+        // this screen while it is away, under an id that stays the same
+        // from one start to the next (and differs for another screen).
+        options.mqtt.clean_session = false;
+        if (options.mqtt.client_id.empty()) {
+            char host[256] = "";
+            ::gethostname(host, sizeof host - 1);
+            options.mqtt.client_id = std::string("radio_tavora-") + verb + "-" + host +
+                                     (page ? "-" + std::to_string(options.port) : "");
+        }
     }
     options.interval_s = interval_s;
     options.timeout_ms = timeout_ms;
@@ -289,6 +301,7 @@ void Usage(FILE* out) {
                  "       fieldtest record [--interval SEC] [--gpsd [HOST[:PORT]]] DIR\n"
                  "       fieldtest publish --mqtt HOST[:PORT] --device NAME [--interval SEC]\n"
                  "                         [--reports REPORT,...] [--accept-settings]\n"
+                 "                         [--keepalive SEC]\n"
                  "\n"
                  "Asks radio_tavora for reports the way the field-test screen does and shows\n"
                  "them, or changes its settings in diag/config. serve does both on a web page\n"
@@ -322,6 +335,14 @@ void Usage(FILE* out) {
                  "  --reports A,B   publish: these reports only (default: the eight)\n"
                  "  --accept-settings  publish: apply NAME=VALUE lines sent to\n"
                  "                  radio_tavora/NAME/set (checked as set checks them)\n"
+                 "  --keepalive SEC  publish: the MQTT keep-alive, 5 to 65535 (default 10);\n"
+                 "                  a device that goes silent is said offline by the broker\n"
+                 "                  after 1.5 times this\n"
+                 "  --client-id ID  --mqtt's client id (publish: radio_tavora-NAME; serve,\n"
+                 "                  record: radio_tavora-serve-HOSTNAME-PORT,\n"
+                 "                  radio_tavora-record-HOSTNAME). serve and record keep a\n"
+                 "                  persistent session under it: the broker queues the\n"
+                 "                  samples published while they are away (QoS 1)\n"
                  "  --tls-ca FILE   --mqtt over TLS, the broker checked against this CA\n"
                  "  --username NAME, --password-file FILE  --mqtt's credentials\n"
                  "The PPS broker is found through PPS_SOCKET (default %s).\n"
@@ -343,6 +364,7 @@ int main(int argc, char** argv) {
     bool json = false;
     double timeout_s = 5, interval_s = 2;
     long count = -1;
+    long keepalive_s = fieldtest::MqttOptions().keepalive_s;
     std::string listen = "127.0.0.1:8080";
     std::string record_dir, gpsd, mqtt, device, reports, password_file;
     bool accept_settings = false;
@@ -362,6 +384,8 @@ int main(int argc, char** argv) {
         {"tls-ca", required_argument, nullptr, 'T'},
         {"username", required_argument, nullptr, 'u'},
         {"password-file", required_argument, nullptr, 'p'},
+        {"keepalive", required_argument, nullptr, 'k'},
+        {"client-id", required_argument, nullptr, 'C'},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
@@ -419,6 +443,12 @@ int main(int argc, char** argv) {
             case 'p':
                 password_file = optarg;
                 break;
+            case 'k':
+                keepalive_s = std::strtol(optarg, &end, 10);
+                break;
+            case 'C':
+                mqtt_options.client_id = optarg;
+                break;
             case 'h':
                 Usage(stdout);
                 return 0;
@@ -437,6 +467,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "fieldtest: --mqtt wants HOST[:PORT], got '%s'\n", mqtt.c_str());
         return 2;
     }
+    if (keepalive_s < fieldtest::kMinKeepalive || keepalive_s > fieldtest::kMaxKeepalive) {
+        std::fprintf(stderr, "fieldtest: --keepalive wants %d to %d seconds\n",
+                     fieldtest::kMinKeepalive, fieldtest::kMaxKeepalive);
+        return 2;
+    }
+    mqtt_options.keepalive_s = static_cast<int>(keepalive_s);
     if (!password_file.empty() &&
         !fieldtest::ReadSecretFile(password_file, &mqtt_options.password)) {
         std::fprintf(stderr, "fieldtest: cannot read --password-file %s: %s\n",
@@ -453,7 +489,7 @@ int main(int argc, char** argv) {
         }
         fieldtest::PublishOptions options;
         options.mqtt = mqtt_options;
-        options.mqtt.client_id = "radio_tavora-" + device;
+        if (options.mqtt.client_id.empty()) options.mqtt.client_id = "radio_tavora-" + device;
         options.device = device;
         options.interval_s = interval_s;
         options.timeout_ms = static_cast<int>(timeout_s * 1000);

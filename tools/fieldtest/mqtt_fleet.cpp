@@ -66,6 +66,20 @@ void MqttFleet::OnMessage(const std::string& topic, const std::string& payload, 
             known.config = body;
         } else {
             known.last_sample = body["time"].get<long long>();
+            // A retained sample is a copy of one published earlier, not the
+            // next in line; unnumbered ones come from older publishers.
+            const Json& run = body.contains("run") ? body["run"] : Json();
+            const Json& seq = body.contains("seq") ? body["seq"] : Json();
+            if (!retained && run.is_number_integer() && seq.is_number_integer() &&
+                seq.get<long long>() >= 1 && seq.get<long long>() <= SampleSequence::kMaxNumber) {
+                auto verdict = known.sequence.Take(run.get<long long>(), seq.get<long long>());
+                if (verdict == SampleSequence::Verdict::kCopy) return;
+                if (verdict == SampleSequence::Verdict::kGap)
+                    std::fprintf(stderr,
+                                 "fieldtest: serve: %s: %lld samples missed (seq %lld came "
+                                 "next)\n",
+                                 device.c_str(), known.sequence.gap(), seq.get<long long>());
+            }
         }
         changed = {{"device", device}, {"status", known.status}, {"config", known.config}};
     }
@@ -89,7 +103,9 @@ Json MqttFleet::Devices() {
         list.push_back({{"device", name},
                         {"status", device.status},
                         {"config", device.config},
-                        {"last_sample", device.last_sample}});
+                        {"last_sample", device.last_sample},
+                        {"seq", device.sequence.last()},
+                        {"missed", device.sequence.missed()}});
     return list;
 }
 

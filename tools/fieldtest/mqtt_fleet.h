@@ -1,7 +1,10 @@
 // The devices seen on an MQTT broker, for fieldtest serve --mqtt: every
 // radio_tavora/<device>/... topic is heard, the reports' samples are
 // checked and handed on with the device's name, and each device's status
-// ("online", "offline") and last sample time are kept.
+// ("online", "offline") and last sample time are kept. Samples numbered
+// by their publisher ("run", "seq") are followed per device: the numbers
+// skipped are counted as missed (and said on stderr), copies of a sample
+// already heard are dropped.
 #pragma once
 
 #include <functional>
@@ -12,6 +15,7 @@
 #include <string>
 
 #include "tools/fieldtest/mqtt_link.h"
+#include "tools/fieldtest/sample_sequence.h"
 
 namespace fieldtest {
 
@@ -28,7 +32,8 @@ class MqttFleet {
     bool Start(std::string* error);
     void Stop();
     bool connected() const { return link_->connected(); }
-    // Every device seen: [{"device", "status", "config", "last_sample"}], by name.
+    // Every device seen: [{"device", "status", "config", "last_sample",
+    // "seq" (the last sample number heard), "missed"}], by name.
     nlohmann::ordered_json Devices();
     // Sends NAME=VALUE to a device's set topic; false when not connected.
     bool SendSetting(const std::string& device, const std::string& name, const std::string& value);
@@ -42,6 +47,7 @@ class MqttFleet {
         std::string status = "unknown";
         nlohmann::ordered_json config = nlohmann::ordered_json::object();
         long long last_sample = 0;
+        SampleSequence sequence;
     };
     OnSample on_sample_;
     OnDevice on_device_;

@@ -1,15 +1,18 @@
 // Two devices on one real mosquitto: two stacks of ppsd, modemsim and
 // radio_tavora, each with `fieldtest publish`, and one `fieldtest serve
-// --mqtt` recording both. Their samples arrive with their names, a killed
-// publisher is "offline" to a subscriber that comes afterwards, and a
-// setting reaches only the device it names, and only when its publisher
-// accepts settings; a restarted broker is connected to again and samples
-// flow on.
+// --mqtt` recording both. The publishers reach a broker that starts after
+// them; their samples arrive with their names; a setting reaches only the
+// device it names, and only when its publisher accepts settings; numbered
+// samples that skip some are counted as missed; a broker restarted while
+// the screen is away loses none of the samples published meanwhile; a hung
+// publisher is "offline" within its keep-alive, to a subscriber that comes
+// afterwards too.
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
 #include <stdlib.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -30,7 +33,7 @@ using rt::test::Eventually;
 // One device: its own modem world, broker and daemon, and its publisher.
 struct Device {
     Device(const std::string& name, const std::string& scenario, const std::string& mqtt,
-           bool accept_settings)
+           const std::string& option, const std::string& value = "")
         : world(scenario), name(name) {
         if (!world.started()) return;
         std::vector<std::string> argv{rt::test::BinPath("fieldtest"),
@@ -43,7 +46,8 @@ struct Device {
                                       "0.5",
                                       "--reports",
                                       "radiostats,lteopinfo,tchtxpwr"};
-        if (accept_settings) argv.push_back("--accept-settings");
+        argv.push_back(option);
+        if (!value.empty()) argv.push_back(value);
         publisher = std::make_unique<ChildProcess>(
             argv, std::vector<std::string>{world.daemon().broker().env()});
     }
@@ -70,12 +74,15 @@ TEST(MqttFleetProcess, TwoDevicesOnOneBrokerAndOneScreen) {
     if (!rt::test::MosquittoProcess::Installed())
         GTEST_SKIP() << "mosquitto and mosquitto-clients are not installed (scripts/test.sh "
                         "installs them)";
-    rt::test::MosquittoProcess broker;
-    ASSERT_TRUE(broker.ready()) << broker.process().Stderr();
-    Device a("car-a", R"({"lte": {"period_ms": 200}})", broker.address(), false);
+    // The publishers start before the broker, and reach it once it runs.
+    rt::test::MosquittoProcess broker(false);
+    constexpr int kKeepalive = 5;  // libmosquitto's least
+    Device a("car-a", R"({"lte": {"period_ms": 200}})", broker.address(), "--keepalive",
+             std::to_string(kKeepalive));
     Device b("car-b", R"({"lte": {"period_ms": 200, "drift": {"rsrp": 0}}})", broker.address(),
-             true);
+             "--accept-settings");
     ASSERT_TRUE(a.publisher && b.publisher) << a.world.Errors() << b.world.Errors();
+    ASSERT_TRUE(broker.Start()) << broker.process().Stderr();
 
     rt::test::TempDir dir;
     int port = rt::test::FreeLoopbackPort();
@@ -126,8 +133,24 @@ TEST(MqttFleetProcess, TwoDevicesOnOneBrokerAndOneScreen) {
         return mask == 1 || mask == "1";
     }));
 
-    // A broker that restarts: the publishers and the screen connect again
-    // by themselves, and what is published afterwards arrives (QoS 1).
+    // Numbered samples: 2 and 3 skipped, 2 heard late, 4 again (a copy),
+    // then a restarted publisher counting from 1: one sample missed.
+    for (auto [run, seq] : {std::pair{7, 1}, {7, 4}, {7, 2}, {7, 4}, {8, 1}})
+        ASSERT_TRUE(broker.Send(
+            "radio_tavora/car-x/radiostats",
+            nlohmann::json{
+                {"time", 1}, {"values", nlohmann::json::object()}, {"run", run}, {"seq", seq}}
+                .dump()));
+    EXPECT_TRUE(Eventually([&] {
+        auto d = device_json("car-x");
+        return d.value("seq", 0) == 1 && d.value("missed", -1) == 1;
+    })) << device_json("car-x");
+    EXPECT_TRUE(serve.WaitForStderr("car-x: 2 samples missed (seq 4 came next)"));
+
+    // A broker that restarts while the screen is frozen: car-b keeps what
+    // it publishes while the broker is away and sends it once back; the
+    // broker keeps the screen's session on disk and queues car-b's samples
+    // for it; the screen resumes its session and misses none (QoS 1).
     auto rows_of_b = [&] {
         std::string text = Recorded(dir.file("rec"));
         size_t n = 0;
@@ -135,23 +158,50 @@ TEST(MqttFleetProcess, TwoDevicesOnOneBrokerAndOneScreen) {
             ++n;
         return n;
     };
+    auto seq_in = [](const std::string& text) {
+        auto sample = nlohmann::json::parse(text, nullptr, false);
+        return sample.is_object() ? sample.value("seq", 0LL) : 0LL;
+    };
+    // A publisher's connection line after the broker's restart, "" until then.
+    auto reconnection = [](const ChildProcess& publisher) {
+        std::string text = publisher.Stderr(), line = "connected to MQTT broker";
+        size_t at = text.find(line, text.find(line) + 1);
+        return at == std::string::npos ? "" : text.substr(at, text.find('\n', at) - at);
+    };
+    const long long seq_before = device_json("car-b").value("seq", 0LL);
+    const size_t rows_before = rows_of_b();
+    ASSERT_GT(seq_before, 0);
+    serve.Signal(SIGSTOP);
     ASSERT_TRUE(broker.Restart()) << broker.process().Stderr();
-    // The new broker keeps nothing: a retained status is the publisher's,
-    // sent again once it is back.
-    EXPECT_TRUE(Eventually(
-        [&] { return broker.FirstMessage("radio_tavora/car-b/status", 1) == "online"; }));
-    const size_t before_restart = rows_of_b();
-    EXPECT_TRUE(Eventually([&] { return rows_of_b() > before_restart; })) << serve.Stderr();
+    EXPECT_TRUE(Eventually([&] {
+        return reconnection(*b.publisher).find("messages kept meanwhile are sent now") !=
+               std::string::npos;
+    })) << b.publisher->Stderr();
+    long long published = 0;  // a sample car-b published two rounds after the freeze
+    EXPECT_TRUE(Eventually([&] {
+        published = seq_in(broker.FirstMessage("radio_tavora/car-b/radiostats", 1));
+        return published > seq_before + 6;
+    }));
+    serve.Signal(SIGCONT);
+    EXPECT_TRUE(serve.WaitForStderr("(session resumed)")) << serve.Stderr();
+    EXPECT_TRUE(Eventually([&] { return device_json("car-b").value("seq", 0LL) >= published; }))
+        << serve.Stderr();
+    EXPECT_EQ(device_json("car-b").value("missed", -1), 0) << serve.Stderr();
+    EXPECT_TRUE(Eventually([&] { return rows_of_b() > rows_before; }));  // flushed in 0.5 s
 
-    // A publisher that vanishes: the broker's last will says "offline",
+    // A publisher that hangs with its connection open: the broker gives it
+    // up after 1.5 times its keep-alive, and its last will says "offline"
     // to the screen and to a subscriber that arrives only now.
-    EXPECT_EQ(broker.FirstMessage("radio_tavora/car-a/status"), "online");
+    EXPECT_TRUE(Eventually([&] { return !reconnection(*a.publisher).empty(); }));
+    a.publisher->Signal(SIGSTOP);
+    auto stopped = std::chrono::steady_clock::now();
+    EXPECT_TRUE(Eventually([&] { return device_json("car-a").value("status", "") == "offline"; },
+                           (2 * kKeepalive + 3) * 1000));
+    EXPECT_GE(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(kKeepalive));
+    EXPECT_EQ(broker.FirstMessage("radio_tavora/car-a/status"), "offline");
+    EXPECT_EQ(device_json("car-b").value("status", ""), "online");
     a.publisher->Signal(SIGKILL);
     a.publisher->Wait();
-    EXPECT_TRUE(
-        Eventually([&] { return broker.FirstMessage("radio_tavora/car-a/status") == "offline"; }));
-    EXPECT_TRUE(Eventually([&] { return device_json("car-a").value("status", "") == "offline"; }));
-    EXPECT_EQ(device_json("car-b").value("status", ""), "online");
 
     // The recording is whole once serve stops.
     serve.Signal(SIGTERM);

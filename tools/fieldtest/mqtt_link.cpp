@@ -60,13 +60,18 @@ MqttLink::~MqttLink() {
 
 bool MqttLink::Start(std::string* error) {
     InitLibrary();
-    client_ = mosquitto_new(options_.client_id.empty() ? nullptr : options_.client_id.c_str(), true,
-                            this);
+    if (!options_.clean_session && options_.client_id.empty()) {
+        *error = "MQTT: a persistent session needs a client id";
+        return false;
+    }
+    client_ = mosquitto_new(options_.client_id.empty() ? nullptr : options_.client_id.c_str(),
+                            options_.clean_session, this);
     if (client_ == nullptr) {
         *error = "cannot create an MQTT client";
         return false;
     }
-    mosquitto_connect_callback_set(client_, ConnectCallback);
+    mosquitto_connect_with_flags_callback_set(client_, ConnectCallback);
+    mosquitto_publish_callback_set(client_, PublishCallback);
     mosquitto_disconnect_callback_set(client_, DisconnectCallback);
     mosquitto_message_callback_set(client_, MessageCallback);
     // Reconnects wait 1 s, then twice as long each time, up to 30 s.
@@ -87,28 +92,46 @@ bool MqttLink::Start(std::string* error) {
         *error = std::string("MQTT: ") + mosquitto_strerror(rc);
         return false;
     }
-    // A broker away now is reached by the thread's reconnects.
-    rc = mosquitto_connect_async(client_, options_.host.c_str(), options_.port,
-                                 options_.keepalive_s);
-    if (rc != MOSQ_ERR_SUCCESS && rc != MOSQ_ERR_ERRNO) {
-        *error = "MQTT: cannot connect to " + options_.host + ": " + mosquitto_strerror(rc);
-        return false;
-    }
+    // The network thread first: a broker away now is reached by its
+    // reconnects. (libmosquitto 2.0 never retries a first attempt that
+    // failed before its thread ran.)
     rc = mosquitto_loop_start(client_);
     if (rc != MOSQ_ERR_SUCCESS) {
         *error = std::string("MQTT: ") + mosquitto_strerror(rc);
         return false;
     }
     started_ = true;
+    rc = mosquitto_connect_async(client_, options_.host.c_str(), options_.port,
+                                 options_.keepalive_s);
+    if (rc != MOSQ_ERR_SUCCESS && rc != MOSQ_ERR_ERRNO) {
+        *error = "MQTT: cannot connect to " + options_.host + ": " + mosquitto_strerror(rc);
+        return false;
+    }
     return true;
 }
 
 bool MqttLink::Publish(const std::string& topic, const std::string& payload, bool retain) {
     if (client_ == nullptr) return false;
+    // Counted before the call: the acknowledgement may come before it returns.
+    if (waiting_.fetch_add(1) >= options_.max_waiting) {
+        waiting_.fetch_sub(1);
+        if (refused_.fetch_add(1) == 0)
+            std::fprintf(stderr,
+                         "fieldtest: %zu messages wait for MQTT broker %s:%d; newer ones are "
+                         "dropped until it takes them\n",
+                         options_.max_waiting, options_.host.c_str(), options_.port);
+        return false;
+    }
+    if (size_t refused = refused_.exchange(0); refused > 0)
+        std::fprintf(stderr, "fieldtest: MQTT broker %s:%d takes messages again; %zu dropped\n",
+                     options_.host.c_str(), options_.port, refused);
     int rc = mosquitto_publish(client_, nullptr, topic.c_str(), static_cast<int>(payload.size()),
                                payload.data(), 1, retain);
-    // Not connected: the library keeps the message and sends it on reconnect.
-    return rc == MOSQ_ERR_SUCCESS || rc == MOSQ_ERR_NO_CONN;
+    // Not connected: the library still keeps the message and sends it once
+    // connected again (seen with libmosquitto 2.0).
+    if (rc == MOSQ_ERR_SUCCESS || rc == MOSQ_ERR_NO_CONN) return true;
+    waiting_.fetch_sub(1);
+    return false;
 }
 
 bool MqttLink::Subscribe(const std::string& pattern) {
@@ -129,7 +152,7 @@ void MqttLink::Stop(const std::string& last_topic, const std::string& last_paylo
     connected_ = false;
 }
 
-void MqttLink::ConnectCallback(mosquitto*, void* self, int rc) {
+void MqttLink::ConnectCallback(mosquitto*, void* self, int rc, int flags) {
     auto* link = static_cast<MqttLink*>(self);
     if (rc != 0) {
         std::fprintf(stderr, "fieldtest: MQTT broker %s:%d refused the connection: %s\n",
@@ -138,11 +161,22 @@ void MqttLink::ConnectCallback(mosquitto*, void* self, int rc) {
         return;
     }
     link->connected_ = true;
-    std::fprintf(stderr, "fieldtest: connected to MQTT broker %s:%d\n", link->options_.host.c_str(),
-                 link->options_.port);
+    // The CONNACK's first flag: the broker still had this client's session.
+    bool resumed = !link->options_.clean_session && (flags & 1) != 0;
+    size_t waiting = link->waiting_.load();
+    std::string kept =
+        waiting > 0 ? "; " + std::to_string(waiting) + " messages kept meanwhile are sent now" : "";
+    std::fprintf(stderr, "fieldtest: connected to MQTT broker %s:%d%s%s\n",
+                 link->options_.host.c_str(), link->options_.port,
+                 resumed ? " (session resumed)" : "", kept.c_str());
     // Subscriptions and the status are made again on every connection: a
-    // clean session keeps nothing across one.
+    // clean session keeps nothing across one, and a broker may have lost
+    // a persistent one.
     if (link->on_connect_) link->on_connect_();
+}
+
+void MqttLink::PublishCallback(mosquitto*, void* self, int) {
+    static_cast<MqttLink*>(self)->waiting_.fetch_sub(1);
 }
 
 void MqttLink::DisconnectCallback(mosquitto*, void* self, int rc) {

@@ -4,6 +4,13 @@
 // username/password when given, and a last will. What fieldtest publish
 // and serve --mqtt share; they know topics, this knows the broker.
 //
+// QoS 1 messages published while the broker is away are kept by the
+// library (it says "no connection" yet queues them) and sent once it is
+// back, until acknowledged; at most max_waiting are kept, newer ones are
+// refused beyond that with a line on stderr. A client with a persistent
+// session (clean_session false, a fixed client id) has the broker keep
+// its subscriptions and queue QoS 1 messages for it while it is away.
+//
 //   radio_tavora/<device>/<report>   a report's latest sample (JSON), QoS 1, retained
 //   radio_tavora/<device>/status     "online", or the will "offline", retained
 //   radio_tavora/<device>/config     diag/config's attributes (JSON), retained
@@ -21,6 +28,7 @@ namespace fieldtest {
 
 inline constexpr const char* kTopicRoot = "radio_tavora";
 inline constexpr int kMqttPort = 1883;
+inline constexpr int kMinKeepalive = 5, kMaxKeepalive = 65535;
 
 struct MqttOptions {
     std::string host = "127.0.0.1";
@@ -29,7 +37,11 @@ struct MqttOptions {
     std::string tls_ca;     // a CA file: TLS, the broker's certificate checked against it
     std::string username;
     std::string password;
-    int keepalive_s = 10;
+    int keepalive_s = 10;  // libmosquitto takes 5 to 65535
+    bool clean_session = true;
+    // QoS 1 messages not yet acknowledged by the broker that are kept at
+    // most: a publisher out of coverage for hours holds a bounded memory.
+    size_t max_waiting = 5000;
     // A retained last will, sent by the broker when the link dies unannounced.
     std::string will_topic, will_payload;
 };
@@ -59,7 +71,8 @@ class MqttLink {
     // broker that is not there yet is retried, not an error.
     bool Start(std::string* error);
     // Publishes `payload` at QoS 1; kept and sent once connected again when
-    // the link is down. False when the library refuses it.
+    // the link is down. False when the library refuses it or max_waiting
+    // messages already wait for the broker.
     bool Publish(const std::string& topic, const std::string& payload, bool retain);
     bool Subscribe(const std::string& pattern);
     // Publishes `last` (e.g. status "offline") when given, disconnects
@@ -68,7 +81,8 @@ class MqttLink {
     bool connected() const { return connected_; }
 
   private:
-    static void ConnectCallback(mosquitto*, void* self, int rc);
+    static void ConnectCallback(mosquitto*, void* self, int rc, int flags);
+    static void PublishCallback(mosquitto*, void* self, int mid);
     static void DisconnectCallback(mosquitto*, void* self, int rc);
     static void MessageCallback(mosquitto*, void* self, const mosquitto_message* message);
 
@@ -77,6 +91,8 @@ class MqttLink {
     OnMessage on_message_;
     mosquitto* client_ = nullptr;
     std::atomic<bool> connected_{false};
+    std::atomic<size_t> waiting_{0};  // published, not yet acknowledged
+    std::atomic<size_t> refused_{0};  // refused since the last one taken
     bool started_ = false;
 };
 

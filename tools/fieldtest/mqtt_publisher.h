@@ -2,7 +2,10 @@
 // daemon for its reports the way the screens do, every interval, and
 // publishes each as JSON (the web screen's layout of it, with the device's
 // name) on radio_tavora/<device>/<report>, QoS 1 and retained, so a
-// subscriber that comes later sees the latest at once. The device's status
+// subscriber that comes later sees the latest at once. Samples are
+// numbered ("seq" 1, 2, 3... across the reports) within this run ("run",
+// its start time in ms), so that a subscriber can tell one it missed
+// from a publisher that restarted. The device's status
 // is "online" while it runs, "offline" when it stops, and the broker's
 // last will says "offline" for it when it vanishes. diag/config is
 // published on radio_tavora/<device>/config; settings sent on
@@ -53,6 +56,8 @@ class MqttPublisher {
     PublishOptions options_;
     std::unique_ptr<MqttLink> link_;
     int next_id_;
+    const long long run_;
+    long long seq_ = 0;  // the last sample's number
     std::mutex mutex_;
     std::condition_variable wake_;
     bool stopping_ = false;

@@ -15,7 +15,8 @@
 //   GET  /api/recording.csv   the values kept in memory (time, report, attribute, value)
 //   GET  /api/recordings      the recordings on disk (--record DIR) and the samples acknowledged
 //   GET  /api/recordings/NAME one of them, read from disk as it is sent
-//   GET  /api/devices         with --mqtt: every device seen on the broker, its status
+//   GET  /api/devices         with --mqtt: every device seen on the broker, its status,
+//                             its last sample number ("seq") and the samples missed
 //
 // With an MQTT broker (fieldtest serve --mqtt), the reports are not asked
 // for here: every device's samples come from the broker (fieldtest publish

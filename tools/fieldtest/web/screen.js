@@ -42,7 +42,7 @@ const COLOURS = ['#1f77b4', '#d62728', '#2ca02c', '#9467bd', '#ff7f0e', '#8c564b
 const started = Date.now();
 const charts = {};  // plot id -> Chart
 const fleetCharts = {};  // attribute -> Chart, a dataset per device
-// Devices heard through the broker: name -> {status, config, latest: report -> sample}.
+// Devices heard through the broker: name -> {status, missed, config, latest: report -> sample}.
 const devices = {};
 let picked = null;  // the device whose panels, plots and settings are shown
 const panels = {};  // status object -> panel element
@@ -201,7 +201,7 @@ function fleetReport(report) {
 
 function deviceEntry(name) {
   if (!devices[name]) {
-    devices[name] = {status: 'unknown', config: {}, latest: {}};
+    devices[name] = {status: 'unknown', missed: 0, config: {}, latest: {}};
     document.getElementById('fleet').hidden = false;
     document.getElementById('device').append(el('option', {value: name}, name));
   }
@@ -211,6 +211,8 @@ function deviceEntry(name) {
 function showDevice(info) {
   const device = deviceEntry(info.device);
   device.status = info.status;
+  // Health's device list has it; a device event (status, config) has not.
+  if (info.missed !== undefined) device.missed = info.missed;
   device.config = info.config || {};
   if (picked === null) pickDevice(info.device);
   if (info.device === picked) showConfig(device.config);
@@ -231,14 +233,16 @@ function pickDevice(name) {
   showConfig(device.config);
 }
 
-// A row per device: its status and the latest of each key measurement.
+// A row per device: its status (with the samples it missed, if any) and
+// the latest of each key measurement.
 function showFleet() {
   const head = el('tr', {}, el('th', {}, 'device'), el('th', {}, 'status'),
       ...FLEET_VALUES.map(([, , label]) => el('th', {}, label)));
   const rows = Object.keys(devices).sort().map((name) => {
     const device = devices[name];
     return el('tr', {'data-device': name}, el('th', {}, name),
-        el('td', {class: device.status === 'online' ? '' : 'offline'}, device.status),
+        el('td', {class: device.status === 'online' ? '' : 'offline'},
+            device.missed ? `${device.status}, ${device.missed} missed` : device.status),
         ...FLEET_VALUES.map(([report, attribute]) => {
           const sample = device.latest[report];
           return valueCell(sample && !sample.error ? sample.values[attribute] : null);
