@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -130,44 +129,6 @@ TEST_F(ThrottlesTest, RefusedOnexIsWrittenBackAndStillReadBack) {
 }
 
 // --- tethering ---------------------------------------------------------------
-
-TEST(TetheringProcessTest, EnableAndDisableRunTheCommandLinesInOrder) {
-    rt::test::TempDir dir;
-    std::ofstream(dir.file("routes")) << "Internet6:\n"
-                                         "::/96              ::1      UGRS  lo0\n"
-                                         "::1                ::1      UH    lo0\n"
-                                         "2001:db8:1:2::/64  link#3   U     rmnet2\n";
-    const char* path = std::getenv("PATH");
-    DaemonOptions options;
-    options.env = {"PATH=" + std::string(RT_SHELL_STANDINS_DIR) + ":" + (path ? path : ""),
-                   "SHELL_STANDINS_LOG=" + dir.file("tools.log"),
-                   "SHELL_STANDINS_ROUTES=" + dir.file("routes")};
-    DaemonFixture fixture(options);
-    ASSERT_TRUE(fixture.started()) << fixture.daemon().Stderr();
-
-    ASSERT_TRUE(fixture.WriteConfig({"tether_enable::1"}));
-    const std::string enabled =
-        "msm_devctrl -f0\n"
-        "sysctl -w net.inet.ip.forwarding=1\n"
-        "pfctl -f /radio/etc/cellular_pf.conf\n"
-        "pfctl -a cellular_anchor -f /radio/etc/cellular-anchor\n"
-        "sysctl -w net.inet6.ip6.forwarding=1\n"
-        "route -n show\n"
-        "ifconfig rndis0 inet6 2001:db8:1:2:a:b:10:1\n"
-        "route add -iface -inet6 2001:db8:1:2:a:b:10::/64 2001:db8:1:2:a:b:10:2 -ifp rndis0\n";
-    EXPECT_TRUE(Eventually([&] { return ReadFile(dir.file("tools.log")) == enabled; }))
-        << ReadFile(dir.file("tools.log"));
-
-    ASSERT_TRUE(fixture.WriteConfig({"tether_enable::0"}));
-    const std::string disabled =
-        "msm_devctrl -f1\n"
-        "pfctl -a cellular_anchor -F all\n"
-        "sysctl -w net.inet.ip.forwarding=0\n"
-        "sysctl -w net.inet6.ip6.forwarding=0\n";
-    EXPECT_TRUE(Eventually([&] { return ReadFile(dir.file("tools.log")) == enabled + disabled; }))
-        << ReadFile(dir.file("tools.log"));
-    EXPECT_THAT(fixture.daemon().Stderr(), HasSubstr("IPv6 tethering enabled successfully"));
-}
 
 // A change longer than the daemon's read buffer: the line the buffer cuts
 // (`tether_enable::10` read as `tether_enable::1`) is dropped and logged,

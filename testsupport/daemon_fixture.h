@@ -101,7 +101,6 @@ class DaemonFixture {
 
     PpsBroker& broker() { return *broker_; }
     ChildProcess& devsim() { return *devsim_; }
-    bool has_devsim() const { return devsim_ != nullptr; }
     ChildProcess& daemon() { return *daemon_; }
     bool has_daemon() const { return daemon_ != nullptr; }
 

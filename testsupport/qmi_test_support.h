@@ -43,7 +43,6 @@ class Modem {
     }
     bool started() const { return started_; }
     const std::string& error() const { return error_; }
-    modemsim::QmiSide& side() { return *side_; }
 
   private:
     rt::test::TempDir dir_;

@@ -173,76 +173,69 @@ TEST(HdlcDeframer, RoundTripsFramesWithEscapesWhateverThePieceSize) {
     }
 }
 
-TEST(HdlcDeframer, BadCrcIsCountedAndNeverDelivered) {
-    Bytes good = {0x01, 0x02, 0x03};
-    Bytes stream = rt::test::DiagHdlcFrame(good);
-    Bytes broken = rt::test::DiagHdlcFrame({0x04, 0x05});
+// Faulty streams, fed whole and in pieces: the frames delivered and every
+// counter (good, bad CRC, too short, stray escape, oversize, truncated).
+TEST(HdlcDeframer, FaultsAreCountedAndOnlyGoodFramesDelivered) {
+    using rt::test::DiagHdlcFrame;
+    auto join = [](std::initializer_list<Bytes> parts) {
+        Bytes out;
+        for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+        return out;
+    };
+    Bytes broken = DiagHdlcFrame({0x04, 0x05});
     broken[0] ^= 0x01;
-    stream.insert(stream.end(), broken.begin(), broken.end());
-    dmux::HdlcEncode(good, &stream);
-    auto got = Deframe(stream);
-    EXPECT_EQ(got.frames, (std::vector<Bytes>{good, good}));
-    EXPECT_EQ(got.stats.bad_crc, 1u);
-}
-
-TEST(HdlcDeframer, TruncatedFrameRunsIntoTheNextAndBothAreDropped) {
-    // A frame cut short without its flag, then a whole frame: the two merge
-    // into one bad frame, and reading goes on after that flag.
-    Bytes cut = rt::test::DiagHdlcFrame({0x10, 0x00, 0x20, 0x00, 0x01, 0x02});
-    cut.resize(4);
-    Bytes stream = cut;
-    dmux::HdlcEncode(Bytes{0xAA, 0xBB}, &stream);
-    dmux::HdlcEncode(Bytes{0xCC, 0xDD}, &stream);
-    auto got = Deframe(stream);
-    EXPECT_EQ(got.frames, (std::vector<Bytes>{{0xCC, 0xDD}}));
-    EXPECT_EQ(got.stats.bad_crc, 1u);
-}
-
-TEST(HdlcDeframer, TruncatedAtEndOfInputIsCountedAtFinish) {
-    Bytes stream = rt::test::DiagHdlcFrame({0x01, 0x02});
-    Bytes tail = rt::test::DiagHdlcFrame({0x03, 0x04, 0x05});
-    tail.pop_back();  // no flag
-    stream.insert(stream.end(), tail.begin(), tail.end());
-    auto got = Deframe(stream, 3);
-    EXPECT_EQ(got.frames.size(), 1u);
-    EXPECT_EQ(got.stats.truncated, 1u);
-    EXPECT_EQ(got.stats.bad(), 0u);
-}
-
-TEST(HdlcDeframer, StrayEscapeAtFrameEnd) {
-    // 01 02 03 7D 7E: the escape has nothing to escape
-    Bytes stream = {0x01, 0x02, 0x03, 0x7D, 0x7E};
-    dmux::HdlcEncode(Bytes{0x09}, &stream);
-    for (size_t piece : {0, 1}) {
-        auto got = Deframe(stream, piece);
-        EXPECT_EQ(got.stats.stray_escape, 1u);
-        EXPECT_EQ(got.frames, (std::vector<Bytes>{{0x09}}));
-    }
-}
-
-TEST(HdlcDeframer, GarbageBetweenFramesIsOneBadFrameAndEmptyFramesAreNothing) {
-    Bytes stream = {0x7E};  // leading flag: an empty frame, not counted
-    dmux::HdlcEncode(Bytes{0x01}, &stream);
-    Bytes garbage = {0x13, 0x37, 0xC0, 0xFF, 0xEE, 0x7E};
-    stream.insert(stream.end(), garbage.begin(), garbage.end());
-    stream.push_back(0x7E);                     // two flags in a row
-    stream.insert(stream.end(), {0x55, 0x7E});  // one byte between flags
-    dmux::HdlcEncode(Bytes{0x02}, &stream);
-    auto got = Deframe(stream);
-    EXPECT_EQ(got.frames, (std::vector<Bytes>{{0x01}, {0x02}}));
-    EXPECT_EQ(got.stats.bad_crc, 1u);
-    EXPECT_EQ(got.stats.too_short, 1u);
-    EXPECT_EQ(got.stats.good, 2u);
-}
-
-TEST(HdlcDeframer, OversizeFrameIsDroppedAndReadingResumes) {
-    Bytes stream(dmux::kMaxHdlcFrame + 10, 0x11);
-    stream.push_back(0x7E);
-    dmux::HdlcEncode(Bytes{0x42}, &stream);
-    for (size_t piece : {0, 4096}) {
-        auto got = Deframe(stream, piece);
-        EXPECT_EQ(got.stats.oversize, 1u) << piece;
-        EXPECT_EQ(got.frames, (std::vector<Bytes>{{0x42}}));
+    Bytes cut = DiagHdlcFrame({0x10, 0x00, 0x20, 0x00, 0x01, 0x02});
+    cut.resize(4);  // no flag: it runs into the next frame, and both are one bad frame
+    Bytes unflagged = DiagHdlcFrame({0x03, 0x04, 0x05});
+    unflagged.pop_back();
+    struct Case {
+        const char* name;
+        Bytes stream;
+        std::vector<Bytes> frames;
+        std::array<uint64_t, 6> counts;
+    };
+    const Case cases[] = {
+        {"bad crc",
+         join({DiagHdlcFrame({1, 2, 3}), broken, DiagHdlcFrame({1, 2, 3})}),
+         {{1, 2, 3}, {1, 2, 3}},
+         {2, 1, 0, 0, 0, 0}},
+        {"cut short",
+         join({cut, DiagHdlcFrame({0xAA, 0xBB}), DiagHdlcFrame({0xCC, 0xDD})}),
+         {{0xCC, 0xDD}},
+         {1, 1, 0, 0, 0, 0}},
+        {"no flag at the end",
+         join({DiagHdlcFrame({1, 2}), unflagged}),
+         {{1, 2}},
+         {1, 0, 0, 0, 0, 1}},
+        // 01 02 03 7D 7E: the escape has nothing to escape.
+        {"stray escape",
+         join({{1, 2, 3, 0x7D, 0x7E}, DiagHdlcFrame({9})}),
+         {{9}},
+         {1, 0, 0, 1, 0, 0}},
+        // A leading flag and two flags in a row are empty frames, not counted;
+        // garbage is a bad frame, one byte between flags a short one.
+        {"garbage",
+         join({{0x7E},
+               DiagHdlcFrame({1}),
+               {0x13, 0x37, 0xC0, 0xFF, 0xEE, 0x7E, 0x7E, 0x55, 0x7E},
+               DiagHdlcFrame({2})}),
+         {{1}, {2}},
+         {2, 1, 1, 0, 0, 0}},
+        {"oversize",
+         join({Bytes(dmux::kMaxHdlcFrame + 10, 0x11), {0x7E}, DiagHdlcFrame({0x42})}),
+         {{0x42}},
+         {1, 0, 0, 0, 1, 0}},
+    };
+    for (const Case& c : cases) {
+        for (size_t piece : {0, 1, 3, 4096}) {
+            Collected got = Deframe(c.stream, piece);
+            const dmux::HdlcStats& s = got.stats;
+            EXPECT_EQ(got.frames, c.frames) << c.name << ", piece " << piece;
+            EXPECT_EQ((std::array<uint64_t, 6>{s.good, s.bad_crc, s.too_short, s.stray_escape,
+                                               s.oversize, s.truncated}),
+                      c.counts)
+                << c.name << ", piece " << piece;
+        }
     }
 }
 

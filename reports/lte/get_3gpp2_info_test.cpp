@@ -1,7 +1,7 @@
 // The 3gpp2info handler in this process: modemsim's QMI side answers, a
 // pipe stands in for diag/status_3gpp2 so the exact text written (and its
 // attribute order) can be read back. The placeholders of a closed client
-// are ControlChannel.BeforeAnyEnsValueTheReportHoldsPlaceholders.
+// are ControlChannel.EnsOpensTheChannelAnd3gpp2InfoPublishesTheModemsIdentity.
 #include "reports/lte/get_3gpp2_info.h"
 
 #include <gtest/gtest.h>
