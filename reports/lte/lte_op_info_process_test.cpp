@@ -70,13 +70,18 @@ TEST(LteOpInfoProcess, GeranApnLeavesAndPdnsFromTheServices) {
     EXPECT_TRUE(LinesStartingWith(report, "apn4_").empty()) << report;
 }
 
-// An OMA-DM service that never answers holds one report for one bounded
-// wait; the leaves after it, and the next report's, are not asked.
-TEST(LteOpInfoProcess, DeadOmadmServiceCostsOneWait) {
+// A daemon whose OMA-DM service never answers.
+DaemonOptions WithSilentOmadm() {
     DaemonOptions options;
     options.create_omadm_control = true;
     options.devsim_scenario = R"({"omadm": {"delay_ms": 600000}})";
-    DaemonFixture daemon(options);
+    return options;
+}
+
+// An OMA-DM service that never answers holds one report for one bounded
+// wait; the leaves after it, and the next report's, are not asked.
+TEST(LteOpInfoProcess, DeadOmadmServiceCostsOneWait) {
+    DaemonFixture daemon(WithSilentOmadm());
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
     for (const char* id : {"1", "2"}) {
         ASSERT_NE(daemon.Request("lteopinfo", id).find("res::lteopinfo\n"), std::string::npos);
@@ -92,10 +97,7 @@ TEST(LteOpInfoProcess, DeadOmadmServiceCostsOneWait) {
 // wait at once: the daemon stops cleanly and never reports the wait as
 // timed out.
 TEST(LteOpInfoProcess, TerminationEndsAnOmadmWait) {
-    DaemonOptions options;
-    options.create_omadm_control = true;
-    options.devsim_scenario = R"({"omadm": {"delay_ms": 600000}})";
-    DaemonFixture daemon(options);
+    DaemonFixture daemon(WithSilentOmadm());
     ASSERT_TRUE(daemon.started()) << daemon.daemon().Stderr();
     daemon.Request("lteopinfo", "1", std::nullopt, 1);  // not waited for
     ASSERT_TRUE(daemon.devsim().WaitForStderr("get_leaf_node")) << daemon.devsim().Stderr();
