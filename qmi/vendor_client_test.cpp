@@ -4,10 +4,7 @@
 // a modem reset, a late answer) are the control channel's process tests.
 #include "qmi/vendor_client.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -15,34 +12,13 @@
 #include "platform/qnx/slogf.h"
 #include "qmi/reset_events.h"
 #include "qmi/vendor_requests.h"
+#include "testsupport/message_pair.h"
 #include "testsupport/qmi_test_support.h"
 
 namespace {
 
 using qmi_test::Line;
 using qmi_test::Modem;
-
-// A pipe standing in for diag/status_data: what the handler writes.
-class StatusPipe {
-  public:
-    StatusPipe() { EXPECT_EQ(::pipe2(fds_, O_CLOEXEC | O_NONBLOCK), 0); }
-    ~StatusPipe() {
-        ::close(fds_[0]);
-        ::close(fds_[1]);
-    }
-    int write_fd() const { return fds_[1]; }
-    // What arrived within timeout_ms (bounded wait, not a timing check).
-    std::string Read(int timeout_ms = 5000) {
-        pollfd p = {fds_[0], POLLIN, 0};
-        if (::poll(&p, 1, timeout_ms) <= 0) return "";
-        char buffer[256];
-        ssize_t n = ::read(fds_[0], buffer, sizeof buffer);
-        return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";
-    }
-
-  private:
-    int fds_[2] = {-1, -1};
-};
 
 int dummy_info = 1;
 
@@ -210,23 +186,23 @@ TEST(VendorRequests, RefusalsLogTheModemsError) {
 TEST(ResetEvents, NullEventInfoOnlyLogsAndKeepsTheClient) {
     Modem modem;
     ASSERT_TRUE(modem.started()) << modem.error();
-    StatusPipe status;
+    rt::test::MessagePair status;  // diag/status_data: what the handler writes
     radioTavoraInitializeQmi();
-    ASSERT_EQ(radio_tavora_vendor_set_ens(0, status.write_fd()), 0);
+    ASSERT_EQ(radio_tavora_vendor_set_ens(0, status.ours), 0);
     qmi_client_type client = VendorQmiClient();
     SlogCapture capture;
     radio_tavora_reset_event_rx_hdlr(QMI_SYS_EVENT_MODEM_OUT_OF_SERVICE_IND, nullptr, nullptr);
     EXPECT_EQ(VendorQmiClient(), client);
     EXPECT_EQ(capture.texts(), std::vector<std::string>{Line("radio_tavora_reset_event_rx_hdlr",
                                                              "QMI SYS null event info received")});
-    EXPECT_EQ(status.Read(100), "");
+    EXPECT_TRUE(status.Drain(100).empty());
 }
 
 // Sync and unknown events, and in-service before any ENS request recorded
 // the status descriptor, only log.
 TEST(ResetEvents, SyncUnknownAndEarlyInServiceEventsOnlyLog) {
-    StatusPipe status;
-    SetModemStateFd(status.write_fd());
+    rt::test::MessagePair status;
+    SetModemStateFd(status.ours);
     SlogCapture capture;
     radio_tavora_reset_event_rx_hdlr(QMI_SYS_EVENT_SYNC_IND, &dummy_info, nullptr);
     radio_tavora_reset_event_rx_hdlr(7, &dummy_info, nullptr);
@@ -237,7 +213,7 @@ TEST(ResetEvents, SyncUnknownAndEarlyInServiceEventsOnlyLog) {
               (std::vector<std::string>{Line(name, "QMI_SYS_EVENT_SYNC_IND"),
                                         Line(name, " Unknown system event %d", 7),
                                         Line(name, "QMI_SYS_EVENT_MODEM_IN_SERVICE_IND")}));
-    EXPECT_EQ(status.Read(100), "");
+    EXPECT_TRUE(status.Drain(100).empty());
 }
 
 TEST(SetEnsValue, OnlyOneAndZeroSendAnything) {
