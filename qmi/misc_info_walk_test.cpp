@@ -3,39 +3,37 @@
 // values of a well-formed answer are Get3GPP2InfoTest's.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/qnx/slogf.h"
 #include "qmi/vendor_requests.h"
+#include "testsupport/qmi_test_support.h"
 
 namespace {
 
-using Response = uint8_t[kMiscInfoResponseSize];
-
-std::string Line(const char* format_after_name, int a, int b = 0) {
-    char text[256];
-    std::string format = std::string("%30s : ") + format_after_name;
-    std::snprintf(text, sizeof text, format.c_str(), "radio_tavora_vendor_misc_info", a, b);
-    return text;
+std::string Line(const char* rest, int a, int b = 0) {
+    return qmi_test::Line("radio_tavora_vendor_misc_info", rest, a, b);
 }
+const char* const kUnknown =
+    "WARN: Radio_Tavora: in QMI misc_info_resp_msg, unknown TLV detected and ignored: tlvType "
+    "= 0x%02x, tlvLen = %d";
+const char* const kPesnPastTheMessage =
+    "WARN: qmi_misc_ESN_VAL exceeds its own msg length: truncated to length = %d";
 
-// Writes a TLV (type, length low byte, length high byte 0, value) at `at`.
-size_t PutTlv(Response& r, size_t at, uint8_t type, uint8_t length, const char* value = nullptr,
-              size_t value_length = 0) {
-    r[at] = type;
-    r[at + 1] = length;
-    r[at + 2] = 0;
-    for (size_t i = 0; i < value_length && at + 3 + i < kMiscInfoResponseSize; ++i)
-        r[at + 3 + i] = static_cast<uint8_t>(value[i]);
-    return at + 3 + value_length;
-}
+// A TLV as written at `at`: type, length low byte, length high byte 0, then
+// `value` (which may be shorter or longer than `length` says); whatever
+// would land past the 64 bytes is not written.
+struct Tlv {
+    size_t at;
+    uint8_t type, length;
+    std::string value;
+};
 
 std::string Text(const char* field, size_t width) {
-    size_t length = strnlen(field, width);
-    return std::string(field, length);
+    return std::string(field, strnlen(field, width));
 }
 
 class MiscInfoWalk : public testing::Test {
@@ -43,137 +41,108 @@ class MiscInfoWalk : public testing::Test {
     // On the heap and alone there, so that a read past its 64 bytes is
     // caught by the sanitizer build instead of landing in `record`.
     std::unique_ptr<uint8_t[]> storage = std::make_unique<uint8_t[]>(kMiscInfoResponseSize);
-    Response& response = *reinterpret_cast<Response*>(storage.get());
+    uint8_t (&response)[kMiscInfoResponseSize] =
+        *reinterpret_cast<uint8_t (*)[kMiscInfoResponseSize]>(storage.get());
     MiscInfo record = {};
     SlogCapture capture;
     void Walk() { DecodeMiscInfoResponse(response, &record); }
 };
 
-TEST_F(MiscInfoWalk, ModelOverTheLimitKeeps32AndLogsIt) {
-    // 14 28 00 + 40 bytes at position 7: claims 40, the field holds 32.
-    const char* model = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789wxyz";
-    PutTlv(response, 7, 0x14, 40, model, 40);
-    Walk();
-    EXPECT_EQ(std::string(record.model, 32), std::string(model, 32));
-    EXPECT_TRUE(capture.contains(
-        Line("WARN: qmi_misc_MODEL_VAL exceeds the max recv-buf length: length = %d truncated to "
-             "length = %d",
-             40, 32)))
-        << testing::PrintToString(capture.texts());
+// The record's fields that are not empty or 0, as "name=value ...".
+std::string Filled(const MiscInfo& r) {
+    std::string out;
+    auto add = [&](const char* name, const std::string& value) {
+        if (!value.empty() && value != "0")
+            out += std::string(out.empty() ? "" : " ") + name + "=" + value;
+    };
+    add("pesn", Text(r.pesn, 16));
+    add("sci", std::to_string(r.sci));
+    add("rev", std::to_string(r.mob_p_rev));
+    add("fw", Text(r.mob_fw, 8));
+    add("model", Text(r.model, 32));
+    return out;
 }
 
-TEST_F(MiscInfoWalk, PesnPastTheMessageKeeps10AndLogsIt) {
-    // 20 28 00 + 40 filler bytes at 7 (unknown, skipped) | 10 10 00 + 16 at 50.
-    char filler[40];
-    std::memset(filler, 'f', sizeof filler);
-    size_t at = PutTlv(response, 7, 0x20, 40, filler, 40);
-    ASSERT_EQ(at, 50u);
-    PutTlv(response, at, 0x10, 16, "0123456789ABCDEF", 16);
-    Walk();
-    EXPECT_EQ(Text(record.pesn, 16), "0123456789");
-    EXPECT_TRUE(capture.contains(Line(
-        "WARN: Radio_Tavora: in QMI misc_info_resp_msg, unknown TLV detected and ignored: tlvType "
-        "= 0x%02x, tlvLen = %d",
-        0x20, 40)));
-    EXPECT_TRUE(capture.contains(
-        Line("WARN: qmi_misc_ESN_VAL exceeds its own msg length: truncated to length = %d", 10)));
-}
+struct WalkCase {
+    std::vector<Tlv> tlvs;
+    std::string filled;               // Filled(record) after the walk
+    std::vector<std::string> logged;  // among the lines
+    int line_count = -1;              // -1: not checked
+};
 
-TEST_F(MiscInfoWalk, OverLimitLinesOfPesnAndMobFw) {
-    // 10 12 00 + 18 bytes | 13 0a 00 + 10 bytes
-    size_t at = PutTlv(response, 7, 0x10, 18, "0123456789ABCDEFGH", 18);
-    PutTlv(response, 7 + 3 + 16, 0x13, 10, "v123456789", 10);
-    (void)at;
-    Walk();
-    EXPECT_EQ(std::string(record.pesn, 16), "0123456789ABCDEF");
-    EXPECT_TRUE(capture.contains(
-        Line("WARN: qmi_misc_ESN_VAL exceeds the max recv-buf length: length = %d, truncated to "
-             "length = %d",
-             18, 16)));
-    // The walk went on at 7 + 3 + 16 = 26, where the 0x13 TLV starts.
-    EXPECT_EQ(std::string(record.mob_fw, 8), "v1234567");
-    EXPECT_TRUE(capture.contains(
-        Line("WARN: qmi_misc_MOB_FW_VAL exceeds the max recv-buf length: length = %d, truncated "
-             "to length = %d",
-             10, 8)));
-}
-
-TEST_F(MiscInfoWalk, UnknownTlvBetweenKnownOnesIsSkipped) {
-    // 10 04 00 "ABCD" | 20 02 00 ff ff | 12 01 00 07
-    size_t at = PutTlv(response, 7, 0x10, 4, "ABCD", 4);
-    at = PutTlv(response, at, 0x20, 2, "\xff\xff", 2);
-    PutTlv(response, at, 0x12, 1, "\x07", 1);
-    Walk();
-    EXPECT_EQ(Text(record.pesn, 16), "ABCD");
-    EXPECT_EQ(record.mob_p_rev, 7);
-    const char* unknown =
-        "WARN: Radio_Tavora: in QMI misc_info_resp_msg, unknown TLV detected and ignored: tlvType "
-        "= 0x%02x, tlvLen = %d";
-    std::vector<std::string> lines = capture.texts();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines[0], Line(unknown, 0x20, 2));
-    // With only two recognised TLVs the walk goes on through the zero
-    // bytes after them (at 24, 27, ... 60; at 63 no header fits), each an
-    // unknown TLV 0x00.
-    EXPECT_EQ(lines.size(), 1u + (60 - 24) / 3 + 1);
-    EXPECT_EQ(lines.back(), Line(unknown, 0x00, 0));
-}
-
-TEST_F(MiscInfoWalk, OnlyTheFirstFiveRecognisedTlvsAreTaken) {
-    // 11 01 00 01 | 12 01 00 02 | 11 01 00 03 | 12 01 00 04 | 13 02 00 "fw" | 14 02 00 "md"
-    size_t at = PutTlv(response, 7, 0x11, 1, "\x01", 1);
-    at = PutTlv(response, at, 0x12, 1, "\x02", 1);
-    at = PutTlv(response, at, 0x11, 1, "\x03", 1);
-    at = PutTlv(response, at, 0x12, 1, "\x04", 1);
-    at = PutTlv(response, at, 0x13, 2, "fw", 2);
-    PutTlv(response, at, 0x14, 2, "md", 2);
-    Walk();
-    EXPECT_EQ(record.sci, 3);
-    EXPECT_EQ(record.mob_p_rev, 4);
-    EXPECT_EQ(Text(record.mob_fw, 8), "fw");
-    EXPECT_EQ(Text(record.model, 32), "");
-}
-
-TEST_F(MiscInfoWalk, TlvEndingAtByte63EndsTheWalkWithoutReadingPastTheBuffer) {
-    // 14 20 00 + 32 bytes at 7 | 13 08 00 + 8 at 42 | 20 07 00 + 7 at 53:
-    // the last value runs to byte 62, the next position is 63, where no
-    // 3-byte header fits; byte 63 holds 11, which must not be taken.
-    char model[32];
-    std::memset(model, 'm', sizeof model);
-    size_t at = PutTlv(response, 7, 0x14, 32, model, 32);
-    at = PutTlv(response, at, 0x13, 8, "fw-1.2.3", 8);  // ends at 53
-    at = PutTlv(response, at, 0x20, 7, model, 7);       // unknown, ends at 63
-    ASSERT_EQ(at, 63u);
-    response[63] = 0x11;
-    Walk();
-    EXPECT_EQ(std::string(record.model, 32), std::string(32, 'm'));
-    EXPECT_EQ(std::string(record.mob_fw, 8), "fw-1.2.3");
-    EXPECT_EQ(record.sci, 0);
-    EXPECT_EQ(capture.texts().size(), 1u);  // the unknown-TLV line only
-}
-
-TEST_F(MiscInfoWalk, ByteValueAtTheLastBytesAndBeyond) {
-    // Unknown TLV filling 7..59, then 11 01 00 at 60 with its value at 63.
-    char filler[50];
-    std::memset(filler, 0, sizeof filler);
-    size_t at = PutTlv(response, 7, 0x20, 50, filler, 50);
-    ASSERT_EQ(at, 60u);
-    PutTlv(response, at, 0x11, 1, "\x09", 1);
-    Walk();
-    EXPECT_EQ(record.sci, 9);
-}
-
-TEST_F(MiscInfoWalk, TextTlvWhoseValueWouldStartPastTheMessageCopiesNothing) {
-    // Unknown TLV filling 7..60, then 10 05 00 at 61: value would start at 64.
-    char filler[51] = {};
-    PutTlv(response, 7, 0x20, 51, filler, 51);
-    response[61] = 0x10;
-    response[62] = 5;
-    response[63] = 0;
-    Walk();
-    EXPECT_EQ(Text(record.pesn, 16), "");
-    EXPECT_TRUE(capture.contains(
-        Line("WARN: qmi_misc_ESN_VAL exceeds its own msg length: truncated to length = %d", 0)));
+TEST_F(MiscInfoWalk, LimitsUnknownTlvsAndTheEnd) {
+    const std::string m32(32, 'm'), zeros(51, '\0');
+    const std::string model = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789wxyz";
+    const WalkCase cases[] = {
+        // Claims 40, the field holds 32.
+        {{{7, 0x14, 40, model}},
+         "model=" + model.substr(0, 32),
+         {Line("WARN: qmi_misc_MODEL_VAL exceeds the max recv-buf length: length = %d truncated "
+               "to length = %d",
+               40, 32)}},
+        // An unknown TLV of 40 at 7 is skipped; the ESN at 50 has 10 bytes
+        // before the end.
+        {{{7, 0x20, 40, std::string(40, 'f')}, {50, 0x10, 16, "0123456789ABCDEF"}},
+         "pesn=0123456789",
+         {Line(kUnknown, 0x20, 40), Line(kPesnPastTheMessage, 10)}},
+        // The walk goes on at 7 + 3 + 16 = 26, where the 0x13 TLV starts.
+        {{{7, 0x10, 18, "0123456789ABCDEFGH"}, {26, 0x13, 10, "v123456789"}},
+         "pesn=0123456789ABCDEF fw=v1234567",
+         {Line("WARN: qmi_misc_ESN_VAL exceeds the max recv-buf length: length = %d, truncated "
+               "to length = %d",
+               18, 16),
+          Line("WARN: qmi_misc_MOB_FW_VAL exceeds the max recv-buf length: length = %d, "
+               "truncated to length = %d",
+               10, 8)}},
+        // With only two recognised TLVs the walk goes on through the zero
+        // bytes after them (at 24, 27, ... 60; at 63 no header fits), each
+        // an unknown TLV 0x00.
+        {{{7, 0x10, 4, "ABCD"}, {14, 0x20, 2, "\xff\xff"}, {19, 0x12, 1, "\x07"}},
+         "pesn=ABCD rev=7",
+         {Line(kUnknown, 0x20, 2), Line(kUnknown, 0x00, 0)},
+         1 + (60 - 24) / 3 + 1},
+        // Only the first five recognised TLVs are taken.
+        {{{7, 0x11, 1, "\x01"},
+          {11, 0x12, 1, "\x02"},
+          {15, 0x11, 1, "\x03"},
+          {19, 0x12, 1, "\x04"},
+          {23, 0x13, 2, "fw"},
+          {28, 0x14, 2, "md"}},
+         "sci=3 rev=4 fw=fw",
+         {}},
+        // The last value runs to byte 62; at 63 no 3-byte header fits, and
+        // the 11 there must not be taken.
+        {{{7, 0x14, 32, m32},
+          {42, 0x13, 8, "fw-1.2.3"},
+          {53, 0x20, 7, "mmmmmmm"},
+          {63, 0x11, 0, ""}},
+         "fw=fw-1.2.3 model=" + m32,
+         {Line(kUnknown, 0x20, 7)},
+         1},
+        // A byte value in the last byte.
+        {{{7, 0x20, 50, zeros.substr(0, 50)}, {60, 0x11, 1, "\x09"}}, "sci=9", {}},
+        // 10 05 00 at 61: the value would start at 64, nothing is copied.
+        {{{7, 0x20, 51, zeros}, {61, 0x10, 5, ""}}, "", {Line(kPesnPastTheMessage, 0)}},
+    };
+    for (const WalkCase& c : cases) {
+        SCOPED_TRACE(c.filled);
+        std::memset(response, 0, sizeof response);
+        record = {};
+        capture.clear();
+        for (const Tlv& tlv : c.tlvs) {
+            std::string bytes = std::string{char(tlv.type), char(tlv.length), 0} + tlv.value;
+            for (size_t i = 0; i < bytes.size() && tlv.at + i < kMiscInfoResponseSize; ++i)
+                response[tlv.at + i] = static_cast<uint8_t>(bytes[i]);
+        }
+        Walk();
+        EXPECT_EQ(Filled(record), c.filled);
+        const std::vector<std::string> lines = capture.texts();
+        for (const std::string& line : c.logged)
+            EXPECT_TRUE(capture.contains(line)) << line << "\n" << testing::PrintToString(lines);
+        if (c.line_count >= 0) {
+            EXPECT_EQ(lines.size(), static_cast<size_t>(c.line_count));
+        }
+    }
 }
 
 TEST_F(MiscInfoWalk, GarbageNeverReadsPastTheBuffer) {

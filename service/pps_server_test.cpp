@@ -34,7 +34,6 @@ void Record(PPSServer* server, void* arg, uint64_t client_id, const char* msg, c
 
 int first_tag = 1;
 int second_tag = 2;
-int default_tag = 3;
 
 class PPSServerTest : public ::testing::Test {
   protected:
@@ -115,18 +114,14 @@ TEST_F(PPSServerTest, HashCollisionLaterRegistrationWins) {
     EXPECT_EQ(calls[0].msg, "Ac");
 }
 
-// An unknown name warns, and reaches the default handler once there is one.
-TEST_F(PPSServerTest, UnknownNameWarnsAndReachesDefaultHandler) {
-    for (bool with_default : {false, true}) {
-        if (with_default) server.PPSSetDefaultHandler(Record, &default_tag);
-        testing::internal::CaptureStderr();
-        Process("@control.5\nmsg::nosuchreport\nid::17\n");
-        EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                    ::testing::HasSubstr("Unhandled message nosuchreport"));
-        ASSERT_EQ(calls.size(), with_default ? 1u : 0u);
-    }
-    EXPECT_EQ(calls[0].arg, &default_tag);
-    EXPECT_EQ(calls[0].msg, "nosuchreport");
+// An unknown name warns, and without a default handler reaches nothing (with
+// one: DaemonProcessTest.MissingPersistentStatusCostsTheWaitThenGoesOn).
+TEST_F(PPSServerTest, UnknownNameWarnsAndWithoutADefaultHandlerReachesNothing) {
+    testing::internal::CaptureStderr();
+    Process("@control.5\nmsg::nosuchreport\nid::17\n");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("Unhandled message nosuchreport"));
+    EXPECT_TRUE(calls.empty());
 }
 
 // The client registry.

@@ -58,22 +58,6 @@ TEST_F(TavoraContextTest, OpensEverythingCloseOnExecAndReadsHardwareId) {
     EXPECT_EQ(context.omadm_fd, -1);
 }
 
-TEST_F(TavoraContextTest, MissingOptionalObjectsLeaveMinusOne) {
-    rt::test::DaemonOptions options;
-    options.start = false;
-    rt::test::DaemonFixture objects(options);  // no OMA-DM control object
-    SlogCapture capture;
-    TavoraContext context;
-    ASSERT_EQ(SetupTavoraContext(&context), 0);
-    EXPECT_EQ(context.omadm_fd, -1);
-    EXPECT_GE(context.persist_fd, 0);
-    char line[256];
-    std::snprintf(line, sizeof line, "%30s : ERROR: Tavora: setupContext: open %s, error [%d]",
-                  "SetupTavoraContext", "/pps/services/omadm/radio/control?wait", ENOENT);
-    EXPECT_TRUE(capture.contains(line));
-    CloseTavoraContext(&context);
-}
-
 // A status object someone else owns that the daemon cannot remove (it is
 // not root here): start-up stops there with 22, the first object still open.
 TEST_F(TavoraContextTest, SecondStatusObjectFailingStopsThere) {

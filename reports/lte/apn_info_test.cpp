@@ -13,6 +13,7 @@
 #include "platform/qnx/slogf.h"
 #include "service/tavora_context.h"
 #include "testsupport/devsim_process.h"
+#include "testsupport/message_pair.h"
 
 namespace {
 
@@ -21,18 +22,15 @@ using rt::test::PpsBroker;
 
 constexpr const char* kOmadmControl = "/pps/services/omadm/radio/control?wait";
 
-// GetAPNInfo with the daemon's OMA-DM handle and a pipe for status_eutra.
+// GetAPNInfo with the daemon's OMA-DM handle and a stand-in for status_eutra.
 class ApnInfoTest : public ::testing::Test {
   protected:
     void SetUp() override {
         ResetApnInfo();
-        ASSERT_EQ(::pipe2(eutra_, O_CLOEXEC | O_NONBLOCK), 0);
-        context_.eutra_fd = eutra_[1];
+        context_.eutra_fd = eutra_.ours;
     }
     void TearDown() override {
         if (context_.omadm_fd >= 0) ::close(context_.omadm_fd);
-        ::close(eutra_[0]);
-        ::close(eutra_[1]);
         ResetApnInfo();
     }
     // devsim with the patch, and the daemon's handle on its control object.
@@ -46,9 +44,7 @@ class ApnInfoTest : public ::testing::Test {
     std::string Leaf(const char* node, int entry) {
         GetAPNInfo(&context_, node, entry);
         std::string text;
-        char buffer[8192];
-        ssize_t n;
-        while ((n = ::read(eutra_[0], buffer, sizeof buffer)) > 0) text.append(buffer, n);
+        for (const std::string& message : eutra_.Drain()) text += message;
         return text;
     }
     bool Logged(const std::string& part) const {
@@ -60,7 +56,7 @@ class ApnInfoTest : public ::testing::Test {
     PpsBroker broker_;
     std::unique_ptr<DevsimProcess> devsim_;
     TavoraContext context_;
-    int eutra_[2] = {-1, -1};
+    rt::test::MessagePair eutra_;
     SlogCapture log_;
 };
 
