@@ -479,16 +479,20 @@ TEST_F(WebScreenProcess, SamplesCarryTheGpsdTrackInOrder) {
                 return i;
         return fixes.size();
     };
+    // A fix lasts 0.3 s and the screen looks every 0.5 s or more (much more
+    // on a loaded machine), so it sees some fixes of a pass, not all: "the
+    // start" and "the end" are the track's first and last quarter.
+    const size_t quarter = fixes.size() / 4;
     // The header's fix follows a pass of the track from its start to its end.
     bool started = false;
     EXPECT_TRUE(serve_->Events(
         [&](const std::string& event, const Json& data) {
             if (event != "health" || data["position"]["known"] != true) return false;
             size_t at = fix_index(data["position"]["latitude"], data["position"]["longitude"]);
-            started = started || at < 4;
-            return started && at == fixes.size() - 1;
+            started = started || at < quarter;
+            return started && at < fixes.size() && at >= fixes.size() - quarter;
         },
-        120))
+        90))
         << gpsfake.Stderr();
     ASSERT_TRUE(serve_->process().Signal(SIGTERM));
     EXPECT_EQ(serve_->process().Wait(), 0);
@@ -507,7 +511,7 @@ TEST_F(WebScreenProcess, SamplesCarryTheGpsdTrackInOrder) {
         ASSERT_LT(next, fixes.size()) << "not a fix of the track: " << line;
         if (next == at) continue;
         if (at == fixes.size() || next < at) {
-            ASSERT_TRUE(at == fixes.size() || (at >= fixes.size() - 4 && next < 4))
+            ASSERT_TRUE(at == fixes.size() || (at >= fixes.size() - quarter && next < quarter))
                 << "fix " << next << " after fix " << at << ": " << line;
             in_pass = 0;
         }
@@ -520,7 +524,7 @@ TEST_F(WebScreenProcess, SamplesCarryTheGpsdTrackInOrder) {
             EXPECT_EQ(f[n - 1], time) << line;
         }
     }
-    EXPECT_GE(longest_pass, 6u);
+    EXPECT_GE(longest_pass, 4u);
 }
 
 TEST(WebScreenServe, TakenPortIsAClearError) {
