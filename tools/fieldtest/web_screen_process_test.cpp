@@ -378,10 +378,21 @@ TEST_F(WebScreenProcess, RecordingOnDiskKeepsEverySampleAcknowledged) {
         {daemon_->broker().env()});
     httplib::Client client = serve_->Client();
     Json listing;
+    // Both have flushed an LTE sample: the modem's LTE packets came after
+    // the mask, so the first rounds may hold none.
+    auto flushed_pci = [&](const std::string& folder) {
+        std::error_code ec;
+        for (const auto& entry : std::filesystem::directory_iterator(dir.file(folder), ec))
+            if (rt::test::ReadFile(entry.path()).find(",modem0,lteopinfo,lte_pci,87,,,\n") !=
+                std::string::npos)
+                return true;
+        return false;
+    };
     rt::test::Eventually([&] {
         auto reply = client.Get("/api/recordings");
         listing = reply ? Json::parse(reply->body) : Json();
-        return reply && listing["recording"]["acknowledged"] >= 300;
+        return reply && listing["recording"]["acknowledged"] >= 300 && flushed_pci("serve") &&
+               flushed_pci("record");
     });
     ASSERT_GE(listing["recording"]["acknowledged"], 300) << listing.dump();
     const unsigned long long acknowledged = listing["recording"]["acknowledged"];
