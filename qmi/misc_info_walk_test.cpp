@@ -124,8 +124,9 @@ TEST_F(MiscInfoWalk, LimitsUnknownTlvsAndTheEnd) {
         // 10 05 00 at 61: the value would start at 64, nothing is copied.
         {{{7, 0x20, 51, zeros}, {61, 0x10, 5, ""}}, "", {Line(kPesnPastTheMessage, 0)}},
     };
-    for (const WalkCase& c : cases) {
-        SCOPED_TRACE(c.filled);
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        const WalkCase& c = cases[i];
+        SCOPED_TRACE("case " + std::to_string(i) + ": " + c.filled);
         std::memset(response, 0, sizeof response);
         record = {};
         capture.clear();
